@@ -1,0 +1,59 @@
+# Thin front over CMake. `make test` is what CI runs; every target first makes
+# sure the Debian packages the build needs are there.
+
+PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
+            libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev
+JOBS       ?= $(shell nproc)
+BUILD_TYPE ?= RelWithDebInfo
+CMAKE_ARGS ?=
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all setup configure build test asan tsan test-asan test-tsan bench clean
+
+all: build
+
+# Quiet and idempotent: apt-get runs only when something is missing. A fresh
+# machine has no package lists, hence the update first.
+setup:
+	@missing=$$(for p in $(PACKAGES); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "make setup: installing" $$missing; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing >/dev/null; \
+	fi
+
+build/CMakeCache.txt: | setup
+	cmake -S . -B build -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) $(CMAKE_ARGS)
+
+configure: setup build/CMakeCache.txt
+
+build: configure
+	cmake --build build -j $(JOBS)
+
+test: build
+	ctest --test-dir build --output-on-failure -j $(JOBS)
+
+# Sanitizer builds live in folders of their own so that they never mix with
+# the normal build.
+asan: setup
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVELDOR_ASAN=ON $(CMAKE_ARGS)
+	cmake --build build-asan -j $(JOBS)
+
+tsan: setup
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELDOR_TSAN=ON $(CMAKE_ARGS)
+	cmake --build build-tsan -j $(JOBS)
+
+test-asan: asan
+	ctest --test-dir build-asan --output-on-failure -j $(JOBS)
+
+test-tsan: tsan
+	ctest --test-dir build-tsan --output-on-failure -j $(JOBS)
+
+bench: build
+	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+clean:
+	rm -rf build build-asan build-tsan
