@@ -5,6 +5,9 @@
 #include "veld_types.h"
 
 extern "C" {
+// The host's first call: hands the package its kernel services object.
+// Returns 4, or 0 for an interface version other than 0x80538.
+VELD_EXPORT int VELDPckInit(void* kernel, int version);
 // Counts or lists the definitions of a group and its children; the table
 // receives each definition's argument, a VELDComponentDefinition* for a
 // component. See veld_pck_init.cpp for the exact rules.

@@ -9,6 +9,16 @@ bool VELDModuleManagement::initialized = false;
 
 namespace {
 
+// The registry lives as long as the code that filled it: when a host unloads
+// the package, the groups and definitions go with it.
+struct RegistryReleaser {
+    ~RegistryReleaser()
+    {
+        if (VELDModuleManagement::IsInitialized() || VELDModuleManagement::NumberOfReferencedGroups(nullptr) > 0)
+            VELDModuleManagement::Uninitialize();
+    }
+} g_registryReleaser;
+
 // Child groups are followed by name; a tree deeper than this is a cycle.
 const int kMaxGroupDepth = 64;
 

@@ -1,6 +1,13 @@
+#include <pthread.h>
+#include <sched.h>
+#include <time.h>
+
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <clocale>
+#include <locale.h>
 #include <cwchar>
 #include <iconv.h>
 #include <langinfo.h>
@@ -8,6 +15,9 @@
 #include "veld_os_c_wrappers_posix.h"
 #include "veld_os_helpers.h"
 #include "veld_reference.h"
+
+// Last: its macros must not reach the headers above.
+#include <X11/Xlib.h>
 
 class VELDIconvHandle {
 public:
@@ -178,3 +188,171 @@ int VELDIconv::NbColumns(const VELDString& text)
 void VELDIconv::releaseLocale(char* block) { delete[] block; }
 void VELDIconv::releaseWide(wchar_t* block) { delete[] reinterpret_cast<char*>(block); }
 void VELDIconv::releaseUTF8(char* block) { delete[] block; }
+
+// ---------------------------------------------------------------------------
+// Sleeping, threads, dates
+
+void VELD::Sleep(VELDInt64 microseconds)
+{
+    if (microseconds <= 0) return;
+    timespec span;
+    span.tv_sec = static_cast<time_t>(microseconds / 1000000);
+    span.tv_nsec = static_cast<long>(microseconds % 1000000) * 1000;
+    // Interrupted, the sleep starts over with the full time.
+    while (nanosleep(&span, nullptr) != 0 && errno == EINTR) {
+    }
+}
+
+void VELD::Wait4AWhile() { VELD::Sleep(10000); }
+
+void VELD::ReleaseCurrentThread() { sched_yield(); }
+
+namespace {
+
+struct ThreadStart {
+    void* (*body)(void*);
+    void* arg;
+};
+
+void* RunThread(void* p)
+{
+    ThreadStart start = *static_cast<ThreadStart*>(p);
+    delete static_cast<ThreadStart*>(p);
+    // Numbers are written and read the same on every thread.
+    locale_t c = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(nullptr));
+    if (c) uselocale(c);
+    void* result = start.body(start.arg);
+    if (c) {
+        uselocale(LC_GLOBAL_LOCALE);
+        freelocale(c);
+    }
+    return result;
+}
+
+}  // namespace
+
+bool VELD::CreateThread(void* (*body)(void*), void* arg)
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) return false;
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setinheritsched(&attributes, 0);
+    ThreadStart* start = new ThreadStart{body, arg};
+    pthread_t thread;
+    int error = pthread_create(&thread, &attributes, RunThread, start);
+    pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        delete start;
+        return false;
+    }
+    return true;
+}
+
+VELDString VELD::AbsoluteTime2String(VELDAbsoluteTime time)
+{
+    time_t seconds = static_cast<time_t>(time / 1000000);
+    long micro = static_cast<long>(time % 1000000);
+    if (micro < 0) {
+        micro += 1000000;
+        --seconds;
+    }
+    tm local;
+    localtime_r(&seconds, &local);
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d/%02d/%02d %02d:%02d:%02d.%06ld", local.tm_year + 1900, local.tm_mon + 1,
+                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, micro);
+    return VELDString(text);
+}
+
+// ---------------------------------------------------------------------------
+// Message box
+
+namespace {
+
+int ReportX11Error(Display* display, XErrorEvent* event)
+{
+    char text[256];
+    XGetErrorText(display, event->error_code, text, sizeof text);
+    std::fprintf(stderr, "X11 error: %s\n", text);
+    return 0;
+}
+
+void ShowWindow(const char* title, const char* text)
+{
+    Display* display = XOpenDisplay(nullptr);
+    if (!display) display = XOpenDisplay(":0");
+    if (!display) return;
+    XSetErrorHandler(ReportX11Error);
+    XFontStruct* font = XLoadQueryFont(display, "fixed");
+    if (!font) {
+        XCloseDisplay(display);
+        return;
+    }
+
+    VELDArray<VELDString> lines = VELDString(text).Split('\n');
+    const int margin = 10;
+    int lineHeight = font->ascent + font->descent;
+    int width = 0;
+    for (int i = 0; i < lines.Size(); ++i) {
+        int direction, ascent, descent;
+        XCharStruct extent;
+        XTextExtents(font, lines[i], lines[i].Length(), &direction, &ascent, &descent, &extent);
+        if (extent.width > width) width = extent.width;
+    }
+    width += 2 * margin;
+    int height = lineHeight * lines.Size() + 2 * margin;
+    int screen = DefaultScreen(display);
+    int x = (DisplayWidth(display, screen) - width) / 2;
+    int y = (DisplayHeight(display, screen) - height) / 2;
+    Window window = XCreateSimpleWindow(display, RootWindow(display, screen), x, y, static_cast<unsigned>(width),
+                                        static_cast<unsigned>(height), 1, BlackPixel(display, screen),
+                                        WhitePixel(display, screen));
+    XStoreName(display, window, title ? title : "");
+    XSelectInput(display, window, ExposureMask | KeyPressMask | ButtonPressMask);
+    Atom deleteWindow = XInternAtom(display, "WM_DELETE_WINDOW", False);
+    XSetWMProtocols(display, window, &deleteWindow, 1);
+    GC gc = XCreateGC(display, window, 0, nullptr);
+    XSetFont(display, gc, font->fid);
+    XSetForeground(display, gc, BlackPixel(display, screen));
+    XMapWindow(display, window);
+
+    for (bool done = false; !done;) {
+        XEvent event;
+        XNextEvent(display, &event);
+        switch (event.type) {
+        case Expose:
+            for (int i = 0; i < lines.Size(); ++i)
+                XDrawString(display, window, gc, margin, margin + font->ascent + i * lineHeight, lines[i],
+                            lines[i].Length());
+            break;
+        case KeyPress:
+        case ButtonPress:
+            done = true;
+            break;
+        case ClientMessage:
+            done = static_cast<Atom>(event.xclient.data.l[0]) == deleteWindow;
+            break;
+        default:
+            break;
+        }
+    }
+    XFreeGC(display, gc);
+    XDestroyWindow(display, window);
+    XFreeFont(display, font);
+    XCloseDisplay(display);
+}
+
+}  // namespace
+
+void VELD::MsgBox(const char* title, const char* text, int kind)
+{
+    if (kind == 1)
+        std::fprintf(stdout, "Warning: %s: %s\n", title ? title : "", text ? text : "");
+    else if (kind == 2)
+        std::fprintf(stderr, "Error: %s: %s\n", title ? title : "", text ? text : "");
+    else
+        std::fprintf(stdout, "%s: %s\n", title ? title : "", text ? text : "");
+    std::fflush(kind == 2 ? stderr : stdout);
+    if (std::getenv("SILENT") || std::getenv("VELDOR_SILENT")) return;
+    ShowWindow(title, text ? text : "");
+}

@@ -1,0 +1,57 @@
+// Where the engine's reports go: the terminal, and a capture that tests and
+// tools can read back.
+#ifndef VELDOR_ENGINE_CONSOLE_H
+#define VELDOR_ENGINE_CONSOLE_H
+
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace veldor {
+
+struct ReportRecord {
+    int level;  // VELD::Info, Warning, Error, ParserEcho
+    int verbosity;
+    bool fromKernel;
+    std::string text;
+};
+
+class Console {
+public:
+    // Warnings and errors are always printed; infos and echoes only up to
+    // this verbosity.
+    static const int kDefaultVerbosity = 1;
+
+    Console();
+
+    void Report(const char* message, int level, int verbosity, bool fromKernel);
+
+    // Printing can be switched off (a quiet tool, a test) and sent elsewhere
+    // than the standard error stream; the capture goes on in every case.
+    void SetPrinting(bool on);
+    void SetStream(std::FILE* stream);
+    void SetVerbosity(int verbosity);
+    void SetCapture(bool on);
+
+    std::vector<ReportRecord> Captured() const;
+    void ClearCaptured();
+    // True when a captured report at `level` (or any level for -1) contains
+    // `text`.
+    bool Contains(const std::string& text, int level = -1) const;
+    size_t CountContaining(const std::string& text, int level = -1) const;
+
+    static const char* LevelName(int level);
+
+private:
+    mutable std::mutex m_mutex;
+    bool m_printing;
+    bool m_capture;
+    int m_verbosity;
+    std::FILE* m_stream;
+    std::vector<ReportRecord> m_captured;
+};
+
+}  // namespace veldor
+
+#endif

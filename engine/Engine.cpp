@@ -1,0 +1,373 @@
+#include "Engine.h"
+
+#include <time.h>
+
+#include <algorithm>
+
+#include "EngineVersion.h"
+#include "veld.h"
+#include "veld_action.h"
+#include "veld_constants.h"
+#include "veld_input.h"
+#include "veld_output.h"
+#include "veld_private.h"
+#include "veld_property.h"
+
+namespace veldor {
+
+namespace {
+
+VELDTimestamp MonotonicMicroseconds()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+}  // namespace
+
+Engine::Engine(const EngineOptions& options)
+    : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_fifoOverflows(0),
+      m_prepareExitCount(0), m_finishExitCount(0)
+{
+    m_console.SetPrinting(options.printReports);
+    m_console.SetVerbosity(options.verbosity);
+    // The framework code of the engine's own process runs on this kernel.
+    VELDPrivate::SetKernel(this);
+}
+
+Engine::~Engine()
+{
+    if (VELDPrivate::kernel == this) VELDPrivate::SetKernel(nullptr);
+}
+
+void Engine::Unsupported(const char* operation)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_unsupportedMutex);
+        if (std::find(m_unsupportedTold.begin(), m_unsupportedTold.end(), operation) != m_unsupportedTold.end())
+            return;
+        m_unsupportedTold.push_back(operation);
+    }
+    std::string text = std::string(operation) + " is not offered by this engine; the call does nothing.";
+    m_console.Report(text.c_str(), VELD::Warning, 1, true);
+}
+
+void Engine::SetKeysState(int keys) { m_keys = keys; }
+
+// ---------------------------------------------------------------------------
+// Configuration and symbols
+
+void Engine::LockConfiguration(const char*) { m_configurationLock.lock(); }
+void Engine::UnlockConfiguration() { m_configurationLock.unlock(); }
+int Engine::GetKeysState() { return m_keys; }
+
+VELDSymbol* Engine::FindSymbol(const char* name) { return m_symbols.Find(name); }
+void Engine::UnregisterSymbol(const char* fullName) { m_symbols.Unregister(fullName); }
+void Engine::LockSymbols() { m_symbols.Lock(); }
+void Engine::UnlockSymbols() { m_symbols.Unlock(); }
+
+bool Engine::RegisterSymbol(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object)
+{
+    return m_symbols.Register(fullName, kind, module, object);
+}
+
+bool Engine::RegisterInput(VELDInput* input)
+{
+    return input && RegisterSymbol(input->Name(), VELDSymbol::InputSymbol, nullptr, input);
+}
+
+bool Engine::RegisterOutput(VELDOutput* output)
+{
+    return output && RegisterSymbol(output->Name(), VELDSymbol::OutputSymbol, nullptr, output);
+}
+
+bool Engine::RegisterProperty(VELDProperty* property)
+{
+    return property && RegisterSymbol(property->Name(), VELDSymbol::PropertySymbol, property->Owner(), property);
+}
+
+bool Engine::RegisterAction(VELDAction* action)
+{
+    return action && RegisterSymbol(action->Name(), VELDSymbol::ActionSymbol, nullptr, action);
+}
+
+VELDProperty* Engine::FindProperty(const char* fullName)
+{
+    VELDSymbol* symbol = m_symbols.Find(fullName);
+    return symbol && symbol->kind == VELDSymbol::PropertySymbol ? static_cast<VELDProperty*>(symbol->object)
+                                                                : nullptr;
+}
+
+VELDProperty* Engine::Property(const char* fullName) { return FindProperty(fullName); }
+
+// The graph is told of its elements; the engine keeps what it needs from the
+// symbol table.
+void Engine::ModuleOutputCreated(const char*, const char*, const char*, int) {}
+void Engine::InputRemoved(const char*) {}
+void Engine::OutputRemoved(const char*) {}
+void Engine::ComponentOutputCreated(const char*, const char*, const char*, int) {}
+void Engine::ComponentInputCreated(const char*, const char*, const char*, int) {}
+void Engine::ModuleStateChanged(const char*, int) {}
+
+// ---------------------------------------------------------------------------
+// Listeners
+
+void Engine::RegisterTimeStateListener(VELDTimeStateListener* listener)
+{
+    std::lock_guard<std::mutex> lock(m_listenersMutex);
+    if (std::find(m_timeListeners.begin(), m_timeListeners.end(), listener) == m_timeListeners.end())
+        m_timeListeners.push_back(listener);
+}
+
+// A listener that never registered is accepted too.
+void Engine::UnregisterTimeStateListener(VELDTimeStateListener* listener)
+{
+    std::lock_guard<std::mutex> lock(m_listenersMutex);
+    m_timeListeners.erase(std::remove(m_timeListeners.begin(), m_timeListeners.end(), listener),
+                          m_timeListeners.end());
+}
+
+void Engine::RegisterKeysListener(VELDHMIKeysListener* listener)
+{
+    std::lock_guard<std::mutex> lock(m_listenersMutex);
+    if (std::find(m_keysListeners.begin(), m_keysListeners.end(), listener) == m_keysListeners.end())
+        m_keysListeners.push_back(listener);
+}
+
+void Engine::UnregisterKeysListener(VELDHMIKeysListener* listener)
+{
+    std::lock_guard<std::mutex> lock(m_listenersMutex);
+    m_keysListeners.erase(std::remove(m_keysListeners.begin(), m_keysListeners.end(), listener),
+                          m_keysListeners.end());
+}
+
+// ---------------------------------------------------------------------------
+// Virtual clocks and clock providers: not offered
+
+int Engine::InitVirtualClockTime(long, long, int)
+{
+    Unsupported("InitVirtualClockTime");
+    return 0;
+}
+int Engine::UninitVirtualClockTime() { return 0; }
+int Engine::SynchClockCurrentTime() { return 0; }
+VELDTimestamp Engine::GetVirtualClockTimebase() { return 0; }
+VELDTimestamp Engine::GetVirtualClockTimebaseX() { return 0; }
+void Engine::RegisterClock(VELDBaseClock*, unsigned char* clockId)
+{
+    if (clockId) *clockId = 0;
+}
+void Engine::UnregisterClock(VELDBaseClock*) {}
+unsigned char Engine::GetMasterCurrentClockID() { return 0; }
+void Engine::SignalMasterClockChanged(unsigned char) {}
+unsigned char Engine::GetCurrentClockID() { return 0; }
+
+// ---------------------------------------------------------------------------
+// Sessions, replay and record: not offered
+
+bool Engine::InitializeSession() { return true; }
+void Engine::StopSendingData() {}
+void Engine::StopReplaying() {}
+bool Engine::Replay(const char*)
+{
+    Unsupported("Replay");
+    return false;
+}
+bool Engine::Copy(const char*, const char*)
+{
+    Unsupported("Copy");
+    return false;
+}
+void Engine::SetRecording(bool on)
+{
+    if (on) Unsupported("SetRecording");
+}
+void Engine::FromNowOnDataAreUnsorted() {}
+bool Engine::Record(const char*, const char*, const char*, bool, bool)
+{
+    Unsupported("Record");
+    return false;
+}
+void Engine::Record() { Unsupported("Record"); }
+bool Engine::IsRecording() { return false; }
+bool Engine::IsReplaying() { return false; }
+void Engine::SignalRecordSkipped() {}
+VELDTimestamp Engine::GetFirstTimestamp() { return 0; }
+VELDTimestamp Engine::GetLastTimestamp() { return 0; }
+void Engine::Play() {}
+void Engine::Stop() {}
+void Engine::Pause() {}
+void Engine::Next() {}
+void Engine::Previous() {}
+void Engine::Go2Index(int) { Unsupported("Go2Index"); }
+void Engine::Go2PreviousIndex() { Unsupported("Go2PreviousIndex"); }
+void Engine::Go2NextIndex() { Unsupported("Go2NextIndex"); }
+bool Engine::IsDistributedAsMaster() { return false; }
+bool Engine::IsDistributedAsSlave() { return false; }
+bool Engine::GetSynchronizer(void*, VELDSynchronizer** synchronizer)
+{
+    if (synchronizer) *synchronizer = nullptr;
+    return false;
+}
+void Engine::ReleaseSynchronizer(void*, VELDSynchronizer** synchronizer)
+{
+    if (synchronizer) *synchronizer = nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Components, connections and threads: the graph of a later stage
+
+VELDComponent* Engine::CreateComponent(const char*, const char*, bool)
+{
+    Unsupported("CreateComponent");
+    return nullptr;
+}
+bool Engine::StartComponent(const char*) { return false; }
+bool Engine::ShutdownComponent(const char*) { return false; }
+bool Engine::KillComponent(const char*) { return false; }
+bool Engine::RenameComponent(const char*, const char*) { return false; }
+bool Engine::Attach(const char*, const char*) { return false; }
+bool Engine::Attach2(const char*, const char*) { return false; }
+bool Engine::Attach(VELDOutput&, VELDInput&) { return false; }
+bool Engine::Detach(VELDOutput&, VELDInput&) { return false; }
+void* Engine::ComponentMainThread(void*) { return nullptr; }
+void* Engine::ModuleThread(void*) { return nullptr; }
+void* Engine::ComponentThread(void*) { return nullptr; }
+void* Engine::CoreFunction(const char*) { return nullptr; }
+VELDComponent* Engine::Component(const char*) { return nullptr; }
+void Engine::SignalFifoOverflow(void*) { ++m_fifoOverflows; }
+int Engine::GetNbFifoOverflows() { return m_fifoOverflows; }
+
+// ---------------------------------------------------------------------------
+// Scripts, packages, run
+
+bool Engine::Parse(const char*) { return false; }
+bool Engine::ParseFile(const char*) { return false; }
+bool Engine::AsynchParse(const char*) { return false; }
+bool Engine::AsynchParseFile(const char*) { return false; }
+bool Engine::Run() { return false; }
+bool Engine::Shutdown() { return false; }
+bool Engine::Reset() { return false; }
+bool Engine::RegisterPackage(const char*, const char*) { return false; }
+bool Engine::UnregisterPackage(const char*) { return false; }
+void Engine::RegisterStandardPackages() {}
+bool Engine::LoadCoreFunction(const char*, const char*)
+{
+    Unsupported("LoadCoreFunction");
+    return false;
+}
+bool Engine::UnloadCoreFunction(const char*) { return false; }
+
+// The first exit step stops what runs; the second releases the rest. Each
+// counts its calls.
+void Engine::PrepareExit()
+{
+    ++m_prepareExitCount;
+    m_state = (m_state | VELD::ShuttingDown) & ~VELD::Running;
+}
+
+void Engine::FinishExit()
+{
+    ++m_finishExitCount;
+    m_state = 0;
+}
+
+// ---------------------------------------------------------------------------
+// Reports and state
+
+void Engine::Report(const char* message, int level, int verbosity, bool fromKernel)
+{
+    m_console.Report(message, level, verbosity, fromKernel);
+}
+
+VELDEvent* Engine::GetShutdownEvent() { return nullptr; }
+int Engine::GetState() { return m_state; }
+int Engine::CheckLevel() { return m_checkLevel; }
+VELDMutex* Engine::GlobalOSMutex() { return &m_globalMutex; }
+VELDEventService* Engine::GetEventService() { return nullptr; }
+
+VELDString Engine::GetGlobalConfigValue(const char* key)
+{
+    bool found = false;
+    std::string value = m_properties.GetString(key ? key : "", &found);
+    return VELDString(found ? value.c_str() : "");
+}
+
+VELDString Engine::About()
+{
+    return VELDString((std::string("veldor engine ") + kEngineVersion + ", framework " +
+                       VELD::KernelVersion.Beginning())
+                          .c_str());
+}
+
+// ---------------------------------------------------------------------------
+// Time: the system's monotonic clock at real speed
+
+VELDTimestamp Engine::GetSystemAccurateTiming() { return MonotonicMicroseconds(); }
+VELDTimestamp Engine::CurrentTime(bool, bool) { return MonotonicMicroseconds(); }
+VELDTimestamp Engine::TimeReference() { return 0; }
+void Engine::SetCurrentTime(VELDTimestamp) { Unsupported("SetCurrentTime"); }
+int Engine::TimeSpeed() { return 1000; }
+void Engine::SetTimeSpeed(int) { Unsupported("SetTimeSpeed"); }
+int Engine::GetAbsoluteTimeSpeed() { return 1000; }
+void Engine::SetAbsoluteTimeSpeed(int, int) { Unsupported("SetAbsoluteTimeSpeed"); }
+int Engine::TimeState() { return m_state & (VELD::Running | VELD::Paused); }
+bool Engine::IsPaused() { return false; }
+void Engine::SetTimeAdapt(int) {}
+VELDCondition* Engine::GetTimeStateCondition() { return nullptr; }
+void Engine::LockTimeState() { m_timeStateLock.lock(); }
+void Engine::UnlockTimeState() { m_timeStateLock.unlock(); }
+
+// ---------------------------------------------------------------------------
+// Global properties: the engine's own first, then those of the modules
+
+bool Engine::GetBoolProperty(const char* fullName, bool* ok)
+{
+    bool found = false;
+    bool value = m_properties.GetBool(fullName ? fullName : "", &found);
+    if (!found) {
+        std::lock_guard<SymbolTable> lock(m_symbols);
+        VELDProperty* property = FindProperty(fullName);
+        if (property && property->Type() == VELD::BoolProperty) {
+            found = true;
+            value = property->BoolValue();
+        }
+    }
+    if (ok) *ok = found;
+    return found && value;
+}
+
+VELDInt64 Engine::GetIntegerProperty(const char* fullName, bool* ok)
+{
+    bool found = false;
+    VELDInt64 value = m_properties.GetInteger(fullName ? fullName : "", &found);
+    if (!found) {
+        std::lock_guard<SymbolTable> lock(m_symbols);
+        VELDProperty* property = FindProperty(fullName);
+        if (property && (property->Type() == VELD::IntegerProperty || property->Type() == VELD::EnumProperty)) {
+            found = true;
+            value = property->IntegerValue();
+        }
+    }
+    if (ok) *ok = found;
+    return found ? value : 0;
+}
+
+double Engine::GetFloatProperty(const char* fullName, bool* ok)
+{
+    bool found = false;
+    double value = m_properties.GetFloat(fullName ? fullName : "", &found);
+    if (!found) {
+        std::lock_guard<SymbolTable> lock(m_symbols);
+        VELDProperty* property = FindProperty(fullName);
+        if (property && property->Type() == VELD::FloatProperty) {
+            found = true;
+            value = property->FloatValue();
+        }
+    }
+    if (ok) *ok = found;
+    return found ? value : 0.0;
+}
+
+}  // namespace veldor

@@ -1,0 +1,45 @@
+// The registry of full names of the graph: inputs, outputs, properties and
+// actions of every module, by "<module>.<short name>".
+#ifndef VELDOR_ENGINE_SYMBOL_TABLE_H
+#define VELDOR_ENGINE_SYMBOL_TABLE_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "veld_kernel_services.h"
+
+namespace veldor {
+
+class SymbolTable {
+public:
+    // False when the name is already registered.
+    bool Register(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object);
+    // Forgets a name; unknown names are ignored.
+    void Unregister(const char* fullName);
+    // The record, or null. The record stays valid until the name is
+    // unregistered.
+    VELDSymbol* Find(const char* fullName);
+    size_t Size();
+
+    // Held around a look-up and the use of what it found; re-entrant, and
+    // taken by every operation above.
+    void Lock() { m_mutex.lock(); }
+    void Unlock() { m_mutex.unlock(); }
+    void lock() { Lock(); }
+    void unlock() { Unlock(); }
+
+private:
+    struct Entry {
+        std::string name;
+        VELDSymbol symbol;
+    };
+
+    std::recursive_mutex m_mutex;
+    std::unordered_map<std::string, std::unique_ptr<Entry>> m_symbols;
+};
+
+}  // namespace veldor
+
+#endif

@@ -1,0 +1,206 @@
+// The engine's first services: reports, its own properties, the global
+// property look-ups, the symbol registry and the system clock.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Engine.h"
+#include "veld.h"
+#include "veld_action.h"
+#include "veld_constants.h"
+#include "veld_input.h"
+#include "veld_private.h"
+#include "veld_property.h"
+#include "veld_property_value.h"
+
+namespace {
+
+veldor::EngineOptions Quiet()
+{
+    veldor::EngineOptions options;
+    options.printReports = false;
+    return options;
+}
+
+// A property of some module, as the engine sees it through its interface.
+class FakeProperty : public VELDProperty {
+public:
+    FakeProperty(const char* name, int type) : m_name(name), m_type(type) {}
+
+    VELDInt64 IntegerValue() override { return 42; }
+    VELDString StringValue() override { return "text"; }
+    bool BoolValue() override { return true; }
+    VELDFloat64 FloatValue() override { return 2.5; }
+    VELDEnumStruct* EnumValues() override { return nullptr; }
+    const char* Name() override { return m_name; }
+    const char* ShortName() override { return m_name; }
+    const char* Unit() override { return nullptr; }
+    VELDModule* Owner() override { return reinterpret_cast<VELDModule*>(this); }
+    int Type() override { return m_type; }
+    int SubType() override { return 0; }
+    bool IsMutable() override { return true; }
+    bool SetMutable(bool) override { return true; }
+    bool PropertyChanged() override { return false; }
+    void AcknowledgePropertyChanged() override {}
+    VELDEvent* GetPropertyChangedEvent() override { return nullptr; }
+    VELDEvent& PropertyChangedEvent() override { return *static_cast<VELDEvent*>(nullptr); }
+    void Set(bool) override {}
+    void Set(VELDInt64) override {}
+    void Set(VELDInt32) override {}
+    void Set(VELDFloat64) override {}
+    void Set(const char*) override {}
+    void Set(const VELDString&) override {}
+    void Set(VELDEnumStruct) override {}
+    void Set(const VELDString&, int) override {}
+    void Get(bool&) override {}
+    void Get(VELDInt64&) override {}
+    void Get(VELDInt32&) override {}
+    void Get(VELDFloat64&) override {}
+    void Get(VELDString&) override {}
+    void Get(VELDEnumStruct&) override {}
+    void Get(VELDArray<VELDString>&, int&) override {}
+    void SetSetCallback(VELDPropertySetCallback) override {}
+    void SetGetCallback(VELDPropertyGetCallback) override {}
+    void Lock(bool) override {}
+
+private:
+    const char* m_name;
+    int m_type;
+};
+
+class FakeAction : public VELDAction {
+public:
+    explicit FakeAction(const char* name) : m_name(name) {}
+    void DoIt(const char*) override {}
+    const char* Name() override { return m_name; }
+    const char* ShortName() override { return m_name; }
+
+private:
+    const char* m_name;
+};
+
+}  // namespace
+
+TEST(EngineReports, PrintWithTheLevelAndCaptureEverything)
+{
+    veldor::Engine engine;
+    std::FILE* out = std::tmpfile();
+    ASSERT_NE(out, nullptr);
+    engine.GetConsole().SetStream(out);
+    VELDPrivate::Report("dropped at verbosity 2", VELD::Info, 2, true);
+    VELDPrivate::Report("kept", VELD::Info, 0, true);
+    VELDPrivate::Report("always printed", VELD::Warning, 9, false);
+    VELDPrivate::Report("failure", VELD::Error, 3, false);
+    std::fflush(out);
+    std::rewind(out);
+    char text[512] = {};
+    size_t n = std::fread(text, 1, sizeof text - 1, out);
+    std::fclose(out);
+    engine.GetConsole().SetStream(stderr);
+    EXPECT_EQ(std::string(text, n), "info: kept\nwarning: always printed\nerror: failure\n");
+    EXPECT_EQ(engine.GetConsole().Captured().size(), 4u);
+    EXPECT_TRUE(engine.GetConsole().Contains("dropped", VELD::Info));
+}
+
+TEST(EngineProperties, DefaultsAndUserSettings)
+{
+    veldor::Engine engine(Quiet());
+    bool ok = false;
+    EXPECT_EQ(VELD::GetIntegerProperty("Engine.shutdownTimeout", &ok), 10000000);
+    EXPECT_TRUE(ok);
+    EXPECT_FALSE(VELD::GetBoolProperty("Engine.sequentialStart", &ok));
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(engine.Properties().GetString("Engine.version", &ok), "4.10.0");
+
+    std::string error;
+    EXPECT_TRUE(engine.Properties().SetFromText("Engine.shutdownTimeout", "-1", &error));
+    EXPECT_EQ(VELD::GetIntegerProperty("Engine.shutdownTimeout", nullptr), -1);
+    EXPECT_TRUE(engine.Properties().SetFromText("Engine.sequentialStart", "true", &error));
+    EXPECT_TRUE(VELD::GetBoolProperty("Engine.sequentialStart", nullptr));
+
+    EXPECT_FALSE(engine.Properties().SetFromText("Engine.shutdownTimeout", "ten", &error));
+    EXPECT_EQ(error, "\"ten\" is not an integer for Engine.shutdownTimeout");
+    EXPECT_FALSE(engine.Properties().SetFromText("Engine.sequentialStart", "yes", &error));
+    EXPECT_FALSE(engine.Properties().SetFromText("Engine.nothing", "1", &error));
+    EXPECT_EQ(error, "unknown engine property \"Engine.nothing\"");
+
+    // A look-up of the wrong type or of an unknown name says so.
+    VELD::GetFloatProperty("Engine.shutdownTimeout", &ok);
+    EXPECT_FALSE(ok);
+    VELD::GetBoolProperty("nobody.nothing", &ok);
+    EXPECT_FALSE(ok);
+}
+
+TEST(EngineSymbols, RefuseAFullNameThatExists)
+{
+    veldor::Engine engine(Quiet());
+    FakeProperty speed("gen.speed", VELD::FloatProperty);
+    FakeProperty again("gen.speed", VELD::FloatProperty);
+    FakeAction action("gen.speed");
+    EXPECT_TRUE(engine.RegisterProperty(&speed));
+    EXPECT_FALSE(engine.RegisterProperty(&again));
+    EXPECT_FALSE(engine.RegisterAction(&action));  // one namespace for all kinds
+    EXPECT_FALSE(engine.RegisterProperty(nullptr));
+
+    VELDSymbol* symbol = VELDPrivate::FindSymbol("gen.speed");
+    ASSERT_NE(symbol, nullptr);
+    EXPECT_STREQ(symbol->name, "gen.speed");
+    EXPECT_EQ(symbol->kind, VELDSymbol::PropertySymbol);
+    EXPECT_EQ(symbol->module, speed.Owner());
+    EXPECT_EQ(VELD::Property("gen.speed"), &speed);
+
+    bool ok = false;
+    EXPECT_EQ(VELD::GetFloatProperty("gen.speed", &ok), 2.5);
+    EXPECT_TRUE(ok);
+    VELD::GetIntegerProperty("gen.speed", &ok);
+    EXPECT_FALSE(ok);
+
+    VELDPrivate::LockSymbols();
+    VELDPrivate::UnregisterSymbol("gen.speed");
+    VELDPrivate::UnlockSymbols();
+    EXPECT_EQ(VELDPrivate::FindSymbol("gen.speed"), nullptr);
+    EXPECT_EQ(VELD::Property("gen.speed"), nullptr);
+    EXPECT_TRUE(engine.RegisterAction(&action));
+    EXPECT_EQ(VELD::Property("gen.speed"), nullptr);  // an action is not a property
+    VELDPrivate::UnregisterSymbol("never.registered");
+}
+
+TEST(EngineSymbols, LockSymbolsHoldsOtherThreadsOff)
+{
+    veldor::Engine engine(Quiet());
+    FakeProperty p("m.p", VELD::IntegerProperty);
+    VELDPrivate::LockSymbols();
+    bool registered = false;
+    std::thread other([&] { registered = engine.RegisterProperty(&p); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(VELDPrivate::FindSymbol("m.p"), nullptr);
+    VELDPrivate::UnlockSymbols();
+    other.join();
+    EXPECT_TRUE(registered);
+    EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
+}
+
+TEST(EngineState, ClockCheckLevelStateAndUnsupportedOperations)
+{
+    veldor::EngineOptions options = Quiet();
+    options.checkLevel = 2;
+    veldor::Engine engine(options);
+    EXPECT_EQ(VELDPrivate::CheckLevel(), 2);
+    engine.SetCheckLevel(0);
+    EXPECT_EQ(VELD::CheckLevel(), 0);
+
+    VELDTimestamp a = VELD::GetSystemAccurateTiming();
+    VELD::Sleep(2000);
+    VELDTimestamp b = VELD::GetSystemAccurateTiming();
+    EXPECT_GE(b - a, 2000);
+    EXPECT_LT(b - a, 5000000);
+
+    EXPECT_EQ(VELD::GetState(), 0);
+    EXPECT_EQ(VELD::GetKeysState(), VELD::DefaultKeysState);
+    EXPECT_NE(VELDPrivate::GlobalOSMutex(), nullptr);
+
+    EXPECT_FALSE(VELD::Replay("file"));
+    EXPECT_FALSE(VELD::Replay("file"));
+    EXPECT_EQ(engine.GetConsole().CountContaining("Replay is not offered by this engine"), 1u);
+    EXPECT_TRUE(std::string(VELD::About()).find("4.10") != std::string::npos);
+}

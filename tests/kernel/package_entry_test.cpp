@@ -1,0 +1,145 @@
+// The entry point of a package and the frame around the kernel object, as a
+// host sees them.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include "Engine.h"
+#include "veld.h"
+#include "veld_definitions.h"
+#include "veld_pck.h"
+#include "veld_private.h"
+
+namespace {
+
+veldor::EngineOptions Quiet()
+{
+    veldor::EngineOptions options;
+    options.printReports = false;
+    return options;
+}
+
+// Instantiates the probe model; the probe reports through the kernel that
+// the package holds.
+void Instantiate(VELDGetModulesDefStructFunction list, const char* name)
+{
+    void* table[1] = {};
+    ASSERT_EQ(list("VELDComponent", table, 1), 1u);
+    VELDComponentDefinition* definition = static_cast<VELDComponentDefinition*>(table[0]);
+    definition->instFunct(name, *definition);
+}
+
+}  // namespace
+
+// One load of the package serves the whole sequence: a package keeps its
+// kernel for its life.
+TEST(PackageEntry, VersionCheckFirstKernelWinsAndRegistrationRunsOnce)
+{
+    void* handle = dlopen(VELDOR_PROBE_PACKAGE, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    auto init = reinterpret_cast<VELDPckInitFunction>(dlsym(handle, "VELDPckInit"));
+    auto list = reinterpret_cast<VELDGetModulesDefStructFunction>(dlsym(handle, "VELDGetModulesDefStruct"));
+    ASSERT_NE(init, nullptr);
+    ASSERT_NE(list, nullptr);
+
+    veldor::Engine first(Quiet());
+    veldor::Engine second(Quiet());
+
+    // A wrong version is refused and leaves the package without a kernel.
+    EXPECT_EQ(init(&second, 0x80537), 0);
+    EXPECT_EQ(init(&second, 0), 0);
+    Instantiate(list, "before");
+    EXPECT_FALSE(second.GetConsole().Contains("probe before"));
+
+    EXPECT_EQ(init(&first, 0x80538), 4);
+    Instantiate(list, "one");
+    EXPECT_TRUE(first.GetConsole().Contains("External : probe one registered 1", VELD::Info));
+
+    // A second kernel is ignored, and registration does not run again.
+    EXPECT_EQ(init(&second, 0x80538), 4);
+    Instantiate(list, "two");
+    EXPECT_TRUE(first.GetConsole().Contains("External : probe two registered 1"));
+    EXPECT_FALSE(second.GetConsole().Contains("probe two"));
+}
+
+TEST(PackageEntry, ExitRunsEachStepOnceAndClearsTheKernel)
+{
+    veldor::Engine engine(Quiet());
+    ASSERT_EQ(VELDPrivate::kernel, &engine);
+    VELD::Exit();
+    EXPECT_EQ(engine.PrepareExitCount(), 1);
+    EXPECT_EQ(engine.FinishExitCount(), 1);
+    EXPECT_EQ(VELDPrivate::kernel, nullptr);
+    VELD::Exit();  // nothing left to do
+    EXPECT_EQ(engine.PrepareExitCount(), 1);
+    EXPECT_EQ(engine.FinishExitCount(), 1);
+}
+
+TEST(PackageEntry, ReportWrappersAddTheirPrefixes)
+{
+    veldor::Engine engine(Quiet());
+    VELD::Report("plain", VELD::Warning, 0);
+    VELD::ReportInfo("info", 0);
+    VELD::ReportWarning("warn", 0);
+    VELD::ReportError(nullptr, 0);
+    std::vector<veldor::ReportRecord> reports = engine.GetConsole().Captured();
+    ASSERT_EQ(reports.size(), 4u);
+    EXPECT_EQ(reports[0].text, "External report : plain");
+    EXPECT_EQ(reports[0].level, VELD::Warning);
+    EXPECT_FALSE(reports[0].fromKernel);
+    EXPECT_EQ(reports[1].text, "External : info");
+    EXPECT_EQ(reports[1].level, VELD::Info);
+    EXPECT_EQ(reports[2].level, VELD::Warning);
+    EXPECT_EQ(reports[3].text, "External : ");
+    EXPECT_EQ(reports[3].level, VELD::Error);
+
+    try {
+        VELDPrivate::KernelError("broken", 1);
+        FAIL() << "KernelError returned";
+    } catch (int code) {
+        EXPECT_EQ(code, VELD::ErrorException);
+    }
+    reports = engine.GetConsole().Captured();
+    EXPECT_EQ(reports.back().text, "broken");
+    EXPECT_EQ(reports.back().level, VELD::Error);
+    EXPECT_TRUE(reports.back().fromKernel);
+}
+
+TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
+{
+    veldor::Engine engine(Quiet());
+    int result = 0;
+
+    VELDDynamicLoader closed;
+    EXPECT_FALSE(VELD::ForwardPckInitToLibrary(closed, &result));
+    EXPECT_EQ(result, 0x7FFFFFFF);
+    EXPECT_TRUE(engine.GetConsole().Contains("VELD::ForwardPckInitToLibrary: Dynamic library is not loaded"));
+
+    VELDDynamicLoader notAPackage;
+    ASSERT_TRUE(notAPackage.Open("libm.so.6"));
+    EXPECT_FALSE(VELD::ForwardPckInitToLibrary(notAPackage, nullptr));
+    EXPECT_TRUE(engine.GetConsole().Contains("Failed to load 'VELDPckInit' from the dynamic library"));
+    EXPECT_EQ(notAPackage.LoadSymbol("VELDPckInit"), nullptr);
+    EXPECT_NE(std::string(notAPackage.GetErrorMessage()), "");
+    EXPECT_TRUE(notAPackage.Close());
+
+    VELDDynamicLoader probe;
+    ASSERT_TRUE(probe.Open(VELDOR_PROBE_PACKAGE)) << probe.GetErrorMessage();
+    EXPECT_TRUE(VELD::ForwardPckInitToLibrary(probe, &result));
+    EXPECT_EQ(result, 4);
+    EXPECT_TRUE(probe.Close());
+    EXPECT_TRUE(probe.Close());  // nothing open: true
+
+    VELDDynamicLoader missing;
+    EXPECT_FALSE(missing.Open("/nonexistent/library.so"));
+    EXPECT_NE(std::string(missing.GetErrorMessage()), "");
+}
+
+TEST(PackageEntry, IdentityOfTheFramework)
+{
+    EXPECT_STREQ(VELD::KernelVersion, "4.10");
+    EXPECT_STREQ(VELD::VeldorMinorVersion, "4");
+    EXPECT_STREQ(VELD::DiagramVersion, "4.8.0");
+    EXPECT_STREQ(VELD::ProductName, "Veldor");
+    EXPECT_EQ(VELD::KernelBuild >> 16, 4);
+}

@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "veld_os_helpers.h"
+
+namespace {
+
+// Sets or clears an environment variable for the life of the object.
+class EnvironmentVariable {
+public:
+    EnvironmentVariable(const char* name, const char* value) : m_name(name)
+    {
+        const char* old = std::getenv(name);
+        m_had = old != nullptr;
+        if (old) m_old = old;
+        if (value)
+            setenv(name, value, 1);
+        else
+            unsetenv(name);
+    }
+    ~EnvironmentVariable()
+    {
+        if (m_had)
+            setenv(m_name.c_str(), m_old.c_str(), 1);
+        else
+            unsetenv(m_name.c_str());
+    }
+
+private:
+    std::string m_name, m_old;
+    bool m_had;
+};
+
+}  // namespace
+
+TEST(TimestampText, DurationsWithAndWithoutHours)
+{
+    EXPECT_STREQ(VELD::Timestamp2String(1500000), "00:01.500000");
+    EXPECT_STREQ(VELD::Timestamp2String(3600000000LL), "1:00:00.000000");
+    EXPECT_STREQ(VELD::Timestamp2String(0), "00:00.000000");
+    EXPECT_STREQ(VELD::Timestamp2String(-1), "-00:00.000001");
+    EXPECT_STREQ(VELD::Timestamp2String(26LL * 3600000000LL + 61500001LL), "26:01:01.500001");
+}
+
+TEST(TimestampText, ReadsSecondsMinutesAndHours)
+{
+    EXPECT_EQ(VELD::TimestampFromString("1:30", nullptr), 90000000);
+    EXPECT_EQ(VELD::TimestampFromString("-1:30", nullptr), -90000000);
+    EXPECT_EQ(VELD::TimestampFromString("2.5", nullptr), 2500000);
+    EXPECT_EQ(VELD::TimestampFromString("1:00:00.000001", nullptr), 3600000001LL);
+    EXPECT_EQ(VELD::TimestampFromString("-1:00:00.5", nullptr), -3600500000LL);
+    EXPECT_EQ(VELD::TimestampFromString("", nullptr), -1);
+    EXPECT_EQ(VELD::TimestampFromString(nullptr, nullptr), -1);
+
+    // A seventh digit of fraction stays unread.
+    const char* text = "0.1234567x";
+    char* end = nullptr;
+    EXPECT_EQ(VELD::TimestampFromString(text, &end), 123456);
+    EXPECT_STREQ(end, "7x");
+
+    // Both forms meet: what one writes the other reads.
+    for (VELDInt64 t : {0LL, 1LL, 59999999LL, 3599999999LL, 3600000000LL, 90061000001LL, -7LL, -3600000001LL})
+        EXPECT_EQ(VELD::TimestampFromString(VELD::Timestamp2String(t), nullptr), t) << t;
+}
+
+TEST(AbsoluteTime, HasTheSeparatorsInOrder)
+{
+    std::string text(VELD::AbsoluteTime2String(1700000000123456LL));
+    ASSERT_EQ(text.size(), 26u) << text;
+    EXPECT_EQ(text.substr(0, 2), "20");
+    EXPECT_EQ(text[4], '/');
+    EXPECT_EQ(text[7], '/');
+    EXPECT_EQ(text[13], ':');
+    EXPECT_EQ(text[16], ':');
+    EXPECT_EQ(text[19], '.');
+    EXPECT_EQ(text.substr(20), "123456");
+}
+
+TEST(RegExp, CompilesMatchesAndReportsErrors)
+{
+    VELDRegExp names("^[a-zA-Z][a-zA-Z_0-9]*$");
+    ASSERT_TRUE(names.Ok());
+    EXPECT_EQ(names.ErrorOffset(), -1);
+    EXPECT_TRUE(names.exec("oCAN"));
+    EXPECT_FALSE(names.exec("1st"));
+    EXPECT_FALSE(names.exec("with.dot"));
+
+    VELDRegExp broken("(unclosed");
+    EXPECT_FALSE(broken.Ok());
+    EXPECT_GE(broken.ErrorOffset(), 0);
+    EXPECT_NE(std::string(broken.LastError()), "");
+    EXPECT_FALSE(broken.exec("anything"));
+}
+
+TEST(RegExp, TheOffsetVectorGrowsForManySubstrings)
+{
+    std::string pattern, subject;
+    for (int i = 0; i < 25; ++i) {
+        pattern += "(.)";
+        subject += static_cast<char>('a' + i);
+    }
+    VELDRegExp many(pattern.c_str());
+    ASSERT_TRUE(many.exec(subject.c_str()));
+    EXPECT_EQ(many.Substrings(), 26);
+    EXPECT_EQ(many.Position(25), 24);
+    EXPECT_EQ(many.Length(25), 1);
+    EXPECT_EQ(many.Position(26), -1);
+}
+
+TEST(RegExp, CopiesShareTheRecordUntilOneIsChanged)
+{
+    VELDRegExp a("^x");
+    VELDRegExp b(a);
+    EXPECT_TRUE(b.exec("xyz"));
+    EXPECT_EQ(a.Substrings(), 1);  // the match state is shared
+    b.SetPattern("^y");
+    EXPECT_TRUE(b.exec("yes"));
+    EXPECT_FALSE(a.exec("yes"));
+    a = b;
+    EXPECT_TRUE(a.exec("yes"));
+}
+
+TEST(MsgBox, SilentPrintsAndOpensNothing)
+{
+    EnvironmentVariable silent("SILENT", "1");
+    testing::internal::CaptureStdout();
+    VELD::MsgBox("Title", "some text", 1);
+    VELD::MsgBox("Title", "plain", 0);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out, "Warning: Title: some text\nTitle: plain\n");
+    testing::internal::CaptureStderr();
+    VELD::MsgBox("Title", "bad", 2);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error: Title: bad\n");
+}
+
+TEST(MsgBox, WithoutADisplayItStillReturns)
+{
+    EnvironmentVariable silent("SILENT", nullptr);
+    EnvironmentVariable quiet("VELDOR_SILENT", nullptr);
+    EnvironmentVariable display("DISPLAY", ":97");  // nothing listens there
+    testing::internal::CaptureStdout();
+    VELD::MsgBox("Title", "no window", 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Title: no window\n");
+}
+
+TEST(Sleep, LastsAtLeastTheTimeAsked)
+{
+    timespec before, after;
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    VELD::Sleep(20000);
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    long elapsed = (after.tv_sec - before.tv_sec) * 1000000L + (after.tv_nsec - before.tv_nsec) / 1000;
+    EXPECT_GE(elapsed, 20000);
+}
