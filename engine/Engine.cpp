@@ -15,17 +15,6 @@
 
 namespace veldor {
 
-namespace {
-
-VELDTimestamp MonotonicMicroseconds()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
-
-}  // namespace
-
 Engine::Engine(const EngineOptions& options)
     : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_fifoOverflows(0),
       m_prepareExitCount(0), m_finishExitCount(0)
@@ -113,20 +102,10 @@ void Engine::ModuleStateChanged(const char*, int) {}
 // ---------------------------------------------------------------------------
 // Listeners
 
-void Engine::RegisterTimeStateListener(VELDTimeStateListener* listener)
-{
-    std::lock_guard<std::mutex> lock(m_listenersMutex);
-    if (std::find(m_timeListeners.begin(), m_timeListeners.end(), listener) == m_timeListeners.end())
-        m_timeListeners.push_back(listener);
-}
+void Engine::RegisterTimeStateListener(VELDTimeStateListener* listener) { m_clock.AddListener(listener); }
 
 // A listener that never registered is accepted too.
-void Engine::UnregisterTimeStateListener(VELDTimeStateListener* listener)
-{
-    std::lock_guard<std::mutex> lock(m_listenersMutex);
-    m_timeListeners.erase(std::remove(m_timeListeners.begin(), m_timeListeners.end(), listener),
-                          m_timeListeners.end());
-}
+void Engine::UnregisterTimeStateListener(VELDTimeStateListener* listener) { m_clock.RemoveListener(listener); }
 
 void Engine::RegisterKeysListener(VELDHMIKeysListener* listener)
 {
@@ -143,7 +122,8 @@ void Engine::UnregisterKeysListener(VELDHMIKeysListener* listener)
 }
 
 // ---------------------------------------------------------------------------
-// Virtual clocks and clock providers: not offered
+// Clocks that packages supply are given ids; the engine's own clock (id 0)
+// stays the master. Virtual clocks are not offered.
 
 int Engine::InitVirtualClockTime(long, long, int)
 {
@@ -154,11 +134,12 @@ int Engine::UninitVirtualClockTime() { return 0; }
 int Engine::SynchClockCurrentTime() { return 0; }
 VELDTimestamp Engine::GetVirtualClockTimebase() { return 0; }
 VELDTimestamp Engine::GetVirtualClockTimebaseX() { return 0; }
-void Engine::RegisterClock(VELDBaseClock*, unsigned char* clockId)
+void Engine::RegisterClock(VELDBaseClock* clock, unsigned char* clockId)
 {
-    if (clockId) *clockId = 0;
+    unsigned char id = m_clock.RegisterClock(clock);
+    if (clockId) *clockId = id;
 }
-void Engine::UnregisterClock(VELDBaseClock*) {}
+void Engine::UnregisterClock(VELDBaseClock* clock) { m_clock.UnregisterClock(clock); }
 unsigned char Engine::GetMasterCurrentClockID() { return 0; }
 void Engine::SignalMasterClockChanged(unsigned char) {}
 unsigned char Engine::GetCurrentClockID() { return 0; }
@@ -195,9 +176,9 @@ bool Engine::IsReplaying() { return false; }
 void Engine::SignalRecordSkipped() {}
 VELDTimestamp Engine::GetFirstTimestamp() { return 0; }
 VELDTimestamp Engine::GetLastTimestamp() { return 0; }
-void Engine::Play() {}
+void Engine::Play() { m_clock.SetPaused(false); }
 void Engine::Stop() {}
-void Engine::Pause() {}
+void Engine::Pause() { m_clock.SetPaused(true); }
 void Engine::Next() {}
 void Engine::Previous() {}
 void Engine::Go2Index(int) { Unsupported("Go2Index"); }
@@ -281,11 +262,11 @@ void Engine::Report(const char* message, int level, int verbosity, bool fromKern
     m_console.Report(message, level, verbosity, fromKernel);
 }
 
-VELDEvent* Engine::GetShutdownEvent() { return nullptr; }
+VELDEvent* Engine::GetShutdownEvent() { return &m_shutdownEvent; }
 int Engine::GetState() { return m_state; }
 int Engine::CheckLevel() { return m_checkLevel; }
 VELDMutex* Engine::GlobalOSMutex() { return &m_globalMutex; }
-VELDEventService* Engine::GetEventService() { return nullptr; }
+VELDEventService* Engine::GetEventService() { return &m_events; }
 
 VELDString Engine::GetGlobalConfigValue(const char* key)
 {
@@ -302,22 +283,24 @@ VELDString Engine::About()
 }
 
 // ---------------------------------------------------------------------------
-// Time: the system's monotonic clock at real speed
+// Time. None of these takes the time-state lock except the changes, which
+// take it themselves: they are safe to call with the lock held, the changes
+// are not.
 
-VELDTimestamp Engine::GetSystemAccurateTiming() { return MonotonicMicroseconds(); }
-VELDTimestamp Engine::CurrentTime(bool, bool) { return MonotonicMicroseconds(); }
+VELDTimestamp Engine::GetSystemAccurateTiming() { return EngineClock::Monotonic(); }
+VELDTimestamp Engine::CurrentTime(bool, bool) { return m_clock.Now(); }
 VELDTimestamp Engine::TimeReference() { return 0; }
-void Engine::SetCurrentTime(VELDTimestamp) { Unsupported("SetCurrentTime"); }
-int Engine::TimeSpeed() { return 1000; }
-void Engine::SetTimeSpeed(int) { Unsupported("SetTimeSpeed"); }
-int Engine::GetAbsoluteTimeSpeed() { return 1000; }
-void Engine::SetAbsoluteTimeSpeed(int, int) { Unsupported("SetAbsoluteTimeSpeed"); }
-int Engine::TimeState() { return m_state & (VELD::Running | VELD::Paused); }
-bool Engine::IsPaused() { return false; }
+void Engine::SetCurrentTime(VELDTimestamp time) { m_clock.SetTime(time); }
+int Engine::TimeSpeed() { return m_clock.Speed(); }
+void Engine::SetTimeSpeed(int speed) { m_clock.SetSpeed(speed); }
+int Engine::GetAbsoluteTimeSpeed() { return m_clock.Speed(); }
+void Engine::SetAbsoluteTimeSpeed(int speed, int) { m_clock.SetSpeed(speed); }
+int Engine::TimeState() { return m_clock.IsPaused() ? VELD::Paused : VELD::Running; }
+bool Engine::IsPaused() { return m_clock.IsPaused(); }
 void Engine::SetTimeAdapt(int) {}
-VELDCondition* Engine::GetTimeStateCondition() { return nullptr; }
-void Engine::LockTimeState() { m_timeStateLock.lock(); }
-void Engine::UnlockTimeState() { m_timeStateLock.unlock(); }
+VELDCondition* Engine::GetTimeStateCondition() { return &m_clock.TimeStateCondition(); }
+void Engine::LockTimeState() { m_clock.TimeStateLock().Lock(); }
+void Engine::UnlockTimeState() { m_clock.TimeStateLock().Release(); }
 
 // ---------------------------------------------------------------------------
 // Global properties: the engine's own first, then those of the modules

@@ -7,8 +7,9 @@
 //   Console           reports: the terminal and a capture
 //   SymbolTable       full names of inputs, outputs, properties, actions
 //   EngineProperties  the engine's own settings ("Engine.shutdownTimeout"...)
-// and, as the engine grows, the event service and the clock (waits, timed
-// triggers, time speed, pause and jumps), the registration of FIFO readers,
+//   EventService      multi-event waits and timed triggers
+//   EngineClock       the diagram's time: speed, pause, jumps, listeners
+// and, as the engine grows, the registration of FIFO readers,
 // the packages and components of a diagram with their connections and
 // threads, and the script that describes a diagram.
 //
@@ -27,7 +28,9 @@
 #include <vector>
 
 #include "Console.h"
+#include "EngineClock.h"
 #include "EngineProperties.h"
+#include "EventService.h"
 #include "SymbolTable.h"
 #include "veld_kernel_services.h"
 #include "veld_os_c_wrappers_posix.h"
@@ -52,6 +55,8 @@ public:
     Console& GetConsole() { return m_console; }
     SymbolTable& Symbols() { return m_symbols; }
     EngineProperties& Properties() { return m_properties; }
+    EventService& Events() { return m_events; }
+    EngineClock& Clock() { return m_clock; }
 
     void SetCheckLevel(int level) { m_checkLevel = level; }
     void SetKeysState(int keys);
@@ -183,9 +188,11 @@ private:
     Console m_console;
     SymbolTable m_symbols;
     EngineProperties m_properties;
+    EventService m_events;
+    EngineClock m_clock;
+    VELDEvent m_shutdownEvent;
 
     std::recursive_mutex m_configurationLock;
-    std::recursive_mutex m_timeStateLock;
     VELDMutex m_globalMutex;
     std::atomic<int> m_checkLevel;
     std::atomic<int> m_state;
@@ -195,7 +202,6 @@ private:
     std::atomic<int> m_finishExitCount;
 
     std::mutex m_listenersMutex;
-    std::vector<VELDTimeStateListener*> m_timeListeners;
     std::vector<VELDHMIKeysListener*> m_keysListeners;
 
     std::mutex m_unsupportedMutex;

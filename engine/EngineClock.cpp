@@ -1,0 +1,176 @@
+#include "EngineClock.h"
+
+#include <time.h>
+
+#include <algorithm>
+
+#include "veld_clock.h"
+
+namespace veldor {
+
+VELDTimestamp EngineClock::Monotonic()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+EngineClock::EngineClock()
+    : m_baseTime(Monotonic()), m_baseMonotonic(m_baseTime), m_speed(1000), m_paused(false),
+      m_condition(&m_timeStateLock, nullptr), m_calling(nullptr), m_busy(false), m_stop(false)
+{
+    m_thread = std::thread(&EngineClock::TimeThread, this);
+}
+
+EngineClock::~EngineClock()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_newsMutex);
+        m_stop = true;
+    }
+    m_newsReady.notify_all();
+    m_thread.join();
+}
+
+VELDTimestamp EngineClock::NowLocked(VELDTimestamp monotonic) const
+{
+    if (m_paused || m_speed == 0) return m_baseTime;
+    return m_baseTime + (monotonic - m_baseMonotonic) * m_speed / 1000;
+}
+
+VELDTimestamp EngineClock::Now() const
+{
+    std::lock_guard<std::mutex> lock(m_baseMutex);
+    return NowLocked(Monotonic());
+}
+
+int EngineClock::Speed() const
+{
+    std::lock_guard<std::mutex> lock(m_baseMutex);
+    return m_speed;
+}
+
+bool EngineClock::IsPaused() const
+{
+    std::lock_guard<std::mutex> lock(m_baseMutex);
+    return m_paused;
+}
+
+template <class Change>
+void EngineClock::ChangeState(Change change, const News& news)
+{
+    m_timeStateLock.Lock();
+    {
+        std::lock_guard<std::mutex> lock(m_baseMutex);
+        VELDTimestamp monotonic = Monotonic();
+        m_baseTime = NowLocked(monotonic);
+        m_baseMonotonic = monotonic;
+        change();
+    }
+    (m_condition.*m_condition.Signal)();
+    m_timeStateLock.Release();
+    {
+        std::lock_guard<std::mutex> lock(m_newsMutex);
+        m_news.push_back(news);
+    }
+    m_newsReady.notify_all();
+}
+
+void EngineClock::SetTime(VELDTimestamp time)
+{
+    ChangeState([&] { m_baseTime = time; }, News{Jumped, time, 0, false});
+}
+
+void EngineClock::SetSpeed(int speed)
+{
+    ChangeState([&] { m_speed = speed; }, News{SpeedChanged, 0, speed, false});
+}
+
+void EngineClock::SetPaused(bool paused)
+{
+    ChangeState([&] { m_paused = paused; }, News{PausedChanged, 0, 0, paused});
+}
+
+void EngineClock::AddListener(VELDTimeStateListener* listener)
+{
+    std::lock_guard<std::mutex> lock(m_newsMutex);
+    if (std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end())
+        m_listeners.push_back(listener);
+}
+
+void EngineClock::RemoveListener(VELDTimeStateListener* listener)
+{
+    std::unique_lock<std::mutex> lock(m_newsMutex);
+    m_listeners.erase(std::remove(m_listeners.begin(), m_listeners.end(), listener), m_listeners.end());
+    if (std::this_thread::get_id() == m_timeThreadId) return;
+    m_callDone.wait(lock, [&] { return m_calling != listener; });
+}
+
+void EngineClock::Flush()
+{
+    std::unique_lock<std::mutex> lock(m_newsMutex);
+    m_callDone.wait(lock, [&] { return (m_news.empty() && !m_busy) || m_stop; });
+}
+
+// Listeners are called one news after the other, in the order of the
+// changes. The list is read anew for each call, so that a listener removed
+// meanwhile is not called.
+void EngineClock::TimeThread()
+{
+    std::unique_lock<std::mutex> lock(m_newsMutex);
+    m_timeThreadId = std::this_thread::get_id();
+    for (;;) {
+        m_newsReady.wait(lock, [&] { return m_stop || !m_news.empty(); });
+        if (m_stop) break;
+        News news = m_news.front();
+        m_news.pop_front();
+        m_busy = true;
+        std::vector<VELDTimeStateListener*> snapshot = m_listeners;
+        for (VELDTimeStateListener* listener : snapshot) {
+            if (std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end()) continue;
+            m_calling = listener;
+            lock.unlock();
+            switch (news.kind) {
+            case Jumped:
+                listener->CallbackTimeJumped(news.time);
+                break;
+            case SpeedChanged:
+                listener->CallbackTimeSpeedChanged(news.speed);
+                break;
+            case PausedChanged:
+                listener->CallbackTimePaused(news.paused);
+                break;
+            }
+            lock.lock();
+            m_calling = nullptr;
+            m_callDone.notify_all();
+        }
+        m_busy = false;
+        m_callDone.notify_all();
+    }
+    m_callDone.notify_all();
+}
+
+unsigned char EngineClock::RegisterClock(VELDBaseClock* clock)
+{
+    std::lock_guard<std::mutex> lock(m_clocksMutex);
+    auto known = m_clocks.find(clock);
+    if (known != m_clocks.end()) return known->second;
+    for (int id = 1; id < 256; ++id) {
+        bool used = false;
+        for (const auto& entry : m_clocks) used = used || entry.second == id;
+        if (!used) {
+            m_clocks[clock] = static_cast<unsigned char>(id);
+            return static_cast<unsigned char>(id);
+        }
+    }
+    return 0;
+}
+
+void EngineClock::UnregisterClock(VELDBaseClock* clock)
+{
+    std::lock_guard<std::mutex> lock(m_clocksMutex);
+    m_clocks.erase(clock);
+}
+
+}  // namespace veldor

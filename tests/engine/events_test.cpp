@@ -1,0 +1,309 @@
+// Events, the multi-event wait, conditions, recursive mutexes and the
+// engine's timed triggers.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Engine.h"
+#include "veld.h"
+#include "veld_constants.h"
+#include "veld_event.h"
+
+namespace {
+
+veldor::EngineOptions Quiet()
+{
+    veldor::EngineOptions options;
+    options.printReports = false;
+    return options;
+}
+
+VELDTimestamp Now() { return veldor::EngineClock::Monotonic(); }
+
+}  // namespace
+
+TEST(Event, ManualResetAndZeroTimeout)
+{
+    veldor::Engine engine(Quiet());
+    VELDEvent e(false, "e");
+    EXPECT_EQ(e.Wait(0), VELD::TimeOut);
+    e.Set();
+    e.Set();  // setting a set event does nothing
+    EXPECT_EQ(e.Wait(0), 0);
+    EXPECT_EQ(e.Wait(VELD::Infinite), 0);  // stays set
+    e.Reset();
+    EXPECT_EQ(e.Wait(1000), VELD::TimeOut);
+    VELDEvent initiallySet(true, nullptr);
+    EXPECT_EQ(initiallySet.Wait(0), 0);
+}
+
+TEST(Event, MultiWaitReturnsTheFirstSetInArrayOrder)
+{
+    veldor::Engine engine(Quiet());
+    VELDEvent a, b, c;
+    VELDEvent* all[3] = {&a, &b, &c};
+    EXPECT_EQ(VELDEvent::Wait(3, all, 0), VELD::TimeOut);
+    c.Set();
+    b.Set();
+    EXPECT_EQ(VELDEvent::Wait(3, all, 0), 1);
+    EXPECT_EQ(VELDEvent::Wait(3, all, VELD::Infinite), 1);
+    VELDEvent* twice[2] = {&c, &c};  // one event twice must not wedge Set
+    c.Reset();
+    std::thread setter([&] { c.Set(); });
+    EXPECT_EQ(VELDEvent::Wait(2, twice, 5000000), 0);
+    setter.join();
+    EXPECT_EQ(a.m_waitingThreads.Size(), 0);
+    EXPECT_EQ(c.m_waitingThreads.Size(), 0);
+}
+
+// Waiters wait on their own two events and a shared stop event while
+// setters race with them; a lost wake-up shows as a wait that times out.
+TEST(Event, MultiWaitNeverMissesARacingSet)
+{
+    veldor::Engine engine(Quiet());
+    const int kWaiters = 4, kRounds = 400;
+    std::vector<std::unique_ptr<VELDEvent>> first, second, done;
+    for (int i = 0; i < kWaiters; ++i) {
+        first.emplace_back(new VELDEvent());
+        second.emplace_back(new VELDEvent());
+        done.emplace_back(new VELDEvent());
+    }
+    VELDEvent stop;
+    std::atomic<int> lost(0);
+    std::vector<std::thread> threads;
+    for (int w = 0; w < kWaiters; ++w) {
+        threads.emplace_back([&, w] {
+            VELDEvent* events[3] = {first[w].get(), second[w].get(), &stop};
+            for (int round = 0; round < kRounds; ++round) {
+                int r = VELDEvent::Wait(3, events, 5000000);
+                if (r == VELD::TimeOut) {
+                    ++lost;
+                    return;
+                }
+                if (r == 2) return;
+                events[r]->Reset();
+                done[w]->Set();
+            }
+        });
+    }
+    // Two setters per waiter pick one of its events at random each round.
+    for (int w = 0; w < kWaiters; ++w) {
+        threads.emplace_back([&, w] {
+            std::mt19937 random(static_cast<unsigned>(w));
+            for (int round = 0; round < kRounds; ++round) {
+                (random() & 1 ? first[w] : second[w])->Set();
+                if (done[w]->Wait(5000000) == VELD::TimeOut) {
+                    ++lost;
+                    return;
+                }
+                done[w]->Reset();
+            }
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(lost.load(), 0);
+}
+
+TEST(Triggers, FireInTimeOrderAndNeverEarly)
+{
+    veldor::Engine engine(Quiet());
+    const int kEvents = 120;
+    std::vector<std::unique_ptr<VELDEvent>> events;
+    std::vector<VELDTimestamp> deadlines(kEvents);
+    VELDTimestamp start = Now() + 20000;
+    for (int i = 0; i < kEvents; ++i) {
+        events.emplace_back(new VELDEvent());
+        deadlines[i] = start + i * 300;  // event i is due before event i + 1
+    }
+    // Armed from several threads, in no particular order.
+    std::vector<std::thread> armers;
+    for (int t = 0; t < 4; ++t)
+        armers.emplace_back([&, t] {
+            for (int i = kEvents - 1 - t; i >= 0; i -= 4)
+                engine.Events().SetTrigger(events[i].get(), deadlines[i]);
+        });
+    for (std::thread& t : armers) t.join();
+
+    // At every poll the events that fired form a prefix of the deadline
+    // order, and none of them was due later than the poll. The states are
+    // read from the last event to the first: an event that fires in order
+    // after one was read set is then read set as well.
+    int fired = 0;
+    VELDTimestamp give_up = start + kEvents * 300 + 5000000;
+    while (fired < kEvents && Now() < give_up) {
+        std::vector<bool> set(kEvents);
+        for (int i = kEvents - 1; i >= 0; --i) set[i] = events[i]->IsSet();
+        VELDTimestamp seen = Now();
+        int count = 0;
+        while (count < kEvents && set[count]) ++count;
+        for (int i = count; i < kEvents; ++i) ASSERT_FALSE(set[i]) << "event " << i << " before " << count;
+        if (count > 0) ASSERT_LE(deadlines[count - 1], seen);
+        fired = count;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    EXPECT_EQ(fired, kEvents);
+    EXPECT_EQ(engine.Events().PendingTriggers(), 0u);
+}
+
+TEST(Triggers, ACancelledTriggerNeverFires)
+{
+    veldor::Engine engine(Quiet());
+    std::vector<std::unique_ptr<VELDEvent>> events;
+    for (int i = 0; i < 40; ++i) {
+        events.emplace_back(new VELDEvent());
+        ASSERT_TRUE(events.back()->SetTrigger(15000));
+    }
+    for (int i = 0; i < 40; i += 2) events[i]->ResetTrigger();
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(events[i]->IsSet(), i % 2 == 1) << i;
+    // A trigger armed again replaces the pending one.
+    VELDEvent again;
+    again.SetTrigger(10000000);
+    again.SetTrigger(1000);
+    EXPECT_EQ(again.Wait(5000000), 0);
+    EXPECT_EQ(engine.Events().PendingTriggers(), 0u);
+}
+
+// Events die with triggers pending, some at the very moment they fire; the
+// timer thread must never touch one of them again (the sanitizers watch).
+TEST(Triggers, AnEventDestroyedWithAPendingTriggerIsLeftAlone)
+{
+    veldor::Engine engine(Quiet());
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        std::unique_ptr<VELDEvent> event(new VELDEvent());
+        event->SetTrigger(static_cast<long>(random() % 300));
+        if (random() & 1) std::this_thread::sleep_for(std::chrono::microseconds(random() % 300));
+    }
+    EXPECT_EQ(engine.Events().PendingTriggers(), 0u);
+}
+
+TEST(Condition2, OneEventPerReader)
+{
+    veldor::Engine engine(Quiet());
+    VELDMutex mutex;
+    VELDEvent death;
+    VELDCondition2 condition(&mutex, &death, 2000000);
+    EXPECT_EQ(condition.Subscribe(), 0);
+    condition.Subscribe(5);
+    EXPECT_EQ(condition.nbEvents, 6);
+    EXPECT_EQ(condition.events[3], nullptr);
+    EXPECT_EQ(condition.Subscribe(), 6);
+
+    std::atomic<bool> woken(false);
+    std::thread reader([&] {
+        mutex.Lock();
+        condition.Wait(5);
+        woken = true;
+        mutex.Release();
+    });
+    while (true) {  // until the reader waits
+        mutex.Lock();
+        bool waiting = condition.waiting[5];
+        if (waiting) condition.Signal();
+        mutex.Release();
+        if (waiting) break;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    reader.join();
+    EXPECT_TRUE(woken);
+    EXPECT_FALSE(condition.waiting[5]);
+
+    // The split form: the abort event makes AchieveWaitX throw ModuleDied.
+    mutex.Lock();
+    VELDEvent *wake, *abort;
+    condition.WaitX(0, &wake, &abort);
+    condition.CutConnection();
+    VELDEvent* pair[2] = {wake, abort};
+    int result = VELDEvent::Wait(2, pair, 1000000);
+    EXPECT_EQ(result, 1);
+    try {
+        condition.AchieveWaitX(0, result);
+        FAIL();
+    } catch (int code) {
+        EXPECT_EQ(code, VELD::ModuleDied);
+    }
+    EXPECT_TRUE(mutex.TryLock());  // released on the way out
+    mutex.Release();
+}
+
+TEST(Condition, SignalWakesBusyItemsAndThePoolIsReused)
+{
+    veldor::Engine engine(Quiet());
+    VELDMutex mutex;
+    VELDCondition condition(&mutex, nullptr);
+    mutex.Lock();
+    VELDEvent* first = nullptr;
+    void* handle = (condition.*condition.WaitX)(&first);
+    mutex.Lock();
+    VELDEvent* second = nullptr;
+    void* handle2 = (condition.*condition.WaitX)(&second);
+    mutex.Lock();
+    (condition.*condition.Signal)();
+    EXPECT_TRUE(first->IsSet());
+    EXPECT_TRUE(second->IsSet());
+    mutex.Release();
+    (condition.*condition.AchieveWaitX)(handle);  // takes the mutex and keeps it
+    mutex.Release();
+    (condition.*condition.AchieveWaitX)(handle2);
+    EXPECT_EQ(condition.pool.Length(), 2);
+    // A third wait takes a free item from the tail, reset.
+    VELDEvent* third = nullptr;
+    void* handle3 = (condition.*condition.WaitX)(&third);
+    EXPECT_TRUE(third == first || third == second);
+    EXPECT_FALSE(third->IsSet());
+    EXPECT_EQ(condition.pool.Length(), 2);
+    (condition.*condition.AchieveWaitX)(handle3);
+    mutex.Release();
+}
+
+TEST(Mutex2, IsReentrantForItsOwnerOnly)
+{
+    VELDMutex2 lock;
+    lock.Lock();
+    lock.Lock();
+    EXPECT_TRUE(lock.IsLockedByCurrentThread());
+    std::atomic<bool> other(false);
+    std::thread t([&] {
+        other = lock.TryLock();
+        if (other) lock.Release();
+    });
+    t.join();
+    EXPECT_FALSE(other);
+    lock.Release();
+    EXPECT_TRUE(lock.IsLockedByCurrentThread());
+    lock.Release();
+    EXPECT_FALSE(lock.IsLockedByCurrentThread());
+    std::thread u([&] {
+        other = lock.TryLock();
+        if (other) lock.Release();
+    });
+    u.join();
+    EXPECT_TRUE(other);
+}
+
+TEST(MutexGuard, UnlockAndRelockReportChanges)
+{
+    VELDMutex plain;
+    {
+        VELDMutexGuard guard(plain);
+        EXPECT_FALSE(plain.TryLock());
+        EXPECT_TRUE(guard.unlock_mtx());
+        EXPECT_FALSE(guard.unlock_mtx());
+        EXPECT_TRUE(guard.relock_mtx());
+        EXPECT_FALSE(guard.relock_mtx());
+    }
+    EXPECT_TRUE(plain.TryLock());
+    plain.Release();
+    VELDMutex2 recursive;
+    {
+        VELDMutexGuard outer(recursive);
+        VELDMutexGuard inner(recursive);
+        EXPECT_TRUE(recursive.IsLockedByCurrentThread());
+    }
+    EXPECT_FALSE(recursive.IsLockedByCurrentThread());
+}

@@ -1,0 +1,361 @@
+// The waits of a module on the engine's clock: speed, pause, jumps and death.
+// Bounds are generous; the precise figures are measured by a benchmark.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "Engine.h"
+#include "veld.h"
+#include "veld_clock.h"
+#include "veld_constants.h"
+#include "veld_event.h"
+#include "veld_module_waits.h"
+#include "veld_private.h"
+
+namespace {
+
+VELDTimestamp Now() { return veldor::EngineClock::Monotonic(); }
+
+// A module as the waits see it: a death event and a state.
+class WaitingModule {
+public:
+    WaitingModule() : state(VELD::LivingState)
+    {
+        owner.dieEvent = &death;
+        owner.state = &state;
+        owner.module = this;
+        owner.error = [](void* m, const char* text) {
+            static_cast<WaitingModule*>(m)->lastError = text;
+            throw VELD::ErrorException;
+        };
+        owner.report = [](void* m, const char* text, int, int) { static_cast<WaitingModule*>(m)->lastReport = text; };
+    }
+    void Die()
+    {
+        state |= VELD::DyingState;
+        death.Set();
+    }
+
+    VELDEvent death;
+    std::atomic<int> state;
+    VELDWaitOwner owner;
+    std::string lastError, lastReport;
+};
+
+class ClockWaits : public ::testing::Test {
+protected:
+    ClockWaits() : engine(Options()) {}
+    static veldor::EngineOptions Options()
+    {
+        veldor::EngineOptions options;
+        options.printReports = false;
+        return options;
+    }
+    // Real microseconds that `body` takes.
+    static long Elapsed(const std::function<void()>& body)
+    {
+        VELDTimestamp start = Now();
+        body();
+        return Now() - start;
+    }
+    // Runs `change` on another thread after `delay` microseconds.
+    std::thread Later(long delay, std::function<void()> change)
+    {
+        return std::thread([delay, change] {
+            std::this_thread::sleep_for(std::chrono::microseconds(delay));
+            change();
+        });
+    }
+
+    veldor::Engine engine;
+    WaitingModule module;
+    VELDEvent never;
+};
+
+}  // namespace
+
+TEST_F(ClockWaits, ATimeoutIsClockTime)
+{
+    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 20000)); });
+    EXPECT_GE(real, 19000);
+    EXPECT_LT(real, 1000000);
+
+    VELD::SetTimeSpeed(500);  // half speed: twice as long
+    real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 20000)); });
+    EXPECT_GE(real, 39000);
+    EXPECT_LT(real, 1000000);
+}
+
+TEST_F(ClockWaits, AnEventEndsTheWaitAndDeathThrows)
+{
+    never.Set();
+    EXPECT_TRUE(VELDModuleWaits::Wait4Event(module.owner, &never, 20000));
+    EXPECT_TRUE(VELDModuleWaits::Wait4Event(module.owner, &never, VELD::Infinite));
+    VELDEvent clear;
+    std::thread dying = Later(10000, [&] { module.Die(); });
+    try {
+        VELDModuleWaits::Wait4Event(module.owner, &clear, 5000000);
+        FAIL() << "the wait outlived its module";
+    } catch (int code) {
+        EXPECT_EQ(code, VELD::ModuleDied);
+    }
+    dying.join();
+    EXPECT_THROW(VELDModuleWaits::Wait4Event(module.owner, &clear, VELD::Infinite), int);
+    EXPECT_THROW(VELDModuleWaits::Rest(module.owner, 1000000, nullptr), int);
+    EXPECT_THROW(VELDModuleWaits::Wait(module.owner, VELD::CurrentTime(true, true) + 1000000, nullptr), int);
+    EXPECT_THROW(VELDModuleWaits::WaitForTimestamp(module.owner, VELD::CurrentTime(true, true) + 1000000, nullptr,
+                                                   nullptr),
+                 int);
+    EXPECT_THROW(VELDModuleWaits::MsgWait4Event(module.owner, &clear, 1000000), int);
+    VELDEvent* list[1] = {&clear};
+    EXPECT_THROW(VELDModuleWaits::Wait4Events(module.owner, 1, list, 1000000, true), int);
+}
+
+TEST_F(ClockWaits, StoppedOrPausedTimeWaitsForTheStateToChange)
+{
+    VELD::SetTimeSpeed(0);
+    std::thread restart = Later(50000, [] { VELD::SetTimeSpeed(1000); });
+    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
+    restart.join();
+    EXPECT_GE(real, 50000);
+
+    VELD::Pause();
+    std::thread play = Later(50000, [] { VELD::Play(); });
+    real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
+    play.join();
+    EXPECT_GE(real, 50000);
+}
+
+TEST_F(ClockWaits, ABackwardJumpRestartsTheWholeTimeout)
+{
+    std::thread jump = Later(60000, [] { VELD::SetCurrentTime(VELD::CurrentTime(true, true) - 1000000); });
+    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 100000)); });
+    jump.join();
+    EXPECT_GE(real, 155000);  // 60 ms before the jump, then 100 ms again
+}
+
+TEST_F(ClockWaits, RestKeepsWhatWasSpentAcrossASpeedChange)
+{
+    std::thread slower = Later(50000, [] { VELD::SetTimeSpeed(500); });
+    long real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Rest(module.owner, 100000, nullptr)); });
+    slower.join();
+    // 50 ms at full speed, the other 50 ms of clock time at half speed.
+    EXPECT_GE(real, 140000);
+    EXPECT_LT(real, 1000000);
+}
+
+TEST_F(ClockWaits, RestCountsTowardsThePastAtANegativeSpeed)
+{
+    VELD::SetTimeSpeed(-1000);
+    VELDTimestamp before = VELD::CurrentTime(true, true);
+    long real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Rest(module.owner, 30000, nullptr)); });
+    EXPECT_GE(real, 28000);
+    EXPECT_LT(real, 1000000);
+    EXPECT_LE(VELD::CurrentTime(true, true), before - 29000);
+}
+
+TEST_F(ClockWaits, RestAndWaitEndFalseOnTheirAbortEvent)
+{
+    VELDEvent abort;
+    std::thread stop = Later(20000, [&] { abort.Set(); });
+    EXPECT_FALSE(VELDModuleWaits::Rest(module.owner, 5000000, &abort));
+    stop.join();
+    EXPECT_FALSE(VELDModuleWaits::Wait(module.owner, VELD::CurrentTime(true, true) + 5000000, &abort));
+}
+
+TEST_F(ClockWaits, WaitForATimestamp)
+{
+    VELDTimestamp target = VELD::CurrentTime(true, true) + 30000;
+    long real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Wait(module.owner, target, nullptr)); });
+    EXPECT_GE(real, 28000);
+    EXPECT_GE(VELD::CurrentTime(true, true), target);
+    // A timestamp in the past: at once.
+    real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Wait(module.owner, target - 1000000, nullptr)); });
+    EXPECT_LT(real, 500000);
+
+    // Outside a module, with a cancel event, and across a pause.
+    VELDEvent cancel;
+    bool changed = true;
+    target = VELD::CurrentTime(true, true) + 20000;
+    EXPECT_EQ(VELD::WaitForTimestamp(target, &cancel, &changed), 1);
+    EXPECT_FALSE(changed);
+    VELD::Pause();
+    std::thread play = Later(30000, [] { VELD::Play(); });
+    target = VELD::CurrentTime(true, true) + 10000;
+    EXPECT_EQ(VELD::WaitForTimestamp(target, &cancel, &changed), 1);
+    play.join();
+    EXPECT_TRUE(changed);
+    VELDEvent* cancels[2] = {&never, &cancel};
+    cancel.Set();
+    int cancelled = -1;
+    EXPECT_EQ(VELD::WaitForTimestamp(VELD::CurrentTime(true, true) + 5000000, 2, cancels, &cancelled, &changed), 0);
+    EXPECT_EQ(cancelled, 1);
+    EXPECT_THROW(VELD::WaitForTimestamp(0, -1, nullptr, &cancelled, &changed), int);
+    EXPECT_TRUE(engine.GetConsole().Contains("VELD::WaitForTimestamp [line:751] [nbCancelEvents:-1] < 0"));
+
+    // The module's many-event form gives the index in the caller's array.
+    VELDEvent* mine[2] = {&never, &cancel};
+    EXPECT_EQ(VELDModuleWaits::WaitForTimestamp(module.owner, VELD::CurrentTime(true, true) + 5000000, 2, mine,
+                                                &cancelled, &changed),
+              0);
+    EXPECT_EQ(cancelled, 1);
+}
+
+TEST_F(ClockWaits, TooManyEventsAreRefused)
+{
+    std::vector<VELDEvent> events(256);
+    std::vector<VELDEvent*> list;
+    for (VELDEvent& e : events) list.push_back(&e);
+    list[0]->Set();
+    EXPECT_EQ(VELDModuleWaits::Wait4Events(module.owner, 254, list.data(), 1000, true), 0);
+    EXPECT_THROW(VELDModuleWaits::Wait4Events(module.owner, 255, list.data(), 1000, true), int);
+    EXPECT_TRUE(engine.GetConsole().Contains("Wait4Events can't wait for more than 254 events simultaneously."));
+    EXPECT_EQ(VELDModuleWaits::MsgWait4Events(module.owner, 255, list.data(), 1000), 0);
+    EXPECT_THROW(VELDModuleWaits::MsgWait4Events(module.owner, 256, list.data(), 1000), int);
+}
+
+// ---------------------------------------------------------------------------
+// The clock and its listeners
+
+namespace {
+
+class RecordingListener : public VELDTimeStateListener {
+public:
+    void CallbackTimeJumped(VELDTimestamp t) override { Record("jump", t); }
+    void CallbackTimeSpeedChanged(int speed) override { Record("speed", speed); }
+    void CallbackTimePaused(bool paused) override { Record("pause", paused); }
+
+    void Record(const char* what, long value)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        news.push_back(std::string(what) + "=" + std::to_string(value));
+        threads.push_back(std::this_thread::get_id());
+        if (block) {
+            blocked = true;
+            while (block) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+    std::mutex mutex;
+    std::vector<std::string> news;
+    std::vector<std::thread::id> threads;
+    std::atomic<bool> block{false};
+    std::atomic<bool> blocked{false};
+};
+
+class QuietListener : public VELDTimeStateListener {
+public:
+    QuietListener() : VELDTimeStateListener(0) {}
+    void CallbackTimeJumped(VELDTimestamp) override { ++calls; }
+    void CallbackTimeSpeedChanged(int) override { ++calls; }
+    void CallbackTimePaused(bool) override { ++calls; }
+    std::atomic<int> calls{0};
+};
+
+class TestClock : public VELDBaseClock {
+public:
+    explicit TestClock(const char* name) : VELDBaseClock(name) {}
+    void Register() override
+    {
+        ++registrations;
+        VELDBaseClock::Register();
+    }
+    void Unregister() override
+    {
+        ++unregistrations;
+        VELDBaseClock::Unregister();
+    }
+    VELDTimestamp ClockCurrentTime() override { return 0; }
+    void ClockSetCurrentTime(VELDTimestamp) override {}
+    int ClockSpeed() override { return 1000; }
+    void ClockSetSpeed(int) override {}
+    int registrations = 0, unregistrations = 0;
+};
+
+}  // namespace
+
+TEST_F(ClockWaits, TheClockStartsOnTheMonotonicClockAndFollowsChanges)
+{
+    VELDTimestamp engineTime = VELD::CurrentTime(true, true);
+    EXPECT_LT(std::labs(engineTime - Now()), 2000);
+    VELD::SetCurrentTime(5000000);
+    EXPECT_GE(VELD::CurrentTime(true, true), 5000000);
+    EXPECT_LT(VELD::CurrentTime(true, true), 6000000);
+    VELD::SetTimeSpeed(0);
+    VELDTimestamp frozen = VELD::CurrentTime(true, true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(VELD::CurrentTime(true, true), frozen);
+    EXPECT_EQ(VELDPrivate::GetAbsoluteTimeSpeed(), 0);
+    VELD::SetTimeSpeed(1000);
+    VELD::Pause();
+    EXPECT_TRUE(VELD::IsPaused());
+    EXPECT_EQ(VELD::TimeState(), VELD::Paused);
+    VELD::Play();
+    EXPECT_EQ(VELD::TimeState(), VELD::Running);
+    // Reading the time under the time-state lock must not take it again.
+    VELDPrivate::LockTimeState();
+    VELD::CurrentTime(false, false);
+    VELD::IsPaused();
+    VELDPrivate::GetAbsoluteTimeSpeed();
+    VELDPrivate::UnlockTimeState();
+}
+
+TEST_F(ClockWaits, ListenersHearEveryChangeOnTheTimeThread)
+{
+    RecordingListener listener;
+    VELD::SetTimeSpeed(2000);
+    VELD::SetCurrentTime(123);
+    VELD::Pause();
+    VELD::Play();
+    engine.Clock().Flush();
+    {
+        std::lock_guard<std::mutex> lock(listener.mutex);
+        EXPECT_EQ(listener.news, (std::vector<std::string>{"speed=2000", "jump=123", "pause=1", "pause=0"}));
+        for (std::thread::id id : listener.threads) EXPECT_NE(id, std::this_thread::get_id());
+    }
+
+    // A listener that blocks holds up neither the change nor the clock.
+    listener.block = true;
+    VELD::SetTimeSpeed(1000);
+    while (!listener.blocked) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    long real = Elapsed([] {
+        VELD::SetTimeSpeed(500);
+        VELD::CurrentTime(true, true);
+    });
+    EXPECT_LT(real, 500000);
+    listener.block = false;
+    engine.Clock().Flush();
+}
+
+TEST_F(ClockWaits, ListenersAndClocksRegisterAndUnregister)
+{
+    {
+        QuietListener quiet;  // never registered: its destructor's unregister is accepted
+        VELD::SetTimeSpeed(800);
+        engine.Clock().Flush();
+        EXPECT_EQ(quiet.calls, 0);
+        quiet.Register();
+        VELD::SetTimeSpeed(900);
+        engine.Clock().Flush();
+        EXPECT_EQ(quiet.calls, 1);
+    }
+    VELD::SetTimeSpeed(1000);
+    engine.Clock().Flush();
+
+    TestClock a("a");
+    TestClock b(nullptr);
+    EXPECT_STREQ(b.GetClockName(), "");
+    EXPECT_NE(a.GetClockID(), 0);
+    EXPECT_NE(b.GetClockID(), 0);
+    EXPECT_NE(a.GetClockID(), b.GetClockID());
+    a.RenameClock("renamed");
+    EXPECT_STREQ(a.GetClockName(), "renamed");
+    EXPECT_EQ(a.registrations, 1);
+    EXPECT_EQ(a.unregistrations, 1);
+    EXPECT_FALSE(a.IsSynchronizable());
+    a.SetAbsoluteTimeSpeed(1500);
+    EXPECT_EQ(a.GetAbsoluteTimeSpeed(), 1500);
+}
