@@ -12,8 +12,9 @@
 
 class VELDEvent;
 
-// What a wait needs of the module it runs for.
-struct VELDWaitOwner {
+// What the runtime needs of a module when it waits, reads or writes for it:
+// its death event, its state, and its error and report paths.
+struct VELDModuleContext {
     VELDEvent* dieEvent;
     // Tested for VELD::DyingState after a wait without limit.
     const std::atomic<int>* state;
@@ -28,26 +29,26 @@ class VELDModuleWaits {
 public:
     // True when `event` was set, false when `timeout` microseconds of clock
     // time passed first.
-    static bool Wait4Event(const VELDWaitOwner& owner, VELDEvent* event, long timeout);
+    static bool Wait4Event(const VELDModuleContext& owner, VELDEvent* event, long timeout);
     // The index of the first event set, or VELD::TimeOut. With addDeathEvent
     // the death event is waited on too. At most 254 events.
-    static int Wait4Events(const VELDWaitOwner& owner, int n, VELDEvent** events, long timeout,
+    static int Wait4Events(const VELDModuleContext& owner, int n, VELDEvent** events, long timeout,
                            bool addDeathEvent);
     // One wait with the death event added, on real time.
-    static bool MsgWait4Event(const VELDWaitOwner& owner, VELDEvent* event, long timeout);
+    static bool MsgWait4Event(const VELDModuleContext& owner, VELDEvent* event, long timeout);
     // At most 255 events.
-    static int MsgWait4Events(const VELDWaitOwner& owner, int n, VELDEvent** events, long timeout);
+    static int MsgWait4Events(const VELDModuleContext& owner, int n, VELDEvent** events, long timeout);
     // True once `delay` microseconds of clock time have passed (towards the
     // past at a negative speed), false on `abortEvent`. A speed change keeps
     // the part of the delay already spent.
-    static bool Rest(const VELDWaitOwner& owner, long delay, VELDEvent* abortEvent);
+    static bool Rest(const VELDModuleContext& owner, long delay, VELDEvent* abortEvent);
     // True once the clock has reached `timestamp`, false on `abortEvent`.
-    static bool Wait(const VELDWaitOwner& owner, long timestamp, VELDEvent* abortEvent);
+    static bool Wait(const VELDModuleContext& owner, long timestamp, VELDEvent* abortEvent);
     // 1 when the clock reached t, 0 on `abortEvent`.
-    static int WaitForTimestamp(const VELDWaitOwner& owner, long t, VELDEvent* abortEvent, bool* timeStateChanged);
+    static int WaitForTimestamp(const VELDModuleContext& owner, long t, VELDEvent* abortEvent, bool* timeStateChanged);
     // 1 when the clock reached t, 0 on one of the events, whose index goes to
     // `cancelled`.
-    static int WaitForTimestamp(const VELDWaitOwner& owner, long t, int n, VELDEvent** events, int* cancelled,
+    static int WaitForTimestamp(const VELDModuleContext& owner, long t, int n, VELDEvent** events, int* cancelled,
                                 bool* timeStateChanged);
 };
 

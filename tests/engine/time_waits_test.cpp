@@ -41,7 +41,7 @@ public:
 
     VELDEvent death;
     std::atomic<int> state;
-    VELDWaitOwner owner;
+    VELDModuleContext owner;
     std::string lastError, lastReport;
 };
 

@@ -11,9 +11,9 @@ using VELDPrivate::MinimumWaitTime;
 
 namespace {
 
-bool Dying(const VELDWaitOwner& owner) { return owner.state && (owner.state->load() & VELD::DyingState); }
+bool Dying(const VELDModuleContext& owner) { return owner.state && (owner.state->load() & VELD::DyingState); }
 
-[[noreturn]] void Fail(const VELDWaitOwner& owner, const char* text)
+[[noreturn]] void Fail(const VELDModuleContext& owner, const char* text)
 {
     owner.error(owner.module, text);
     throw VELD::ErrorException;  // an error that returns still ends the wait
@@ -114,7 +114,7 @@ int WaitOnClock(std::vector<VELDEvent*>& events, long timeout)
 // ---------------------------------------------------------------------------
 // Waits on events
 
-bool VELDModuleWaits::Wait4Event(const VELDWaitOwner& owner, VELDEvent* event, long timeout)
+bool VELDModuleWaits::Wait4Event(const VELDModuleContext& owner, VELDEvent* event, long timeout)
 {
     std::vector<VELDEvent*> events{owner.dieEvent};
     if (event != owner.dieEvent) events.push_back(event);
@@ -128,7 +128,7 @@ bool VELDModuleWaits::Wait4Event(const VELDWaitOwner& owner, VELDEvent* event, l
     return result != VELD::TimeOut;
 }
 
-int VELDModuleWaits::Wait4Events(const VELDWaitOwner& owner, int n, VELDEvent** list, long timeout,
+int VELDModuleWaits::Wait4Events(const VELDModuleContext& owner, int n, VELDEvent** list, long timeout,
                                  bool addDeathEvent)
 {
     if (n > 254) VELDPrivate::KernelError("Wait4Events can't wait for more than 254 events simultaneously.", 1);
@@ -145,7 +145,7 @@ int VELDModuleWaits::Wait4Events(const VELDWaitOwner& owner, int n, VELDEvent** 
     return result;
 }
 
-bool VELDModuleWaits::MsgWait4Event(const VELDWaitOwner& owner, VELDEvent* event, long timeout)
+bool VELDModuleWaits::MsgWait4Event(const VELDModuleContext& owner, VELDEvent* event, long timeout)
 {
     VELDEvent* events[2] = {event, owner.dieEvent};
     int result = VELDEvent::MsgWait(event == owner.dieEvent ? 1 : 2, events, timeout);
@@ -153,7 +153,7 @@ bool VELDModuleWaits::MsgWait4Event(const VELDWaitOwner& owner, VELDEvent* event
     return result == 0;
 }
 
-int VELDModuleWaits::MsgWait4Events(const VELDWaitOwner& owner, int n, VELDEvent** list, long timeout)
+int VELDModuleWaits::MsgWait4Events(const VELDModuleContext& owner, int n, VELDEvent** list, long timeout)
 {
     if (n > 255) VELDPrivate::KernelError("MsgWait4Events can't wait for more than 255 events simultaneously.", 1);
     std::vector<VELDEvent*> events(list, list + (n > 0 ? n : 0));
@@ -166,7 +166,7 @@ int VELDModuleWaits::MsgWait4Events(const VELDWaitOwner& owner, int n, VELDEvent
 // ---------------------------------------------------------------------------
 // Waits on the clock
 
-bool VELDModuleWaits::Rest(const VELDWaitOwner& owner, long delay, VELDEvent* abortEvent)
+bool VELDModuleWaits::Rest(const VELDModuleContext& owner, long delay, VELDEvent* abortEvent)
 {
     VELDEvent timer(false, nullptr);
     bool recompute = true;
@@ -229,7 +229,7 @@ bool VELDModuleWaits::Rest(const VELDWaitOwner& owner, long delay, VELDEvent* ab
     }
 }
 
-bool VELDModuleWaits::Wait(const VELDWaitOwner& owner, long timestamp, VELDEvent* abortEvent)
+bool VELDModuleWaits::Wait(const VELDModuleContext& owner, long timestamp, VELDEvent* abortEvent)
 {
     VELDEvent timer(false, nullptr);
     for (;;) {
@@ -278,7 +278,7 @@ bool VELDModuleWaits::Wait(const VELDWaitOwner& owner, long timestamp, VELDEvent
     }
 }
 
-int VELDModuleWaits::WaitForTimestamp(const VELDWaitOwner& owner, long t, VELDEvent* abortEvent,
+int VELDModuleWaits::WaitForTimestamp(const VELDModuleContext& owner, long t, VELDEvent* abortEvent,
                                       bool* timeStateChanged)
 {
     VELDEvent* events[2] = {owner.dieEvent, abortEvent};
@@ -290,7 +290,7 @@ int VELDModuleWaits::WaitForTimestamp(const VELDWaitOwner& owner, long t, VELDEv
     Fail(owner, "VELDModule::WaitForTimestamp [line:2096] Failed");
 }
 
-int VELDModuleWaits::WaitForTimestamp(const VELDWaitOwner& owner, long t, int n, VELDEvent** list, int* cancelled,
+int VELDModuleWaits::WaitForTimestamp(const VELDModuleContext& owner, long t, int n, VELDEvent** list, int* cancelled,
                                       bool* timeStateChanged)
 {
     // Up to 30 events stay on the stack.
