@@ -15,49 +15,44 @@
 // Classic CAN. The extended marker lives in the identifier word (bit 29); the
 // identifier setters do not mask, so a caller that passes more than 29 bits
 // sets the marker or the bits above it.
-struct VELDCANFrame {
-    static constexpr VELDUInt32 ExtendedId = 0x20000000;
-    static constexpr VELDUInt32 AddressMask = 0x1FFFFFFF;
+// The constants and operations that the classic and the FD record share,
+// written into each of them: the records have no base class, and each keeps
+// its own copy of the constants. GetDataLength reads the signed field as it
+// stands, so a negative length stays negative in the size_t.
+#define VELD_CAN_ARBITRATION_FRAME_OPERATIONS                                                            \
+    static constexpr VELDUInt32 ExtendedId = 0x20000000;                                                 \
+    static constexpr VELDUInt32 AddressMask = 0x1FFFFFFF;                                                \
+    VELDUInt32 GetId() const { return arbitrationId & AddressMask; }                                     \
+    void SetStandardId(VELDUInt32 id) { arbitrationId = id; }                                            \
+    void SetExtendedId(VELDUInt32 id) { arbitrationId = id | ExtendedId; }                               \
+    bool HasStandardId() const { return (arbitrationId & ExtendedId) == 0; }                             \
+    bool HasExtendedId() const { return (arbitrationId & ExtendedId) != 0; }                             \
+    std::size_t GetDataLength() const { return static_cast<std::size_t>(dataLength); }                   \
+    void SetDataLength(std::size_t n) { dataLength = static_cast<VELDInt8>(static_cast<VELDUInt8>(n & 0xFF)); } \
+    VELDTimestamp GetTimestamp() const { return ts; }                                                    \
+    void SetTimestamp(VELDTimestamp t) { ts = t; }
 
+struct VELDCANFrame {
     VELDUInt32 arbitrationId;
     bool isRemote;
     VELDInt8 dataLength;  // bytes in use, not a DLC code
     VELDUInt8 data[8];
     VELDTimestamp ts;
 
-    VELDUInt32 GetId() const { return arbitrationId & AddressMask; }
-    void SetStandardId(VELDUInt32 id) { arbitrationId = id; }
-    void SetExtendedId(VELDUInt32 id) { arbitrationId = id | ExtendedId; }
-    bool HasStandardId() const { return (arbitrationId & ExtendedId) == 0; }
-    bool HasExtendedId() const { return (arbitrationId & ExtendedId) != 0; }
-    // The signed field read as it stands: a negative length stays negative
-    // in the size_t.
-    std::size_t GetDataLength() const { return static_cast<std::size_t>(dataLength); }
-    void SetDataLength(std::size_t n) { dataLength = static_cast<VELDInt8>(static_cast<VELDUInt8>(n & 0xFF)); }
-    VELDTimestamp GetTimestamp() const { return ts; }
-    void SetTimestamp(VELDTimestamp t) { ts = t; }
+    VELD_CAN_ARBITRATION_FRAME_OPERATIONS
 };
 
 // CAN FD: the same operations, 64 bytes of payload and no remote flag.
 struct VELDCANFDFrame {
-    static constexpr VELDUInt32 ExtendedId = 0x20000000;
-    static constexpr VELDUInt32 AddressMask = 0x1FFFFFFF;
-
     VELDUInt32 arbitrationId;
-    VELDInt8 dataLength;
+    VELDInt8 dataLength;  // bytes in use, not a DLC code
     VELDUInt8 data[64];
     VELDTimestamp ts;
 
-    VELDUInt32 GetId() const { return arbitrationId & AddressMask; }
-    void SetStandardId(VELDUInt32 id) { arbitrationId = id; }
-    void SetExtendedId(VELDUInt32 id) { arbitrationId = id | ExtendedId; }
-    bool HasStandardId() const { return (arbitrationId & ExtendedId) == 0; }
-    bool HasExtendedId() const { return (arbitrationId & ExtendedId) != 0; }
-    std::size_t GetDataLength() const { return static_cast<std::size_t>(dataLength); }
-    void SetDataLength(std::size_t n) { dataLength = static_cast<VELDInt8>(static_cast<VELDUInt8>(n & 0xFF)); }
-    VELDTimestamp GetTimestamp() const { return ts; }
-    void SetTimestamp(VELDTimestamp t) { ts = t; }
+    VELD_CAN_ARBITRATION_FRAME_OPERATIONS
 };
+
+#undef VELD_CAN_ARBITRATION_FRAME_OPERATIONS
 
 // The universal record. Its attributes are flags with three states: unknown
 // (hasFlags bit clear), false (hasFlags bit set, flags bit clear) and true
