@@ -143,14 +143,3 @@ TEST_F(CanBinding, AConstructorThatThrowsLeavesTheWrapperCountAsItWas)
     EXPECT_THROW(Make(Monitoring()), std::runtime_error);
     EXPECT_EQ(uCanApiWrapperCount, 0u);
 }
-
-TEST_F(CanBinding, EventsStartUnsignalledAndWork)
-{
-    EventHandle* event = static_cast<EventHandle*>(CreateEventB(false));
-    ASSERT_NE(event, nullptr);
-    EXPECT_FALSE(event->m_signalled);
-    EXPECT_TRUE(static_cast<EventHandle*>(CreateEventB(true))->m_signalled);
-    EXPECT_EQ(pthread_mutex_lock(&event->m_mutex), 0);
-    EXPECT_EQ(pthread_cond_broadcast(&event->m_cond), 0);
-    EXPECT_EQ(pthread_mutex_unlock(&event->m_mutex), 0);
-}

@@ -373,18 +373,6 @@ TEST_F(CanTransport, StagedFramesCarryTheirFieldsIntoTheStream)
     EXPECT_TRUE(wrapper->IsTransmitFramesAllowed());
 }
 
-TEST_F(CanTransport, StagingNeedsAReplayBuffer)
-{
-    AddChannel();
-    auto wrapper = Ready(Monitoring());
-    try {
-        wrapper->CopyFrame2(ClassicFrame(1));
-        ADD_FAILURE() << "no exception";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Destination buffer is null!");
-    }
-}
-
 TEST_F(CanTransport, AHeaderNeeds64FreeBytes)
 {
     for (std::uint32_t used : {65472u, 65473u}) {

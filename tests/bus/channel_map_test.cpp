@@ -45,15 +45,6 @@ TEST(ChannelMap, CustomChannelsAreNotTracked)
     NxChannelMap::RemoveBlockName("x", "NxEthInject", "10.0.0.1", "Custom channel");
 }
 
-TEST(ChannelMap, KeysAreJoinedWithDoubleColons)
-{
-    // "a::b" + "c" and "a" + "b::c" make the same key.
-    NxChannelMap::InsertBlockName("one", "a::b", "c", "d");
-    EXPECT_EQ(Names("a", "b::c", "d"), List{"one"});
-    NxChannelMap::RemoveBlockName("one", "a", "b::c", "d");
-    EXPECT_TRUE(Names("a::b", "c", "d").empty());
-}
-
 TEST(ChannelMap, ToStringJoinsWithCommas)
 {
     EXPECT_EQ(NxChannelMap::ToString({}), "");
