@@ -1,0 +1,490 @@
+// Frames through the CAN wrapper: conversions, reading with its trace file,
+// waiting for reception, direct transmission and the replay stream.
+#include <time.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "bus_test_fixture.h"
+
+namespace {
+
+using CanTransport = BusTest;
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Record sizes that the test chooses one by one, 64 bytes after the list.
+void RecordSizes(nxtest::FakeCanLibrary& fake, std::vector<std::uint32_t> sizes)
+{
+    auto remaining = std::make_shared<std::deque<std::uint32_t>>(sizes.begin(), sizes.end());
+    fake.SetRecordSize([remaining](std::uint16_t, bool) {
+        if (remaining->empty()) return std::uint32_t(64);
+        std::uint32_t size = remaining->front();
+        remaining->pop_front();
+        return size;
+    });
+}
+
+VELDCANFrame ClassicFrame(std::uint32_t id, int length = 8, VELDTimestamp ts = 0)
+{
+    VELDCANFrame frame{};
+    frame.SetStandardId(id);
+    frame.SetDataLength(static_cast<std::size_t>(length));
+    for (int i = 0; i < 8; ++i) frame.data[i] = static_cast<VELDUInt8>(id + i);
+    frame.SetTimestamp(ts);
+    return frame;
+}
+
+// A deadline that runs past the end of the current second makes a wait fail
+// at once: waits that must block start early in a second.
+void WaitForEarlyInSecond(long nanosecondsAtMost)
+{
+    for (;;) {
+        timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        if (now.tv_nsec < nanosecondsAtMost) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+// Signals reception every millisecond until stopped.
+class ReceivingLibrary {
+public:
+    explicit ReceivingLibrary(nxtest::FakeCanLibrary& fake)
+        : m_thread([this, &fake] {
+              while (!m_stop) {
+                  fake.Receive(nxtest::MakeMessage(1, false, 1, 0));
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          })
+    {
+    }
+    ~ReceivingLibrary()
+    {
+        m_stop = true;
+        m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+}  // namespace
+
+TEST_F(CanTransport, DlcTablesBothWaysWithTheirReports)
+{
+    const int lengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+    for (std::uint16_t dlc = 0; dlc < 16; ++dlc) {
+        EXPECT_EQ(NxCanApiWrapper::FrameDlcToDataLength(dlc), lengths[dlc]);
+        EXPECT_EQ(NxCanApiWrapper::DataLengthToFrameDlc(static_cast<VELDInt8>(lengths[dlc])), dlc);
+    }
+    EXPECT_TRUE(engine.GetConsole().Captured().empty());
+
+    EXPECT_EQ(NxCanApiWrapper::FrameDlcToDataLength(16), -1);
+    EXPECT_TRUE(Reported("External : Invalid DLC Value [dlc:16]"));
+    EXPECT_EQ(NxCanApiWrapper::DataLengthToFrameDlc(13), 0xFFFF);
+    EXPECT_TRUE(Reported("External : Invalid Data Length [length:13]"));
+    EXPECT_EQ(NxCanApiWrapper::DataLengthToFrameDlc(-3), 0xFFFF);
+    EXPECT_TRUE(Reported("Invalid Data Length [length:-3]"));
+    EXPECT_EQ(NxCanApiWrapper::DataLengthToFrameDlc(65), 0xFFFF);
+}
+
+TEST_F(CanTransport, MessagesBecomeFramesOfAllThreeKinds)
+{
+    AddChannel();
+    auto wrapper = Ready(Monitoring());  // 80 ticks per microsecond
+    NXSCanMessage extended = nxtest::MakeMessage(0x1ABCDEF, true, 9, 80 * 1000, NXCAN_FLAG_RX_BRS);
+    NXSCanMessage standard = nxtest::MakeMessage(0x123, false, 3, 80 * 2500 + 79);
+
+    VELDCANFrame classic;
+    std::memset(&classic, 0xFF, sizeof classic);
+    EXPECT_EQ(NxCanApiWrapper::CopyFrameMon(classic, standard, 100), 2600);
+    EXPECT_EQ(classic.ts, 2600);
+    EXPECT_EQ(classic.arbitrationId, 0x123u);
+    EXPECT_FALSE(classic.isRemote);
+    EXPECT_EQ(classic.dataLength, 3);
+    EXPECT_EQ(classic.data[7], 0xA7);
+    EXPECT_EQ(NxCanApiWrapper::CopyFrameMon(classic, extended, -1000), 0);
+    EXPECT_EQ(classic.arbitrationId, 0x1ABCDEFu | VELDCANFrame::ExtendedId);
+    EXPECT_EQ(classic.dataLength, 12);
+
+    VELDCANFDFrame fd{};
+    EXPECT_EQ(NxCanApiWrapper::CopyFrameMon(fd, extended, 5), 1005);
+    EXPECT_TRUE(fd.HasExtendedId());
+    EXPECT_EQ(fd.GetId(), 0x1ABCDEFu);
+    EXPECT_EQ(fd.dataLength, 12);
+    EXPECT_EQ(fd.data[63], 0xA0 + 63);
+
+    VELDCANUniFrame uni;
+    NxCanApiWrapper::CopyFrameMon(uni, extended, 0);
+    EXPECT_TRUE(uni.HasExtendedId());
+    EXPECT_EQ(uni.GetId(), 0x1ABCDEFu);
+    EXPECT_EQ(uni.GetDataLength(), 12u);
+    EXPECT_TRUE(uni.HasFlag<VELDCANUniFrame::Flag_RX>() && uni.GetFlag<VELDCANUniFrame::Flag_RX>());
+    EXPECT_TRUE(uni.GetFlag<VELDCANUniFrame::Flag_BRS>());
+    EXPECT_FALSE(uni.HasFlag<VELDCANUniFrame::Flag_FD>());
+    NxCanApiWrapper::CopyFrameMon(uni, standard, 0);
+    EXPECT_TRUE(uni.HasStandardId());
+    EXPECT_TRUE(uni.HasFlag<VELDCANUniFrame::Flag_BRS>());
+    EXPECT_FALSE(uni.GetFlag<VELDCANUniFrame::Flag_BRS>());
+
+    // A DLC outside the table is reported and the length is what came back.
+    NXSCanMessage broken = nxtest::MakeMessage(1, false, 20, 0);
+    NxCanApiWrapper::CopyFrameMon(classic, broken, 0);
+    EXPECT_EQ(classic.dataLength, -1);
+    EXPECT_TRUE(Reported("Invalid DLC Value [dlc:20]"));
+}
+
+TEST_F(CanTransport, FramesBecomeMessagesWithTheirFlags)
+{
+    NXSCanMessage message;
+    std::memset(&message, 0x5A, sizeof message);
+
+    VELDCANFrame classic = ClassicFrame(0x7FF, 5);
+    classic.SetExtendedId(0x1FFFFFFF);
+    NxCanApiWrapper::CopyFrame(message, classic);
+    EXPECT_EQ(message.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
+    EXPECT_EQ(message.ui64Timestamp, 0u);
+    EXPECT_EQ(message.ulCanIdentifier, 0x1FFFFFFFu);
+    EXPECT_EQ(message.tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_XTD);
+    EXPECT_EQ(message.usDLC, 5);
+    EXPECT_EQ(message.ulFlags, 0u);
+    EXPECT_EQ(message.ucData[4], classic.data[4]);
+
+    VELDCANFDFrame fd{};
+    fd.SetStandardId(0x10);
+    fd.SetDataLength(48);
+    fd.data[47] = 0x47;
+    NxCanApiWrapper::CopyFrame(message, fd);
+    EXPECT_EQ(message.tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_STD);
+    EXPECT_EQ(message.usDLC, 14);
+    EXPECT_EQ(message.ulFlags, 3u);
+    EXPECT_EQ(message.ucData[47], 0x47);
+
+    VELDCANUniFrame uni;
+    uni.SetStandardId(0x20);
+    uni.SetDataLength(16);
+    const std::uint32_t expected[4] = {0, 1, 2, 3};
+    for (int fdBit = 0; fdBit < 2; ++fdBit)
+        for (int brs = 0; brs < 2; ++brs) {
+            uni.SetFD(fdBit != 0);
+            uni.SetFlag<VELDCANUniFrame::Flag_BRS>(brs != 0);
+            NxCanApiWrapper::CopyFrame(message, uni);
+            EXPECT_EQ(message.ulFlags, expected[fdBit + 2 * brs]);
+        }
+    EXPECT_EQ(message.usDLC, 10);
+    // A stale FD bit without its validity does not count.
+    uni.InvalidateAllFlags();
+    NxCanApiWrapper::CopyFrame(message, uni);
+    EXPECT_EQ(message.ulFlags, 2u);
+}
+
+TEST_F(CanTransport, ReadingNeedsAnInitialisedWrapperAndThrowsLibraryErrors)
+{
+    AddChannel();
+    auto idle = Make(Monitoring());
+    try {
+        idle->ReadReceiveQueue();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "CAN Handle is not initialized");
+    }
+
+    auto wrapper = Ready(Monitoring());
+    EXPECT_EQ(wrapper->ReadReceiveQueue(), 0u);
+    EXPECT_EQ(Fake().CallsTo("NXCAN_ReadReceiveQueue")[0].args, (std::vector<std::uint64_t>{7, 32768}));
+    for (std::uint32_t i = 0; i < 3; ++i) Fake().Receive(nxtest::MakeMessage(i, false, 8, i));
+    EXPECT_EQ(wrapper->ReadReceiveQueue(), 3u);
+    EXPECT_EQ(wrapper->GetCanChannelMsgBuffer()[2].ulCanIdentifier, 2u);
+
+    Fake().SetResult("NXCAN_ReadReceiveQueue", 4);
+    EXPECT_THROW(wrapper->ReadReceiveQueue(), std::runtime_error);
+
+    // The flush code is no error: what the library left in count is used.
+    Fake().SetResult("NXCAN_ReadReceiveQueue", -1);
+    Fake().SetVendorError(128, "");
+    Fake().Receive(nxtest::MakeMessage(9, false, 8, 0));
+    Mark();
+    EXPECT_EQ(wrapper->ReadReceiveQueue(), 1u);
+    EXPECT_EQ(CallsSinceMark().back(), "NXCAN_FlushReceiveQueue");
+}
+
+TEST_F(CanTransport, TraceLinesByteForByte)
+{
+    std::string id = testing::TempDir() + "trace_lines";
+    Fake().AddChannel({"Norvex", "PCIe", "", id, 0});
+    NxCanApiWrapperSettings settings("127.0.0.1", id, true, 2000000, 500000, true, false);
+    auto wrapper = Ready(settings);
+
+    Fake().Receive(nxtest::MakeMessage(0x5, false, 8, 80 * 123456 + 40));
+    NXSCanMessage fd = nxtest::MakeMessage(0x1ABCDEF, true, 15, 0);
+    fd.tMessageType = NXCAN_MESSAGE_TYPE_ERROR;  // every kind is logged alike
+    fd.ucData[0] = 0x0F;
+    Fake().Receive(fd);
+    ASSERT_EQ(wrapper->ReadReceiveQueue(), 2u);
+    wrapper.reset();  // closes the file
+
+    EXPECT_EQ(ReadFile(id + ".asc"),
+              "123456 1  005 Rx d 8 8 A0 A1 A2 A3 A4 A5 A6 A7\n"
+              "0 1  28036591 Rx d 8 15 0F A1 A2 A3 A4 A5 A6 A7\n");
+
+    // A new wrapper starts the file anew; an empty read writes nothing.
+    wrapper = Ready(settings);
+    EXPECT_EQ(wrapper->ReadReceiveQueue(), 0u);
+    wrapper.reset();
+    EXPECT_EQ(ReadFile(id + ".asc"), "");
+}
+
+TEST_F(CanTransport, WaitingWakesOnReceptionAndTimesOut)
+{
+    AddChannel();
+    auto polling = Ready(Monitoring());
+    EXPECT_FALSE(polling->WaitForReceiveEvent(1000, nullptr));  // no event at all
+
+    NxCanApiWrapperSettings settings = Monitoring();
+    settings.SetEventBasedReceive(true);
+    auto wrapper = Ready(settings);
+    EXPECT_FALSE(wrapper->WaitForReceiveEvent(1000, nullptr));
+
+    bool woken;
+    {
+        ReceivingLibrary library(Fake());
+        WaitForEarlyInSecond(500000000);
+        woken = wrapper->WaitForReceiveEvent(400000, nullptr);
+    }
+    EXPECT_TRUE(woken);
+    EXPECT_GT(wrapper->ReadReceiveQueue(), 0u);
+}
+
+TEST_F(CanTransport, TheTimeoutIsComputedIn32BitsWithoutCarry)
+{
+    AddChannel();
+    NxCanApiWrapperSettings settings = Monitoring();
+    settings.SetEventBasedReceive(true);
+    auto wrapper = Ready(settings);
+
+    // 4794968 us are 4794968000 ns, which 32 bits turn into about half a
+    // second. Wait for a moment early in a second, so that half a second
+    // more stays within it.
+    bool woken;
+    {
+        ReceivingLibrary library(Fake());
+        WaitForEarlyInSecond(300000000);
+        woken = wrapper->WaitForReceiveEvent(4794968, nullptr);
+    }
+    EXPECT_TRUE(woken);
+
+    // A second or more in the nanoseconds field: the wait fails at once.
+    EXPECT_FALSE(wrapper->WaitForReceiveEvent(1000000, nullptr));
+}
+
+TEST_F(CanTransport, DirectTransmission)
+{
+    AddChannel();
+    auto idle = Make(Monitoring());
+    NXSCanMessage messages[2];
+    EXPECT_THROW(idle->TransmitMessages(messages, 2), std::runtime_error);
+
+    auto wrapper = Ready(Monitoring());
+    Fake().SetResult("NXCAN_TransmitMessages", 11);
+    Mark();
+    EXPECT_EQ(wrapper->TransmitMessages(messages, 0).errorCode, 0);
+    EXPECT_TRUE(CallsSinceMark().empty());
+
+    NxCanApiWrapper::CopyFrame(messages[0], ClassicFrame(0x11));
+    NxCanApiWrapper::CopyFrame(messages[1], ClassicFrame(0x22));
+    messages[0].ui64Timestamp = 99;
+    messages[1].ui64Timestamp = 98;
+    NxBusError refused = wrapper->TransmitMessages(messages, 2);
+    EXPECT_EQ(refused.errorCode, 11);
+    EXPECT_EQ(refused.functionName, "NXCAN_TransmitMessages");
+    EXPECT_EQ(refused.severity, NxBusErrorSeverity::Error);
+    EXPECT_EQ(messages[0].ui64Timestamp + messages[1].ui64Timestamp, 0u);
+
+    Fake().SetResult("NXCAN_TransmitMessages", 0);
+    ASSERT_EQ(wrapper->TransmitMessages(messages, 2).errorCode, 0);
+    std::vector<NXSCanMessage> sent = Fake().Transmitted();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1].ulCanIdentifier, 0x22u);
+}
+
+// ---------------------------------------------------------------------------
+// The replay stream
+
+TEST_F(CanTransport, StagedFramesCarryTheirFieldsIntoTheStream)
+{
+    AddChannel();
+    auto wrapper = Ready(Replay());  // 80 ticks per microsecond
+
+    VELDCANFrame classic = ClassicFrame(0x123, 5, 1000);
+    VELDCANFDFrame fd{};
+    fd.SetExtendedId(0xABCDE);
+    fd.SetDataLength(20);
+    fd.SetTimestamp(2000);
+    for (int i = 0; i < 64; ++i) fd.data[i] = static_cast<VELDUInt8>(i);
+    VELDCANUniFrame uni;
+    uni.SetStandardId(0x7);
+    uni.SetFD(true);
+    uni.SetDataLength(64);
+    uni.SetTimestamp(3000);
+    uni.data[63] = 0x63;
+    EXPECT_EQ(wrapper->CopyFrame2(classic).errorCode, 0);
+    EXPECT_EQ(wrapper->CopyFrame2(fd).errorCode, 0);
+    EXPECT_EQ(wrapper->CopyFrame2(uni).errorCode, 0);
+    EXPECT_EQ(wrapper->GetTxBufferSize(), 64u + 80u + 120u);
+    EXPECT_TRUE(Fake().Streamed().empty());
+
+    EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
+    std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
+    ASSERT_EQ(records.size(), 3u);
+    const NXSCanReplayMsgHeader& c = records[0].head.tMsgHeader;
+    EXPECT_EQ(c.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
+    EXPECT_EQ(c.ulCanId, 0x123u);
+    EXPECT_EQ(c.tMsgFormat, NXCAN_IDENTIFIER_TYPE_STD);
+    EXPECT_EQ(c.ulFlags, 0u);
+    EXPECT_EQ(c.usDLC, 5);
+    EXPECT_EQ(records[0].head.tHeader.ui64Timestamp, 80000u);
+    EXPECT_EQ(records[0].payload[4], classic.data[4]);
+
+    const NXSCanReplayMsgHeader& f = records[1].head.tMsgHeader;
+    EXPECT_EQ(f.ulCanId, 0xABCDEu);
+    EXPECT_EQ(f.tMsgFormat, NXCAN_IDENTIFIER_TYPE_XTD);
+    EXPECT_EQ(f.ulFlags, 3u);
+    EXPECT_EQ(f.usDLC, 11);
+    EXPECT_EQ(records[1].head.tHeader.ui64Timestamp, 160000u);
+    ASSERT_EQ(records[1].payload.size(), 24u);
+    EXPECT_EQ(records[1].payload[19], 19);
+
+    EXPECT_EQ(records[2].head.tMsgHeader.ulFlags, 1u);
+    EXPECT_EQ(records[2].head.tMsgHeader.usDLC, 15);
+    ASSERT_EQ(records[2].payload.size(), 64u);
+    EXPECT_EQ(records[2].payload[63], 0x63);
+    EXPECT_EQ(wrapper->GetTxBufferSize(), 0u);
+    EXPECT_TRUE(wrapper->IsTransmitFramesAllowed());
+}
+
+TEST_F(CanTransport, AHeaderNeeds64FreeBytes)
+{
+    for (std::uint32_t used : {65472u, 65473u}) {
+        SCOPED_TRACE(used);
+        nxtest::ScopedFakeCanLibrary scoped;
+        AddChannel();
+        RecordSizes(Fake(), {used});
+        auto wrapper = Ready(Replay());
+        wrapper->CopyFrame2(ClassicFrame(1));
+        ASSERT_EQ(wrapper->GetTxBufferSize(), used);
+        Mark();
+        wrapper->CopyFrame2(ClassicFrame(2));
+        if (used == 65472u) {
+            EXPECT_EQ(CallsSinceMark(), std::vector<std::string>{"NXCAN_ReplayInitHeader"});
+            EXPECT_EQ(wrapper->GetTxBufferSize(), 65536u);
+        } else {
+            EXPECT_EQ(CallsSinceMark(), (std::vector<std::string>{"NXCAN_ReplayStreamData", "NXCAN_ReplayInitHeader"}));
+            EXPECT_EQ(wrapper->GetTxBufferSize(), 64u);
+        }
+    }
+}
+
+TEST_F(CanTransport, ARecordThatNoLongerFitsIsPlacedAgainAfterThePush)
+{
+    AddChannel();
+    RecordSizes(Fake(), {65000, 1000, 1000});
+    auto wrapper = Ready(Replay());
+    wrapper->CopyFrame2(ClassicFrame(1));
+    Mark();
+    wrapper->CopyFrame2(ClassicFrame(2, 8, 77));
+    EXPECT_EQ(CallsSinceMark(), (std::vector<std::string>{"NXCAN_ReplayInitHeader", "NXCAN_ReplayStreamData",
+                                                          "NXCAN_ReplayInitHeader"}));
+    std::vector<nxtest::FakeCall> inits = Fake().CallsTo("NXCAN_ReplayInitHeader");
+    ASSERT_EQ(inits.size(), 3u);
+    EXPECT_EQ(inits[1].args[2] - inits[0].args[2], 65000u);
+    EXPECT_EQ(inits[2].args[2], inits[0].args[2]);  // back at the front
+    EXPECT_EQ(Fake().Streamed().size(), 65000u);     // the first record alone went
+    EXPECT_EQ(wrapper->GetTxBufferSize(), 1000u);
+
+    wrapper->TransmitMessagesPushing(false);
+    std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].head.tMsgHeader.ulCanId, 2u);
+    EXPECT_EQ(records[1].head.tHeader.ui64Timestamp, 77u * 80u);
+    EXPECT_EQ(records[1].head.tMsgHeader.usDLC, 8);
+}
+
+TEST_F(CanTransport, APartialPushKeepsTheRestAndHoldsBackNewFrames)
+{
+    AddChannel();
+    auto wrapper = Ready(Replay());
+    for (std::uint32_t id = 1; id <= 3; ++id) wrapper->CopyFrame2(ClassicFrame(id));
+    Fake().SetConsumption([](std::uint32_t offered) { return offered > 64 ? 64u : offered; });
+    EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
+    EXPECT_FALSE(wrapper->IsTransmitFramesAllowed());
+    EXPECT_EQ(wrapper->GetTxBufferSize(), 128u);
+    EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
+    EXPECT_FALSE(wrapper->IsTransmitFramesAllowed());
+    EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
+    EXPECT_TRUE(wrapper->IsTransmitFramesAllowed());
+    std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
+    ASSERT_EQ(records.size(), 3u);
+    for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(records[i].head.tMsgHeader.ulCanId, i + 1);
+
+    // An error keeps the data for the next push.
+    wrapper->CopyFrame2(ClassicFrame(4));
+    Fake().SetResult("NXCAN_ReplayStreamData", 6);
+    NxBusError failed = wrapper->TransmitMessagesPushing(false);
+    EXPECT_EQ(failed.errorCode, 6);
+    EXPECT_EQ(failed.functionName, "NXCAN_ReplayStreamData");
+    EXPECT_EQ(wrapper->GetTxBufferSize(), 64u);
+}
+
+TEST_F(CanTransport, TheEndOfTheStreamIsOneRecordWithDlc0AndTime0)
+{
+    AddChannel();
+    auto idle = Make(Replay());
+    Mark();
+    EXPECT_EQ(idle->TransmitMessagesPushing(true).errorCode, 0);  // not initialised: nothing done
+    EXPECT_TRUE(CallsSinceMark().empty());
+
+    auto wrapper = Ready(Replay());
+    wrapper->CopyFrame2(ClassicFrame(1, 8, 50));
+    EXPECT_EQ(wrapper->TransmitMessagesPushing(true).errorCode, 0);
+    std::vector<nxtest::FakeCall> inits = Fake().CallsTo("NXCAN_ReplayInitHeader");
+    ASSERT_EQ(inits.size(), 2u);
+    EXPECT_EQ(inits[1].args[0], 1u);  // end of file
+    EXPECT_EQ(inits[1].args[1], 0u);  // DLC 0
+    std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[1].head.tHeader.reserved1, 1u);
+    EXPECT_EQ(records[1].head.tHeader.ui64Timestamp, 0u);
+    EXPECT_EQ(records[1].head.tMsgHeader.usDLC, 0);
+}
+
+TEST_F(CanTransport, ConcurrentStagingAndPushingNeverSendAHalfWrittenRecord)
+{
+    AddChannel();
+    auto wrapper = Ready(Replay());
+    const std::uint32_t kFrames = 3000;
+    std::atomic<bool> staged(false);
+    std::thread pusher([&] {
+        while (!staged) wrapper->TransmitMessagesPushing(false);
+        wrapper->TransmitMessagesPushing(false);
+    });
+    for (std::uint32_t id = 1; id <= kFrames; ++id) wrapper->CopyFrame2(ClassicFrame(id & 0x7FF, 8, id));
+    staged = true;
+    pusher.join();
+    std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
+    ASSERT_EQ(records.size(), kFrames);
+    for (std::uint32_t i = 0; i < kFrames; ++i) {
+        ASSERT_EQ(records[i].head.tMsgHeader.ulCanId, (i + 1) & 0x7FF) << i;
+        ASSERT_EQ(records[i].head.tHeader.ui64Timestamp, (i + 1) * 80u) << i;
+    }
+}
