@@ -1,5 +1,7 @@
 #include "sim_bus.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -74,7 +76,17 @@ NXTCanError Bus::EnsureAttached(std::string* error)
     const NXTCanError rc = BusSegment::Attach(m_shmName, m_layout, &m_segment, error);
     if (rc != NXCAN_SUCCESS)
         return rc;
-    m_delivery = std::thread([this] { DeliveryLoop(); });
+    // Deliver from the frames that are still on their way; computed here, so
+    // that nothing placed after the attachment can be missed.
+    BusSegment& seg = *m_segment;
+    seg.Lock();
+    uint64_t first = seg.Header()->nextSeq;
+    const int64_t now = MonotonicNs();
+    const uint64_t oldest = first > m_layout.ringCapacity ? first - m_layout.ringCapacity : 0;
+    while (first > oldest && seg.Ring(first - 1).seq == first - 1 && seg.Ring(first - 1).endNs > now)
+        --first;
+    seg.Unlock();
+    m_delivery = std::thread([this, first] { DeliveryLoop(first); });
     return NXCAN_SUCCESS;
 }
 
@@ -253,24 +265,16 @@ void Bus::RemoveReceiver(const Channel* channel)
                       m_receivers.end());
 }
 
-void Bus::DeliveryLoop()
+void Bus::DeliveryLoop(uint64_t firstSeq)
 {
+    prctl(PR_SET_TIMERSLACK, 1000UL, 0, 0, 0);  // deliver close to the end of frame
     BusSegment& seg = *m_segment;
     const uint64_t capacity = m_layout.ringCapacity;
     std::vector<WireFrame> batch;
     batch.reserve(kDeliveryBatch);
     std::vector<std::shared_ptr<Channel>> receivers;
 
-    // Start with the frames that are still on their way.
-    seg.Lock();
-    uint64_t cursor = seg.Header()->nextSeq;
-    {
-        const int64_t now = MonotonicNs();
-        const uint64_t oldest = cursor > capacity ? cursor - capacity : 0;
-        while (cursor > oldest && seg.Ring(cursor - 1).seq == cursor - 1 && seg.Ring(cursor - 1).endNs > now)
-            --cursor;
-    }
-    seg.Unlock();
+    uint64_t cursor = firstSeq;
 
     while (!m_stop) {
         seg.Lock();

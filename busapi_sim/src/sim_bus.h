@@ -57,7 +57,7 @@ public:
     BusSegment* SegmentForTests() { return m_segment.get(); }
 
 private:
-    void DeliveryLoop();
+    void DeliveryLoop(uint64_t firstSeq);
     void PrunePendingLocked(uint32_t source, int64_t now);
     void PlaceLocked(uint32_t source, bool takesNoBusTime, WireFrame* frames, size_t count, int64_t now);
     void AccountLoadLocked(int64_t start, int64_t end, int64_t now);

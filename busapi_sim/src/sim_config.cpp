@@ -116,14 +116,14 @@ struct Parser {
         if (kind == "bus") {
             if (!IsValidName(name))
                 return Fail("bus name '" + name + "' may hold letters, digits, '.', '_' and '-' only");
-            for (const auto& b : cfg.buses)
-                if (b.name == name)
-                    return Fail("bus '" + name + "' is defined twice");
             if (!topologyGiven) {
                 cfg.buses.clear();
                 cfg.channels.clear();
                 topologyGiven = true;
             }
+            for (const auto& b : cfg.buses)
+                if (b.name == name)
+                    return Fail("bus '" + name + "' is defined twice");
             cfg.buses.emplace_back();
             cfg.buses.back().name = name;
             section = Section::Bus;
