@@ -234,11 +234,20 @@ typedef void* NXTEventHandle;
 /* ulValidInfoFlags of NXSCanReplayStatusInfo. */
 #define NXCAN_REPLAY_INFO_VALID_ALL 0x7Fu
 
-typedef enum NXECanChannelsSearchAttributeType {
+/* In C++ the enumerations have a fixed 32-bit underlying type (the same
+ * size and passing convention as the C enumerations), so that any value a
+ * caller passes is representable and can be checked. */
+#ifdef __cplusplus
+#define NXCAN_ENUM(name) enum name : uint32_t
+#else
+#define NXCAN_ENUM(name) enum name
+#endif
+
+typedef NXCAN_ENUM(NXECanChannelsSearchAttributeType) {
     NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS = 1
 } NXECanChannelsSearchAttributeType;
 
-typedef enum NXECanBusStatus {
+typedef NXCAN_ENUM(NXECanBusStatus) {
     NXCAN_BUS_STATUS_UNKNOWN = 0,
     NXCAN_BUS_STATUS_ACTIVE = 1,
     NXCAN_BUS_STATUS_PASSIVE = 2,
@@ -246,7 +255,7 @@ typedef enum NXECanBusStatus {
     NXCAN_BUS_STATUS_BUS_OFF = 4
 } NXECanBusStatus;
 
-typedef enum NXECanMessageType {
+typedef NXCAN_ENUM(NXECanMessageType) {
     NXCAN_MESSAGE_TYPE_DATA = 1,
     NXCAN_MESSAGE_TYPE_REMOTE = 2,
     NXCAN_MESSAGE_TYPE_ERROR = 3,
@@ -254,19 +263,19 @@ typedef enum NXECanMessageType {
     NXCAN_MESSAGE_TYPE_BUS_STATISTICS = 5
 } NXECanMessageType;
 
-typedef enum NXECanIdentifierType {
+typedef NXCAN_ENUM(NXECanIdentifierType) {
     NXCAN_IDENTIFIER_TYPE_STD = 1,
     NXCAN_IDENTIFIER_TYPE_XTD = 2,
     NXCAN_IDENTIFIER_TYPE_STD_XTD = 3
 } NXECanIdentifierType;
 
-typedef enum NXECanReplayStartOptions {
+typedef NXCAN_ENUM(NXECanReplayStartOptions) {
     NXCAN_REPLAY_OPTION_NONE = 0,
     NXCAN_REPLAY_OPTION_FORCE_APPLY = 1,
     NXCAN_REPLAY_OPTION_APPLY_OFFSET_ONLY = 2
 } NXECanReplayStartOptions;
 
-typedef enum NXECanReplayState {
+typedef NXCAN_ENUM(NXECanReplayState) {
     NXCAN_REPLAY_STATE_UNKNOWN = 0,
     NXCAN_REPLAY_STATE_SCHEDULED = 1,
     NXCAN_REPLAY_STATE_STARTED = 2,
