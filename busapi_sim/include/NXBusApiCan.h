@@ -98,8 +98,8 @@
  *   9->12, 10->16, 11->20, 12->24, 13->32, 14->48, 15->64. Codes above 8
  *   need CAN FD format; CAN FD needs a channel initialised for CAN FD; remote
  *   frames are classic only. NXCAN_FlushTransmitQueue withdraws the frames
- *   whose transmission has not begun (the wire time they had reserved stays
- *   idle).
+ *   whose transmission has not begun; the wire time they had reserved is
+ *   given back if no frame was offered after them, else it stays idle.
  *
  * REPLAY
  *   A replay channel (NXCAN_RegisterReplayChannel) takes a stream of records

@@ -212,6 +212,11 @@ void Bus::WithdrawPending(uint32_t source)
     PrunePendingLocked(source, now);
     ChannelSlot& slot = seg.Slot(source);
     const PendingEntry* pending = seg.Pending(source);
+    SegmentHeader* h = seg.Header();
+    // The withdrawn frames at the very end of the wire schedule give their
+    // wire time back; wire time reserved before other frames stays idle.
+    uint64_t tail = h->nextSeq;
+    int64_t freedFrom = -1;
     while (slot.pendingCount > 0) {
         const PendingEntry& last = pending[(slot.pendingHead + slot.pendingCount - 1) % m_layout.txLimit];
         if (last.startNs <= now)
@@ -219,7 +224,15 @@ void Bus::WithdrawPending(uint32_t source)
         WireFrame& f = seg.Ring(last.seq);
         if (f.seq == last.seq)
             f.cancelled = 1;
+        if (last.seq + 1 == tail) {
+            tail = last.seq;
+            freedFrom = last.startNs;
+        }
         --slot.pendingCount;
+    }
+    if (freedFrom >= 0) {
+        h->busyUntilNs = freedFrom;
+        h->lastEndNs = freedFrom;
     }
     seg.Unlock();
 }
@@ -293,12 +306,15 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
                 ++cursor;
                 continue;
             }
+            if (f.cancelled) {  // withdrawn: its time no longer counts
+                ++cursor;
+                continue;
+            }
             if (f.endNs > now) {
                 deadline = std::min(deadline, f.endNs);
                 break;
             }
-            if (!f.cancelled)
-                batch.push_back(f);
+            batch.push_back(f);
             ++cursor;
         }
         const uint8_t load = LoadPercentLocked(now);

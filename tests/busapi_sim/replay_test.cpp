@@ -84,7 +84,7 @@ TEST_F(ReplayTest, FramesLeaveAtStartPlusTimestampMinusOffset)
         const uint64_t due = start + Ms(20 * i);
         EXPECT_EQ(got[i].ulCanIdentifier, 0x100 + i);
         EXPECT_GE(got[i].ui64Timestamp, due);
-        EXPECT_LT(got[i].ui64Timestamp, due + Ms(15)) << "generous: scheduling jitter";
+        EXPECT_LT(got[i].ui64Timestamp, due + Ms(40)) << "generous: scheduling jitter";
         EXPECT_EQ(got[i].ucData[7], static_cast<uint8_t>(0x100 + i + 7));
     }
     EXPECT_EQ(got[4].usDLC, 15);
@@ -104,14 +104,14 @@ TEST_F(ReplayTest, StopTimeEndsTheReplay)
     OpenPair();
     std::vector<uint8_t> stream;
     for (uint64_t i = 0; i < 10; ++i)
-        AppendRecord(stream, Ms(10 * i), 0x200 + i, 1);
+        AppendRecord(stream, Ms(50 * i), 0x200 + i, 1);
     Stream(stream);
     const uint64_t start = HardwareTime(m_replay) + Ms(30);
-    ASSERT_EQ(NXCAN_SetReplayStopTime(m_replay, start + Ms(45)), NXCAN_SUCCESS);
+    ASSERT_EQ(NXCAN_SetReplayStopTime(m_replay, start + Ms(225)), NXCAN_SUCCESS);
     ASSERT_EQ(NXCAN_SetReplayStartTime(m_replay, start, 0, NXCAN_REPLAY_OPTION_NONE, 0), NXCAN_SUCCESS);
     ASSERT_EQ(WaitForState(NXCAN_REPLAY_STATE_STOP), NXCAN_REPLAY_STATE_STOP);
     const auto got = ReadAtLeast(m_rx, 6, std::chrono::milliseconds(100));
-    ASSERT_EQ(got.size(), 5u) << "frames at 0, 10, 20, 30 and 40 ms";
+    ASSERT_EQ(got.size(), 5u) << "frames at 0, 50, 100, 150 and 200 ms";
     EXPECT_EQ(got.back().ulCanIdentifier, 0x204u);
     const NXSCanReplayStatusInfo info = ReplayStatus(m_replay);
     EXPECT_EQ(info.ui64SentFrames, 5u);
@@ -119,7 +119,7 @@ TEST_F(ReplayTest, StopTimeEndsTheReplay)
 
     // What comes after the stop is taken and dropped, not sent.
     std::vector<uint8_t> more;
-    AppendRecord(more, Ms(200), 0x300, 1);
+    AppendRecord(more, Ms(600), 0x300, 1);
     Stream(more);
     EXPECT_EQ(ReplayStatus(m_replay).ui64Dropped, 6u);
 }
@@ -138,7 +138,7 @@ TEST_F(ReplayTest, LogStartAloneStartsTheReplayNow)
     const auto got = ReadAtLeast(m_rx, 1);
     ASSERT_EQ(got.size(), 1u);
     EXPECT_GE(got[0].ui64Timestamp, before + Ms(50));
-    EXPECT_LT(got[0].ui64Timestamp, after + Ms(65));
+    EXPECT_LT(got[0].ui64Timestamp, after + Ms(150));
     EXPECT_EQ(ReplayStatus(m_replay).Reserved[0], 0u) << "not late";
 }
 
@@ -149,13 +149,13 @@ TEST_F(ReplayTest, PassedFramesGoOutAtOnceAndCountAsLate)
     std::vector<uint8_t> stream;
     for (uint64_t i = 0; i < 3; ++i)
         AppendRecord(stream, Ms(i), 0x10 + i, 2);
-    AppendRecord(stream, Ms(1000) + Ms(40), 0x20, 2);  // 40 ms after the call
+    AppendRecord(stream, Ms(1000) + Ms(300), 0x20, 2);  // 300 ms after the call
     Stream(stream);
     ASSERT_EQ(NXCAN_SetReplayStartTime(m_replay, now, Ms(1000), NXCAN_REPLAY_OPTION_NONE, 0), NXCAN_SUCCESS);
     const auto got = ReadAtLeast(m_rx, 4);
     ASSERT_EQ(got.size(), 4u);
-    EXPECT_LT(got[2].ui64Timestamp, now + Ms(20)) << "late frames are not held back";
-    EXPECT_GE(got[3].ui64Timestamp, now + Ms(40));
+    EXPECT_LT(got[2].ui64Timestamp, now + Ms(150)) << "late frames are not held back";
+    EXPECT_GE(got[3].ui64Timestamp, now + Ms(300));
     EXPECT_EQ(ReplayStatus(m_replay).Reserved[0], 3u);
 }
 

@@ -180,17 +180,18 @@ TEST_F(TrafficTest, VirtualChannelTakesNoBusTime)
 
 TEST_F(TrafficTest, FullTransmitQueueFailsAtOnceAndFlushWithdraws)
 {
-    UseConfig("[bus slow]\naddress = 127.0.0.1\nbitrate = 10000\ntx_queue_limit = 8\n"
+    UseConfig("[bus slow]\naddress = 127.0.0.1\nbitrate = 1000\ntx_queue_limit = 8\n"
               "[channel A]\nvendor = Norvex\ninterface = i\n[channel B]\nvendor = Norvex\ninterface = i\n");
     const NXTCanHandle tx = Open("A", false);
     const NXTCanHandle rx = Open("B", false);
     std::vector<NXSCanMessage> frames;
     for (int i = 0; i < 9; ++i)
         frames.push_back(DataFrame(0x200 + i, 8));
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 8, frames.data()), NXCAN_SUCCESS);  // 108 ms of wire time
+    ASSERT_EQ(NXCAN_TransmitMessages(tx, 8, frames.data()), NXCAN_SUCCESS);  // 135 ms each on the wire
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(NXCAN_TransmitMessages(tx, 1, &frames[8]), NXCAN_ERR_TX_QUEUE_FULL);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50)) << "never blocks";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100))
+        << "never blocks (room comes only when the first frame is through, after 135 ms)";
     EXPECT_EQ(ErrorText(NXCAN_ERR_TX_QUEUE_FULL), "transmit queue full");
 
     // The first frame is on the wire; the seven behind it are withdrawn.
@@ -200,6 +201,8 @@ TEST_F(TrafficTest, FullTransmitQueueFailsAtOnceAndFlushWithdraws)
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0].ulCanIdentifier, 0x200u);
     EXPECT_EQ(got[1].ulCanIdentifier, 0x208u);
+    EXPECT_EQ(got[1].ui64Timestamp - got[0].ui64Timestamp, 135000 * TicksPerMicrosecond(tx))
+        << "the withdrawn frames gave their wire time back";
 }
 
 TEST_F(TrafficTest, TransmitNeedsAnActiveChannel)
