@@ -338,12 +338,12 @@ NXCAN_API NXTCanError NXCAN_GetLastVendorSpecificError(NXTCanHandle handle, int3
     NXTCanError rc;
     if (handle == NXCAN_INVALID_HANDLE) {
         rc = Global("NXCAN_GetLastVendorSpecificError", {}, [&](Simulator& sim, const FaultAction&) {
-            sim.GetGlobalVendorError(code, &message);
+            sim.LastVendorError().Get(code, &message);
             return NXCAN_SUCCESS;
         });
     } else {
         rc = WithChannel("NXCAN_GetLastVendorSpecificError", handle, [&](Simulator&, Channel& ch, const FaultAction&) {
-            ch.GetVendorError(code, &message);
+            ch.LastVendorError().Get(code, &message);
             return NXCAN_SUCCESS;
         });
     }

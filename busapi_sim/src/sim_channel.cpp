@@ -239,8 +239,7 @@ NXTCanError Channel::Read(uint32_t* count, NXSCanMessage* messages)
     *count = static_cast<uint32_t>(n);
     if (m_rxLost == 0)
         return NXCAN_SUCCESS;
-    m_vendorCode = NXCAN_VENDOR_RX_OVERFLOW;
-    m_vendorText = "receive queue overflow: " + std::to_string(m_rxLost) + " frames lost";
+    m_vendorError.Set(NXCAN_VENDOR_RX_OVERFLOW, "receive queue overflow: " + std::to_string(m_rxLost) + " frames lost");
     m_rxLost = 0;
     return NXCAN_ERR_VENDOR_SPECIFIC;
 }
@@ -364,20 +363,6 @@ void Channel::Deliver(const WireFrame* frames, size_t count, uint8_t load, uint6
     }
     if (added)
         SignalLocked();
-}
-
-void Channel::SetVendorError(int32_t code, std::string text)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_vendorCode = code;
-    m_vendorText = std::move(text);
-}
-
-void Channel::GetVendorError(int32_t* code, std::string* text)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    *code = m_vendorCode;
-    *text = m_vendorText;
 }
 
 }  // namespace nxsim

@@ -18,6 +18,28 @@ namespace nxsim {
 class Bus;
 class Replay;
 
+// The last vendor-specific error of a channel or of the process.
+class VendorError {
+public:
+    void Set(int32_t code, std::string text)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_code = code;
+        m_text = std::move(text);
+    }
+    void Get(int32_t* code, std::string* text)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        *code = m_code;
+        *text = m_text;
+    }
+
+private:
+    std::mutex m_mutex;
+    int32_t m_code = 0;
+    std::string m_text;
+};
+
 // Builds a wire frame from message fields; INVALID_MESSAGE with a reason for
 // a type, identifier, DLC or flag combination that a controller would refuse.
 NXTCanError MakeWireFrame(uint32_t messageType, uint32_t id, uint32_t idType, uint32_t flags, uint32_t dlc,
@@ -58,8 +80,7 @@ public:
     // From the delivery thread.
     void Deliver(const WireFrame* frames, size_t count, uint8_t load, uint64_t lost);
 
-    void SetVendorError(int32_t code, std::string text);
-    void GetVendorError(int32_t* code, std::string* text);
+    VendorError& LastVendorError() { return m_vendorError; }
 
 private:
     enum class State { Registered, Initialised, Active, Closed };
@@ -95,8 +116,7 @@ private:
     NXSCanBitTimingParameters m_arbitration{};
     NXSCanBitTimingParameters m_data{};
 
-    int32_t m_vendorCode = 0;
-    std::string m_vendorText;
+    VendorError m_vendorError;
 
     std::vector<WireFrame> m_txScratch;
     std::unique_ptr<Replay> m_replay;

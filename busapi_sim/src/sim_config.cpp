@@ -11,22 +11,12 @@
 
 #include "NXBusApiCan.h"
 #include "sim_frame.h"
+#include "sim_operations.h"
 
 namespace nxsim {
 
 namespace {
 
-const char* const kOperations[] = {
-    "NXCAN_GetAvailableChannelsCount", "NXCAN_GetAvailableChannels", "NXCAN_RegisterChannel",
-    "NXCAN_UnregisterChannel", "NXCAN_IsChannelAccessible", "NXCAN_InitChannel", "NXCAN_SetBaudrate",
-    "NXCAN_GetBaudrate", "NXCAN_SetAcceptance", "NXCAN_SetEventNotification", "NXCAN_ActivateChannel",
-    "NXCAN_DeactivateChannel", "NXCAN_GetHardwareTimeResolution", "NXCAN_GetHardwareTime",
-    "NXCAN_ReadReceiveQueue", "NXCAN_FlushReceiveQueue", "NXCAN_TransmitMessages",
-    "NXCAN_FlushTransmitQueue", "NXCAN_RegisterReplayChannel", "NXCAN_SetReplayStartTime",
-    "NXCAN_SetReplayStopTime", "NXCAN_ReplayStreamData", "NXCAN_ReplayInitHeader",
-    "NXCAN_GetReplayStateInfo", "NXCAN_GetLastVendorSpecificError",
-    "NXCAN_ConvertBaudrateToBitTimingParameters", "NXCAN_ConvertBitTimingParametersToBaudrate",
-    "NXCAN_GetErrorText"};
 
 std::string Trim(const std::string& s)
 {
@@ -298,7 +288,15 @@ struct Parser {
         if (eq == std::string::npos)
             return Fail("expected 'key = value'");
         const std::string key = Trim(text.substr(0, eq));
-        const std::string value = Trim(text.substr(eq + 1));
+        std::string value = text.substr(eq + 1);
+        // A comment may follow a value after white space.
+        for (size_t i = 1; i < value.size(); ++i) {
+            if (value[i] == '#' && (value[i - 1] == ' ' || value[i - 1] == '\t')) {
+                value.resize(i);
+                break;
+            }
+        }
+        value = Trim(value);
         switch (section) {
         case Section::Global: return Global(key, value);
         case Section::Bus: return Bus(key, value);
@@ -354,7 +352,7 @@ struct Parser {
 
 bool IsOperationName(const std::string& name)
 {
-    for (const char* op : kOperations)
+    for (const char* op : kOperationNames)
         if (name == op)
             return true;
     return false;

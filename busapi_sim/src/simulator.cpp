@@ -226,28 +226,11 @@ NXTCanError Simulator::ApplyFault(const FaultAction& fault, Channel* channel)
 {
     if (fault.code == NXCAN_ERR_VENDOR_SPECIFIC) {
         std::string text = fault.text.empty() ? "injected vendor-specific error" : fault.text;
-        if (channel != nullptr)
-            channel->SetVendorError(fault.vendorCode, std::move(text));
-        else
-            SetGlobalVendorError(fault.vendorCode, std::move(text));
+        (channel != nullptr ? channel->LastVendorError() : m_vendorError).Set(fault.vendorCode, std::move(text));
     } else if (!fault.text.empty()) {
         SetDetail(fault.code, fault.text);
     }
     return fault.code;
-}
-
-void Simulator::SetGlobalVendorError(int32_t code, std::string text)
-{
-    std::lock_guard<std::mutex> lock(m_textMutex);
-    m_vendorCode = code;
-    m_vendorText = std::move(text);
-}
-
-void Simulator::GetGlobalVendorError(int32_t* code, std::string* text)
-{
-    std::lock_guard<std::mutex> lock(m_textMutex);
-    *code = m_vendorCode;
-    *text = m_vendorText;
 }
 
 void Simulator::SetDetail(NXTCanError code, std::string detail)
@@ -291,10 +274,9 @@ void Simulator::TearDown()
         entry.second->Close();
     channels.clear();
     buses.clear();  // stops the delivery threads and detaches
+    m_vendorError.Set(0, {});
     std::lock_guard<std::mutex> lock(m_textMutex);
     m_details.clear();
-    m_vendorCode = 0;
-    m_vendorText.clear();
 }
 
 void Simulator::Shutdown()

@@ -63,8 +63,8 @@ public:
     // Applies a failing fault: records the vendor error, returns the code.
     NXTCanError ApplyFault(const FaultAction& fault, Channel* channel);
 
-    void SetGlobalVendorError(int32_t code, std::string text);
-    void GetGlobalVendorError(int32_t* code, std::string* text);
+    // The vendor-specific error of operations without a channel.
+    VendorError& LastVendorError() { return m_vendorError; }
 
     // The latest detail behind an error code, added to its text.
     void SetDetail(NXTCanError code, std::string detail);
@@ -94,9 +94,8 @@ private:
     FaultTable m_faults;
     std::atomic<bool> m_hasFaults{false};
 
+    VendorError m_vendorError;
     std::mutex m_textMutex;
-    int32_t m_vendorCode = 0;
-    std::string m_vendorText;
     std::map<NXTCanError, std::string> m_details;
 };
 

@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <set>
 #include <string>
 
@@ -110,6 +112,23 @@ serial = 42
     EXPECT_FALSE(fd);
     EXPECT_TRUE(ShmExists("nxbusapi-sim." + NameSpace() + ".body"));
     EXPECT_FALSE(ShmExists("nxbusapi-sim." + NameSpace() + ".chassis")) << "a bus is attached when used";
+}
+
+TEST_F(DiscoveryTest, ShippedExampleConfigurationIsValid)
+{
+    std::ifstream in(NXSIM_EXAMPLE_CONFIG);
+    std::ostringstream text;
+    text << in.rdbuf();
+    ASSERT_FALSE(text.str().empty());
+    UseConfig(text.str());
+    const auto body = ListChannels("192.168.10.21");
+    ASSERT_EQ(body.size(), 1u) << ErrorText(NXCAN_ERR_CONFIGURATION);
+    EXPECT_STREQ(body[0].szChannelIdentifier, "BODY-1");
+    EXPECT_EQ(ListChannels("192.168.10.20").size(), 2u);
+    NXTCanHandle h = Open("NVX-CAN-1");
+    uint64_t resolution = 0;
+    EXPECT_EQ(NXCAN_GetHardwareTimeResolution(h, &resolution), NXCAN_SUCCESS);
+    EXPECT_EQ(resolution, 80000000u);
 }
 
 TEST_F(DiscoveryTest, InvalidConfigurationIsReportedWithItsLine)

@@ -10,20 +10,9 @@
 #include <string>
 
 #include "NXBusApiCan.h"
+#include "sim_operations.h"
 
 namespace {
-
-const char* const kSymbols[] = {
-    "NXCAN_GetAvailableChannelsCount", "NXCAN_GetAvailableChannels", "NXCAN_RegisterChannel",
-    "NXCAN_UnregisterChannel", "NXCAN_IsChannelAccessible", "NXCAN_InitChannel", "NXCAN_SetBaudrate",
-    "NXCAN_GetBaudrate", "NXCAN_SetAcceptance", "NXCAN_SetEventNotification", "NXCAN_ActivateChannel",
-    "NXCAN_DeactivateChannel", "NXCAN_GetHardwareTimeResolution", "NXCAN_GetHardwareTime",
-    "NXCAN_ReadReceiveQueue", "NXCAN_FlushReceiveQueue", "NXCAN_TransmitMessages",
-    "NXCAN_FlushTransmitQueue", "NXCAN_RegisterReplayChannel", "NXCAN_SetReplayStartTime",
-    "NXCAN_SetReplayStopTime", "NXCAN_ReplayStreamData", "NXCAN_ReplayInitHeader",
-    "NXCAN_GetReplayStateInfo", "NXCAN_GetLastVendorSpecificError",
-    "NXCAN_ConvertBaudrateToBitTimingParameters", "NXCAN_ConvertBitTimingParametersToBaudrate",
-    "NXCAN_GetErrorText"};
 
 int Fail(const std::string& why)
 {
@@ -42,7 +31,7 @@ int main(int argc, char** argv)
     void* lib = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (lib == nullptr)
         return Fail(dlerror());
-    for (const char* name : kSymbols)
+    for (const char* name : nxsim::kOperationNames)
         if (dlsym(lib, name) == nullptr)
             return Fail(std::string("missing symbol ") + name);
     if (dlsym(lib, "_ZN5nxsim9Simulator8InstanceEv") != nullptr)

@@ -60,14 +60,31 @@ NXTCanError SimTest::Register(const std::string& id, NXTCanHandle* handle, bool 
     return NXCAN_ERR_CHANNEL_NOT_FOUND;
 }
 
+namespace {
+
+NXTCanHandle InitAndActivate(NXTCanHandle handle, NXECanIdentifierType type, uint32_t queueSize, bool canFd)
+{
+    bool fdSupported = false;
+    EXPECT_EQ(NXCAN_InitChannel(handle, type, queueSize, canFd, &fdSupported), NXCAN_SUCCESS);
+    EXPECT_TRUE(fdSupported);
+    EXPECT_EQ(NXCAN_ActivateChannel(handle), NXCAN_SUCCESS);
+    return handle;
+}
+
+}  // namespace
+
 NXTCanHandle SimTest::Open(const std::string& id, bool canFd, bool replay, bool highSpeed)
 {
     NXTCanHandle handle = NXCAN_INVALID_HANDLE;
     EXPECT_EQ(Register(id, &handle, replay, highSpeed), NXCAN_SUCCESS) << id;
-    bool fdSupported = false;
-    EXPECT_EQ(NXCAN_InitChannel(handle, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, canFd, &fdSupported), NXCAN_SUCCESS);
-    EXPECT_EQ(NXCAN_ActivateChannel(handle), NXCAN_SUCCESS);
-    return handle;
+    return InitAndActivate(handle, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, canFd);
+}
+
+NXTCanHandle SimTest::OpenReceiver(const std::string& id, NXECanIdentifierType type, uint32_t queueSize)
+{
+    NXTCanHandle handle = NXCAN_INVALID_HANDLE;
+    EXPECT_EQ(Register(id, &handle), NXCAN_SUCCESS) << id;
+    return InitAndActivate(handle, type, queueSize, true);
 }
 
 std::vector<NXSCanMessage> SimTest::ReadAtLeast(NXTCanHandle handle, size_t count, std::chrono::milliseconds timeout)

@@ -25,6 +25,8 @@ protected:
     // Registers (as the package does, from the listed record), initialises
     // and activates a channel.
     NXTCanHandle Open(const std::string& id, bool canFd = true, bool replay = false, bool highSpeed = false);
+    // Open for reception of `type` identifiers into a queue of `queueSize`.
+    NXTCanHandle OpenReceiver(const std::string& id, NXECanIdentifierType type, uint32_t queueSize);
     NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay = false, bool highSpeed = false);
 
     // Reads until `count` messages have arrived or the timeout passes.

@@ -128,12 +128,7 @@ TEST_F(TrafficTest, AcceptanceFiltersByCodeAndMask)
 TEST_F(TrafficTest, IdentifierTypeOfTheChannelSelectsFrames)
 {
     const NXTCanHandle tx = Open("NVX-CAN-1");
-    NXTCanHandle rx = NXCAN_INVALID_HANDLE;
-    ASSERT_EQ(Register("NVX-CAN-2", &rx), NXCAN_SUCCESS);
-    bool fd = false;
-    ASSERT_EQ(NXCAN_InitChannel(rx, NXCAN_IDENTIFIER_TYPE_XTD, 64, true, &fd), NXCAN_SUCCESS);
-    EXPECT_TRUE(fd);
-    ASSERT_EQ(NXCAN_ActivateChannel(rx), NXCAN_SUCCESS);
+    const NXTCanHandle rx = OpenReceiver("NVX-CAN-2", NXCAN_IDENTIFIER_TYPE_XTD, 64);
     NXSCanMessage frames[] = {DataFrame(0x10, 1), DataFrame(0x10, 1, true)};
     ASSERT_EQ(NXCAN_TransmitMessages(tx, 2, frames), NXCAN_SUCCESS);
     const auto got = ReadAtLeast(rx, 2, std::chrono::milliseconds(200));
@@ -264,11 +259,7 @@ TEST_F(TrafficTest, EventNotificationWakesAWaiter)
 TEST_F(TrafficTest, OverflowIsReportedOnceWithTheFramesRead)
 {
     const NXTCanHandle tx = Open("NVX-VIRT-1");
-    NXTCanHandle rx = NXCAN_INVALID_HANDLE;
-    ASSERT_EQ(Register("NVX-CAN-2", &rx), NXCAN_SUCCESS);
-    bool fd = false;
-    ASSERT_EQ(NXCAN_InitChannel(rx, NXCAN_IDENTIFIER_TYPE_STD_XTD, 4, true, &fd), NXCAN_SUCCESS);
-    ASSERT_EQ(NXCAN_ActivateChannel(rx), NXCAN_SUCCESS);
+    const NXTCanHandle rx = OpenReceiver("NVX-CAN-2", NXCAN_IDENTIFIER_TYPE_STD_XTD, 4);
     const NXTCanHandle witness = Open("NVX-CAN-1");
     std::vector<NXSCanMessage> frames;
     for (int i = 0; i < 10; ++i)
