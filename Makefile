@@ -9,7 +9,7 @@ CMAKE_ARGS ?=
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build test asan tsan test-asan test-tsan bench clean
+.PHONY: all setup configure build test asan tsan test-asan test-tsan bench clean install-sim uninstall-sim
 
 all: build
 
@@ -54,6 +54,14 @@ test-tsan: tsan
 
 bench: build
 	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+# The CAN bus access simulator at the package's fixed path. Never replaces
+# or removes a library that it did not install itself (tools/install-sim).
+install-sim: build
+	$(SUDO) tools/install-sim install build/busapi_sim/libNXBusApiCan.so
+
+uninstall-sim:
+	$(SUDO) tools/install-sim uninstall
 
 clean:
 	rm -rf build build-asan build-tsan
