@@ -1,5 +1,7 @@
 #include "LogTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -82,6 +84,13 @@ ReadOutcome ReadAll(const std::string& path, const ReaderOptions& options)
     }
     outcome.errorFrames = reader->ErrorFrames();
     return outcome;
+}
+
+void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected)
+{
+    EXPECT_EQ(outcome.openError, "");
+    EXPECT_EQ(outcome.messages, std::vector<std::string>());
+    EXPECT_EQ(outcome.frames, expected);
 }
 
 CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data, bool extended)

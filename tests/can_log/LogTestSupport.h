@@ -55,6 +55,8 @@ struct ReadOutcome {
 };
 ReadOutcome ReadAll(const std::string& path,
                     const veldor::canlog::ReaderOptions& options = veldor::canlog::ReaderOptions());
+// Expects the outcome to be these frames and nothing else.
+void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected);
 
 // Frame makers for the cases the tests write by hand.
 CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data,

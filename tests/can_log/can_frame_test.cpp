@@ -30,24 +30,16 @@ TEST(CanFrame, DlcTableBothWays)
 
 TEST(CanFrame, CheckFrameNamesWhatALogCannotHold)
 {
-    EXPECT_EQ(CheckFrame(Classic(0, 0x7FF, {1, 2})), nullptr);
-    EXPECT_EQ(CheckFrame(Classic(0, 0x1FFFFFFF, {}, true)), nullptr);
-    EXPECT_EQ(CheckFrame(Fd(0, 0x10, 64, true, true)), nullptr);
-    EXPECT_EQ(CheckFrame(Remote(0, 0x10, 8)), nullptr);
-
-    EXPECT_NE(CheckFrame(Classic(0, 0x800, {})), nullptr);
-    EXPECT_NE(CheckFrame(Classic(0, 0x20000000, {}, true)), nullptr);
-    EXPECT_NE(CheckFrame(Fd(0, 0x10, 13, false)), nullptr);
-    EXPECT_NE(CheckFrame(Remote(0, 0x10, 9)), nullptr);
-    CanFrame classicWithBrs = Classic(0, 1, {});
-    classicWithBrs.bitRateSwitch = true;
-    EXPECT_NE(CheckFrame(classicWithBrs), nullptr);
-    CanFrame remoteFd = Fd(0, 1, 0, false);
-    remoteFd.remote = true;
-    EXPECT_NE(CheckFrame(remoteFd), nullptr);
-    CanFrame longClassic = Classic(0, 1, {});
-    longClassic.length = 12;
-    EXPECT_NE(CheckFrame(longClassic), nullptr);
+    for (const CanFrame& fine : {Classic(0, 0x7FF, {1, 2}), Classic(0, 0x1FFFFFFF, {}, true), Fd(0, 0x10, 64, true, true),
+                                 Remote(0, 0x10, 8)}) {
+        EXPECT_EQ(CheckFrame(fine), nullptr) << ::testing::PrintToString(fine);
+    }
+    std::vector<CanFrame> wrong = {Classic(0, 0x800, {}), Classic(0, 0x20000000, {}, true), Fd(0, 0x10, 13, false),
+                                   Remote(0, 0x10, 9), Classic(0, 1, {}), Fd(0, 1, 0, false), Classic(0, 1, {})};
+    wrong[4].bitRateSwitch = true;  // FD flags on a classic frame
+    wrong[5].remote = true;         // no remote FD frames
+    wrong[6].length = 12;
+    for (const CanFrame& f : wrong) EXPECT_NE(CheckFrame(f), nullptr) << ::testing::PrintToString(f);
 }
 
 TEST(CanFrame, EqualityIgnoresBytesPastTheLengthAndRemotePayload)
