@@ -2,14 +2,15 @@
 # sure the Debian packages the build needs are there.
 
 PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
-            libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev
+            libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev \
+            python3-can
 JOBS       ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build test asan tsan test-asan test-tsan bench clean install-sim uninstall-sim
+.PHONY: all setup configure build test asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
 
 all: build
 
@@ -62,6 +63,10 @@ install-sim: build
 
 uninstall-sim:
 	$(SUDO) tools/install-sim uninstall
+
+# Regenerates the sample recording in examples/data.
+sample: configure
+	cmake --build build --target sample_recording
 
 clean:
 	rm -rf build build-asan build-tsan

@@ -1,0 +1,163 @@
+#include "LogTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+#include "can_log/LogFiles.h"
+
+namespace veldor::canlog {
+
+void PrintTo(const CanFrame& f, std::ostream* out)
+{
+    *out << f.timestamp << "us id=" << std::hex << f.id << std::dec << (f.extended ? "x" : "") << (f.remote ? " remote" : "")
+         << (f.fd ? " fd" : "") << (f.bitRateSwitch ? " brs" : "") << (f.errorStateIndicator ? " esi" : "")
+         << " len=" << int(f.length) << " ch=" << int(f.channel) << (f.direction == Direction::Tx ? " Tx" : " Rx");
+    if (!f.remote) {
+        *out << " [";
+        for (int i = 0; i < f.length; ++i) *out << std::hex << std::setw(2) << std::setfill('0') << int(f.data[i]);
+        *out << std::dec << "]";
+    }
+}
+
+}  // namespace veldor::canlog
+
+namespace canlog_test {
+
+using namespace veldor::canlog;
+
+ScratchDir::ScratchDir()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "can_log_test_XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    m_path = pattern;
+}
+
+ScratchDir::~ScratchDir()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+void WriteText(const std::string& path, std::string_view text)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+std::string ReadText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+bool operator==(const Issue& a, const Issue& b) { return a.kind == b.kind && a.line == b.line; }
+
+std::ostream& operator<<(std::ostream& out, const Issue& issue)
+{
+    return out << IssueKindName(issue.kind) << " at line " << issue.line;
+}
+
+ReadOutcome ReadAll(const std::string& path, const ReaderOptions& options)
+{
+    ReadOutcome outcome;
+    std::unique_ptr<FrameReader> reader = OpenFrameReader(path, outcome.openError, options);
+    if (!reader) return outcome;
+    CanFrame frame;
+    for (ReadResult r; (r = reader->Next(frame)) != ReadResult::End;) {
+        if (r == ReadResult::Frame) {
+            outcome.frames.push_back(frame);
+        } else {
+            outcome.issues.push_back({reader->Issue().kind, reader->Issue().line});
+            outcome.messages.push_back(reader->Issue().Describe());
+        }
+    }
+    outcome.errorFrames = reader->ErrorFrames();
+    return outcome;
+}
+
+void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected)
+{
+    EXPECT_EQ(outcome.openError, "");
+    EXPECT_EQ(outcome.messages, std::vector<std::string>());
+    EXPECT_EQ(outcome.frames, expected);
+}
+
+CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data, bool extended)
+{
+    CanFrame f;
+    f.timestamp = timestamp;
+    f.id = id;
+    f.extended = extended;
+    f.length = static_cast<std::uint8_t>(data.size());
+    std::copy(data.begin(), data.end(), f.data.begin());
+    return f;
+}
+
+CanFrame Remote(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool extended)
+{
+    CanFrame f = Classic(timestamp, id, {}, extended);
+    f.remote = true;
+    f.length = length;
+    return f;
+}
+
+CanFrame Fd(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool bitRateSwitch, bool errorStateIndicator,
+            std::uint8_t first)
+{
+    CanFrame f = Classic(timestamp, id, {});
+    f.fd = true;
+    f.bitRateSwitch = bitRateSwitch;
+    f.errorStateIndicator = errorStateIndicator;
+    f.length = length;
+    for (int i = 0; i < length; ++i) f.data[i] = static_cast<std::uint8_t>(first + i);
+    return f;
+}
+
+std::vector<CanFrame> VariedFrames(std::int64_t start, std::size_t count, std::uint32_t seed)
+{
+    std::mt19937 random(seed);
+    auto pick = [&random](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
+    std::vector<CanFrame> frames;
+    std::int64_t time = start;
+    for (std::size_t i = 0; i < count; ++i) {
+        CanFrame f;
+        time += pick(3) == 0 ? 0 : pick(2000000);  // equal times too
+        f.timestamp = time;
+        f.extended = pick(2) == 1;
+        f.id = pick(f.extended ? CanFrame::kMaxExtendedId + 1 : CanFrame::kMaxStandardId + 1);
+        if (i % 7 == 0) f.id = f.extended ? CanFrame::kMaxExtendedId : CanFrame::kMaxStandardId;
+        f.channel = static_cast<std::uint8_t>(pick(4) == 0 ? pick(256) : pick(3));
+        f.direction = pick(3) == 0 ? Direction::Tx : Direction::Rx;
+        switch (i % 4) {
+        case 0: f.length = static_cast<std::uint8_t>(i / 4 % 9); break;  // classic, every length
+        case 1:
+            f.remote = true;
+            f.length = static_cast<std::uint8_t>(pick(9));
+            break;
+        default:
+            f.fd = true;
+            f.length = DlcToLength(static_cast<std::uint8_t>(i / 4 % 16), true);  // every DLC
+            f.bitRateSwitch = pick(2) == 1;
+            f.errorStateIndicator = pick(4) == 0;
+            break;
+        }
+        if (!f.remote) {
+            for (int b = 0; b < f.length; ++b) f.data[b] = static_cast<std::uint8_t>(pick(256));
+        }
+        frames.push_back(f);
+    }
+    return frames;
+}
+
+}  // namespace canlog_test

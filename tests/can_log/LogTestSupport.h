@@ -1,0 +1,75 @@
+// Helpers of the CAN log tests: scratch files, reading a whole file with
+// its issues, and frames that print readably when a test fails.
+#ifndef VELDOR_TESTS_CAN_LOG_SUPPORT_H
+#define VELDOR_TESTS_CAN_LOG_SUPPORT_H
+
+#include <cstdint>
+#include <initializer_list>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "can_log/CanFrame.h"
+#include "can_log/FrameReader.h"
+#include "can_log/LogOptions.h"
+
+namespace veldor::canlog {
+
+void PrintTo(const CanFrame& frame, std::ostream* out);
+
+}  // namespace veldor::canlog
+
+namespace canlog_test {
+
+using veldor::canlog::CanFrame;
+
+// A folder of its own for each test, removed afterwards.
+class ScratchDir {
+public:
+    ScratchDir();
+    ~ScratchDir();
+    std::string File(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+void WriteText(const std::string& path, std::string_view text);
+std::string ReadText(const std::string& path);
+
+struct Issue {
+    veldor::canlog::IssueKind kind;
+    std::uint64_t line;
+};
+bool operator==(const Issue& a, const Issue& b);
+std::ostream& operator<<(std::ostream& out, const Issue& issue);
+
+// Everything a reader gives for a file, skipping past each issue.
+struct ReadOutcome {
+    std::string openError;
+    std::vector<CanFrame> frames;
+    std::vector<Issue> issues;
+    std::vector<std::string> messages;  // of the issues
+    std::uint64_t errorFrames = 0;
+};
+ReadOutcome ReadAll(const std::string& path,
+                    const veldor::canlog::ReaderOptions& options = veldor::canlog::ReaderOptions());
+// Expects the outcome to be these frames and nothing else.
+void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected);
+
+// Frame makers for the cases the tests write by hand.
+CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data,
+                 bool extended = false);
+CanFrame Remote(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool extended = false);
+// An FD frame of `length` bytes counting up from `first`.
+CanFrame Fd(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool bitRateSwitch,
+            bool errorStateIndicator = false, std::uint8_t first = 0);
+
+// Frames of every kind, length and flag, over several channels and both
+// directions, with times that grow by uneven steps from `start`.
+std::vector<CanFrame> VariedFrames(std::int64_t start, std::size_t count, std::uint32_t seed);
+
+}  // namespace canlog_test
+
+#endif

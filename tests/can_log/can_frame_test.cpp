@@ -1,0 +1,67 @@
+// The frame value: the DLC table, what a log file can hold, equality.
+#include <gtest/gtest.h>
+
+#include "LogTestSupport.h"
+#include "can_log/CanFrame.h"
+
+using namespace veldor::canlog;
+using canlog_test::Classic;
+using canlog_test::Fd;
+using canlog_test::Remote;
+
+TEST(CanFrame, DlcTableBothWays)
+{
+    const std::uint8_t fdLengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+    for (std::uint8_t dlc = 0; dlc < 16; ++dlc) {
+        EXPECT_EQ(DlcToLength(dlc, true), fdLengths[dlc]) << int(dlc);
+        EXPECT_EQ(DlcToLength(dlc, false), dlc > 8 ? 8 : dlc) << int(dlc);
+        EXPECT_EQ(LengthToDlc(fdLengths[dlc]), dlc);
+    }
+    // Lengths between the table's values round up to the next DLC.
+    EXPECT_EQ(LengthToDlc(9), 9);
+    EXPECT_EQ(LengthToDlc(33), 14);
+    EXPECT_EQ(LengthToDlc(200), 15);
+    EXPECT_TRUE(IsValidLength(48, true));
+    EXPECT_FALSE(IsValidLength(47, true));
+    EXPECT_FALSE(IsValidLength(65, true));
+    EXPECT_TRUE(IsValidLength(8, false));
+    EXPECT_FALSE(IsValidLength(12, false));
+}
+
+TEST(CanFrame, CheckFrameNamesWhatALogCannotHold)
+{
+    for (const CanFrame& fine : {Classic(0, 0x7FF, {1, 2}), Classic(0, 0x1FFFFFFF, {}, true), Fd(0, 0x10, 64, true, true),
+                                 Remote(0, 0x10, 8)}) {
+        EXPECT_EQ(CheckFrame(fine), nullptr) << ::testing::PrintToString(fine);
+    }
+    std::vector<CanFrame> wrong = {Classic(0, 0x800, {}), Classic(0, 0x20000000, {}, true), Fd(0, 0x10, 13, false),
+                                   Remote(0, 0x10, 9), Classic(0, 1, {}), Fd(0, 1, 0, false), Classic(0, 1, {})};
+    wrong[4].bitRateSwitch = true;  // FD flags on a classic frame
+    wrong[5].remote = true;         // no remote FD frames
+    wrong[6].length = 12;
+    for (const CanFrame& f : wrong) EXPECT_NE(CheckFrame(f), nullptr) << ::testing::PrintToString(f);
+}
+
+TEST(CanFrame, EqualityIgnoresBytesPastTheLengthAndRemotePayload)
+{
+    CanFrame a = Classic(5, 0x123, {1, 2, 3});
+    CanFrame b = a;
+    b.data[3] = 0xEE;
+    EXPECT_EQ(a, b);
+    b.data[2] = 0xEE;
+    EXPECT_NE(a, b);
+
+    CanFrame r1 = Remote(5, 0x123, 4);
+    CanFrame r2 = r1;
+    r2.data[0] = 0xEE;
+    EXPECT_EQ(r1, r2);
+    r2.length = 3;
+    EXPECT_NE(r1, r2);
+
+    CanFrame c = a;
+    c.direction = Direction::Tx;
+    EXPECT_NE(a, c);
+    c = a;
+    c.channel = 1;
+    EXPECT_NE(a, c);
+}

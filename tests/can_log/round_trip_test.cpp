@@ -1,0 +1,189 @@
+// Frames written by the writers read back identical, through both formats;
+// the exact lines the writers produce; what the writers refuse and how they
+// fail.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "LogTestSupport.h"
+#include "can_log/AscWriter.h"
+#include "can_log/LogFiles.h"
+
+using namespace veldor::canlog;
+using namespace canlog_test;
+
+namespace {
+
+// 2023-11-14 22:13:20.123456 UTC
+constexpr std::int64_t kTime = 1700000000123456;
+
+WriterOptions UtcWriter()
+{
+    WriterOptions options;
+    options.dateZone = DateZone::Utc;
+    return options;
+}
+
+ReaderOptions UtcReader()
+{
+    ReaderOptions options;
+    options.dateZone = DateZone::Utc;
+    return options;
+}
+
+bool WriteFrames(const std::string& path, const std::vector<CanFrame>& frames, const WriterOptions& options)
+{
+    std::string error;
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(path, error, options);
+    if (!writer) return false;
+    for (const CanFrame& f : frames) {
+        if (writer->Write(f) != WriteResult::Written) return false;
+    }
+    return writer->Close();
+}
+
+// The four frames whose lines the writers are held to.
+std::vector<CanFrame> FourKinds()
+{
+    CanFrame extended = Classic(kTime + 100000, 0x1ABCDEF0, {0xAA, 0xBB}, true);
+    extended.channel = 1;
+    extended.direction = Direction::Tx;
+    CanFrame fd = Fd(kTime + 300000, 0x456, 12, true);
+    return {Classic(kTime, 0x123, {1, 2, 3, 4, 5, 6, 7, 8}), extended, Remote(kTime + 200000, 0x7FF, 4), fd};
+}
+
+class RoundTrip : public ::testing::TestWithParam<const char*> {
+protected:
+    std::string Path() const { return m_dir.File(std::string("t.") + GetParam()); }
+
+    ScratchDir m_dir;
+};
+
+}  // namespace
+
+TEST_P(RoundTrip, EveryKindOfFrameReadsBackExactly)
+{
+    // Enough lines that the reader's buffer refills in the middle of one.
+    const std::vector<CanFrame> frames = VariedFrames(kTime, 20000, 7);
+    ASSERT_TRUE(WriteFrames(Path(), frames, UtcWriter()));
+    const ReadOutcome r = ReadAll(Path(), UtcReader());
+    ASSERT_TRUE(r.issues.empty()) << r.messages.front();
+    ASSERT_EQ(r.frames.size(), frames.size());
+    for (std::size_t i = 0; i < frames.size(); ++i) ASSERT_EQ(r.frames[i], frames[i]) << "frame " << i;
+}
+
+TEST_P(RoundTrip, TimesAroundTheEpochAndOutOfOrder)
+{
+    // Before 1970, at 0, and a frame older than the one before it.
+    std::vector<CanFrame> frames = {Classic(-1500001, 1, {1}), Classic(-1, 2, {}), Classic(0, 3, {}),
+                                    Classic(999999, 4, {}), Classic(5, 5, {})};
+    ASSERT_TRUE(WriteFrames(Path(), frames, UtcWriter()));
+    const ReadOutcome r = ReadAll(Path(), UtcReader());
+    ExpectFrames(r, frames);
+}
+
+TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
+{
+    std::string error;
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriter());
+    ASSERT_TRUE(writer) << error;
+    EXPECT_EQ(writer->Write(Classic(kTime, 0x800, {})), WriteResult::Refused);
+    EXPECT_NE(writer->Error().find("0x7FF"), std::string::npos) << writer->Error();
+    EXPECT_EQ(writer->Write(Fd(kTime, 1, 13, false)), WriteResult::Refused);
+    EXPECT_EQ(writer->Write(Classic(kTime, 0x7FF, {9})), WriteResult::Written);
+    EXPECT_EQ(writer->FramesWritten(), 1u);
+    EXPECT_TRUE(writer->Close());
+    EXPECT_TRUE(writer->Close());
+    EXPECT_EQ(writer->Write(Classic(kTime, 2, {})), WriteResult::Failed);
+    ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 0x7FF, {9})});
+    // Without a close, the destructor closes.
+    writer = OpenFrameWriter(Path(), error, UtcWriter());
+    writer->Write(Classic(kTime, 3, {}));
+    writer.reset();
+    ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 3, {})});
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log"));
+
+TEST(AscWriting, ExactLines)
+{
+    ScratchDir dir;
+    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), FourKinds(), UtcWriter()));
+    EXPECT_EQ(ReadText(dir.File("t.asc")),
+              "date Tue Nov 14 10:13:20.123 pm 2023\n"
+              "base hex  timestamps absolute\n"
+              "internal events logged\n"
+              "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n"
+              "   0.000000 Start of measurement\n"
+              "   0.000456 1  123             Rx   d 8 01 02 03 04 05 06 07 08\n"
+              "   0.100456 2  1ABCDEF0x       Tx   d 2 AA BB\n"
+              "   0.200456 1  7FF             Rx   r 4\n"
+              "   0.300456 CANFD   1 Rx       456                                   1 0 9 12 00 01 02 03 04 05 06 07 08 "
+              "09 0A 0B        0    0     3000        0        0        0        0        0\n"
+              "End TriggerBlock\n");
+}
+
+TEST(AscWriting, RelativeTimestampsAndAGivenStart)
+{
+    ScratchDir dir;
+    WriterOptions options = UtcWriter();
+    options.relativeTimestamps = true;
+    options.measurementStart = kTime + 50999;  // taken down to the millisecond: ...123456 + 50999 -> ...174000
+    const std::vector<CanFrame> frames = {Classic(kTime, 1, {}), Classic(kTime + 250000, 2, {}), Classic(kTime + 250000, 3, {})};
+    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), frames, options));
+    const std::string text = ReadText(dir.File("t.asc"));
+    EXPECT_NE(text.find("base hex  timestamps relative\n"), std::string::npos);
+    EXPECT_NE(text.find("Begin Triggerblock Tue Nov 14 10:13:20.174 pm 2023\n"), std::string::npos);
+    EXPECT_NE(text.find("  -0.050544 1  1 "), std::string::npos) << text;  // before the start
+    EXPECT_NE(text.find("   0.250000 1  2 "), std::string::npos) << text;
+    EXPECT_NE(text.find("   0.000000 1  3 "), std::string::npos) << text;
+    EXPECT_EQ(ReadAll(dir.File("t.asc"), UtcReader()).frames, frames);
+}
+
+TEST(AscWriting, AnEmptyRecordingIsAWholeFile)
+{
+    ScratchDir dir;
+    WriterOptions options = UtcWriter();
+    options.measurementStart = kTime;
+    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), {}, options));
+    const ReadOutcome r = ReadAll(dir.File("t.asc"), UtcReader());
+    EXPECT_TRUE(r.frames.empty());
+    EXPECT_TRUE(r.issues.empty());
+    EXPECT_NE(ReadText(dir.File("t.asc")).find("End TriggerBlock\n"), std::string::npos);
+}
+
+TEST(CanUtilsLogWriting, ExactLines)
+{
+    ScratchDir dir;
+    WriterOptions options;
+    options.interfacePrefix = "vcan";
+    std::vector<CanFrame> frames = FourKinds();
+    frames.push_back(Fd(1500000, 0x18DAF110, 0, false, true));
+    frames.back().extended = true;
+    ASSERT_TRUE(WriteFrames(dir.File("t.log"), frames, options));
+    EXPECT_EQ(ReadText(dir.File("t.log")),
+              "(1700000000.123456) vcan0 123#0102030405060708 R\n"
+              "(1700000000.223456) vcan1 1ABCDEF0#AABB T\n"
+              "(1700000000.323456) vcan0 7FF#R4 R\n"
+              "(1700000000.423456) vcan0 456##1000102030405060708090A0B R\n"
+              "(0000000001.500000) vcan0 18DAF110##2 R\n");
+}
+
+TEST(Writing, FailuresAreReportedNotSwallowed)
+{
+    std::string error;
+    EXPECT_FALSE(OpenFrameWriter("/nonexistent-dir/t.asc", error));
+    EXPECT_NE(error.find("/nonexistent-dir/t.asc"), std::string::npos) << error;
+    EXPECT_FALSE(OpenFrameWriter("t.blf", error));
+    EXPECT_NE(error.find("extension"), std::string::npos) << error;
+
+    // A full disk: the buffer fills, the write to the file fails, and the
+    // writer says so, at the latest when it is closed.
+    std::unique_ptr<AscWriter> writer = AscWriter::Open("/dev/full", error);
+    ASSERT_TRUE(writer) << error;
+    bool failed = false;
+    for (int i = 0; i < 10000 && !failed; ++i) failed = writer->Write(Fd(kTime + i, 1, 64, true)) == WriteResult::Failed;
+    EXPECT_TRUE(failed);
+    EXPECT_NE(writer->Error().find("No space"), std::string::npos) << writer->Error();
+    EXPECT_FALSE(writer->Close());
+}
