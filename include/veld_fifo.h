@@ -118,6 +118,10 @@ public:
     // Elements that the reader hasn't had (FIFO readers), or all elements.
     int NbDataAvailableInFIFO(int reader);
     bool IsFIFOEmpty();
+    // True when the FIFO readers have all read the newest element; otherwise
+    // allReadEvent is reset, to be set by the next read that completes an
+    // element: the writer's handshake waits for it.
+    bool PrepareHandshake();
     bool IsFIFOFull();
     int NbFreeSlotsInFIFO();
 
@@ -155,6 +159,9 @@ private:
     // leaves no never-skipping reader needing it.
     void MarkRead(Item* item, VELDUInt32 bit);
     VELDListIterator Take(Item* item, VELDUInt32 bit, bool fifoReader);
+    // Sets or resets one of the FIFO's events, sparing its lock when it is
+    // already so; with the mutex held.
+    void SetEvent(VELDEvent& event, bool on);
     void Release(Item* item, VELDUInt32 bit);
     // Reports a fatal error of the FIFO with the mutex released, and throws.
     [[noreturn]] void Fatal(const char* format, VELDUInt32 bit);

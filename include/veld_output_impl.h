@@ -104,6 +104,9 @@ public:
     // Slots 0 to 29: the last timestamps, a ring; 30: the last one published.
     VELDTimestamp timestampHistory[31];
     VELDInt32 timestampIndex;
+    // The length of sequentialInputs, for the writer's thread to see
+    // without the lock that there is nobody to call.
+    std::atomic<VELDInt32> nbSequentialInputs;
 
 private:
     // Sets every element to its empty state with the output's type.

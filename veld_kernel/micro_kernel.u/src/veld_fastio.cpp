@@ -103,6 +103,19 @@ void VELDFastIO<T>::Fatal(const char* format, VELDUInt32 bit)
     throw VELD::ErrorException;
 }
 
+template <class T>
+void VELDFastIO<T>::SetEvent(VELDEvent& event, bool on)
+{
+    // The FIFO's events change only under its mutex, which is held: what
+    // IsSet says stays true until the change below.
+    if (event.IsSet() != on) {
+        if (on)
+            event.Set();
+        else
+            event.Reset();
+    }
+}
+
 // ---------------------------------------------------------------------------
 // The writer
 
@@ -180,12 +193,6 @@ bool VELDFastIO<T>::StopWriting(VELDListIterator position, bool discard)
         ring.MoveToFirst(item);
         item->value.state = Published;
         item->value.readMask = 0;
-        // Nobody has read the newest element yet; with no FIFO reader at all
-        // everyone has.
-        if (fifoMask)
-            allReadEvent.Reset();
-        else
-            allReadEvent.Set();
         condition->Signal();
         subsamplingCountdown = subsamplingPeriod;
         published = true;
@@ -210,7 +217,7 @@ void VELDFastIO<T>::MarkRead(Item* item, VELDUInt32 bit)
 {
     VELDUInt32& readMask = item->value.readMask;
     readMask |= bit;
-    if (neverSkippingMask && (readMask & neverSkippingMask) == neverSkippingMask) slotReleasedEvent.Set();
+    if (neverSkippingMask && (readMask & neverSkippingMask) == neverSkippingMask) SetEvent(slotReleasedEvent, true);
 }
 
 template <class T>
@@ -313,10 +320,11 @@ void VELDFastIO<T>::Release(Item* item, VELDUInt32 bit)
     slot.readingMask &= ~bit;
     if (slot.readingMask) return;
     slot.state = Published;
-    if ((fifoMask & bit) && slot.readMask == fifoMask) allReadEvent.Set();
+    if ((fifoMask & bit) && slot.readMask == fifoMask) SetEvent(allReadEvent, true);
     // A writer may be waiting for the never-skipping readers to be done with
     // this slot; it tests the slot again when woken.
-    if (neverSkippingMask && (slot.readMask & neverSkippingMask) == neverSkippingMask) slotReleasedEvent.Set();
+    if (neverSkippingMask && (slot.readMask & neverSkippingMask) == neverSkippingMask)
+        SetEvent(slotReleasedEvent, true);
 }
 
 template <class T>
@@ -411,6 +419,18 @@ int VELDFastIO<T>::NbDataAvailableInFIFO(int reader)
         if (HasData(item) && !(item->value.readMask & ignored)) ++count;
     mutex.Release();
     return count;
+}
+
+template <class T>
+bool VELDFastIO<T>::PrepareHandshake()
+{
+    mutex.Lock();
+    Item* newest = NewestWithData();
+    const bool allRead = !newest || newest->value.readMask == fifoMask;
+    // The next read that completes an element sets the event again.
+    if (!allRead) SetEvent(allReadEvent, false);
+    mutex.Release();
+    return allRead;
 }
 
 template <class T>

@@ -165,7 +165,8 @@ void FreeSharedMemory(void* block) { std::free(block); }
 VELDOutputImplementation::VELDOutputImplementation(const char* fullName, const VELDOutputDefinition& def,
                                                    VELDEvent* deathEvent)
     : name(fullName), monitor(nullptr), sharedMemory(nullptr), definition(def), nbFifoOverflows(0),
-      bufferSizeItems(0), eltSizeBytes(0), periodic(false), timestampHistory(), timestampIndex(0)
+      bufferSizeItems(0), eltSizeBytes(0), periodic(false), timestampHistory(), timestampIndex(0),
+      nbSequentialInputs(0)
 {
     monitor = VELDIOMonitorImplementation::CreateMonitor(deathEvent, this, definition.fifoSize,
                                                          definition.subsampling);
@@ -192,6 +193,7 @@ void VELDOutputImplementation::AddSequentialInput(const VELDSequentialReader& re
 {
     VELDMutexGuard guard(mutex);
     sequentialInputs.Append(reader);
+    nbSequentialInputs = sequentialInputs.Length();
 }
 
 bool VELDOutputImplementation::RemoveSequentialInput(VELDInput* input)
@@ -200,6 +202,7 @@ bool VELDOutputImplementation::RemoveSequentialInput(VELDInput* input)
     for (VELDBasicListItem* it = sequentialInputs.First(); it; it = it->successor) {
         if (VELDList<VELDSequentialReader>::Value(it).input == input) {
             sequentialInputs.Remove(it);
+            nbSequentialInputs = sequentialInputs.Length();
             return true;
         }
     }

@@ -119,6 +119,7 @@ VELDTimestamp VELDOutputWriting::ResolveTimestamp(VELDOutputImplementation& outp
 
 void VELDOutputWriting::CallSequentialComponents(VELDOutputImplementation& output)
 {
+    if (output.nbSequentialInputs.load(std::memory_order_acquire) == 0) return;
     VELDMutexGuard guard(output.mutex);
     for (VELDBasicListItem* it = output.sequentialInputs.First(); it; it = it->successor) {
         const VELDSequentialReader& reader = VELDList<VELDSequentialReader>::Value(it);
@@ -144,11 +145,16 @@ bool VELDOutputWriting::IsFIFOFull(VELDOutput& output)
 
 void VELDOutputWriting::Wait4Handshake(const VELDModuleContext& module, VELDOutput& output)
 {
-    VELDEvent* allRead = &Implementation(output).monitor->allReadEvent;
+    VELDIOMonitorImplementation& fifo = *Implementation(output).monitor;
+    VELDEvent* allRead = &fifo.allReadEvent;
     VELDEvent* events[2] = {module.dieEvent, allRead};
-    if (!module.dieEvent || module.dieEvent == allRead)
-        allRead->Wait(VELD::Infinite);
-    else
-        VELDEvent::Wait(2, events, VELD::Infinite);
+    // An older element read to the end sets the event too: look again.
+    while (!fifo.PrepareHandshake()) {
+        if (!module.dieEvent || module.dieEvent == allRead)
+            allRead->Wait(VELD::Infinite);
+        else
+            VELDEvent::Wait(2, events, VELD::Infinite);
+        if (Dying(module)) throw VELD::ModuleDied;
+    }
     if (Dying(module)) throw VELD::ModuleDied;
 }
