@@ -109,6 +109,8 @@ public:
     std::atomic<VELDInt32> nbSequentialInputs;
 
 private:
+    std::size_t sharedMemoryBytes;  // the size of the payload block
+
     // Sets every element to its empty state with the output's type.
     void PrepareElements();
     // Fails when a buffer is already there.

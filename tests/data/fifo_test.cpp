@@ -14,6 +14,7 @@
 #include "fifo_reading.h"
 #include "test_module.h"
 #include "test_output.h"
+#include "thrown.h"
 #include "veld_output_impl.h"
 #include "veld_output_writing.h"
 
@@ -29,17 +30,6 @@ bool Eventually(const std::function<bool()>& done)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return done();
-}
-
-// The integer that `body` throws, or 0.
-int Thrown(const std::function<void()>& body)
-{
-    try {
-        body();
-    } catch (int code) {
-        return code;
-    }
-    return 0;
 }
 
 class Fifo : public ::testing::Test {
@@ -74,6 +64,22 @@ protected:
             Write(value);
             written = true;
         });
+    }
+    // The writer is still blocked a while later.
+    void ExpectBlocked(const std::atomic<bool>& written)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(written);
+    }
+    // A ring of two holding 1 and 2, with a plain and a never-skipping
+    // reader that have read nothing.
+    void PlainAndNeverSkipping(int& plain, int& never)
+    {
+        Make(2);
+        plain = Reader(VELD::FifoReader);
+        never = Reader(VELD::NeverSkippingReader);
+        Write(1);
+        Write(2);
     }
     long Value(VELDListIterator slot) { return *F()[slot].Integer64(0); }
     // What the reader gets at once, released again; -1 when it would wait.
@@ -149,15 +155,13 @@ TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
     Write(2);
     std::atomic<bool> written(false);
     WriteOnThread(3, written);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(written);
+    ExpectBlocked(written);
     // Holding the oldest doesn't help: the writer steps over it to the next,
     // which the reader hasn't had either.
     VELDListIterator held = TryRead(F(), reader);
     ASSERT_TRUE(held.ptr);
     EXPECT_EQ(Value(held), 1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(written);
+    ExpectBlocked(written);
     F().StopReading(reader, held);
     EXPECT_TRUE(Eventually([&] { return written.load(); }));
     EXPECT_EQ(Drain(reader), (Values{2, 3}));
@@ -175,22 +179,17 @@ TEST_F(Fifo, APlainReaderNeverStallsTheWriter)
 
 TEST_F(Fifo, BesideANeverSkippingReaderAPlainOneLosesOnlyWhatTheOtherHasRead)
 {
-    Make(2);
-    int plain = Reader(VELD::FifoReader);
-    int never = Reader(VELD::NeverSkippingReader);
-    Write(1);
-    Write(2);
+    int plain, never;
+    PlainAndNeverSkipping(plain, never);
     EXPECT_EQ(ReadNow(never), 1);
     Write(3);  // the never-skipping reader had 1, the plain one didn't
     EXPECT_EQ(Overflows(), 1);
 
     std::atomic<bool> written(false);
     WriteOnThread(4, written);  // 2 is still needed
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(written);
+    ExpectBlocked(written);
     EXPECT_EQ(ReadNow(plain), 2);  // the plain reader doesn't release the writer
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(written);
+    ExpectBlocked(written);
     EXPECT_EQ(ReadNow(never), 2);
     EXPECT_TRUE(Eventually([&] { return written.load(); }));
     EXPECT_EQ(Overflows(), 1);  // both had 2
@@ -199,15 +198,11 @@ TEST_F(Fifo, BesideANeverSkippingReaderAPlainOneLosesOnlyWhatTheOtherHasRead)
 
 TEST_F(Fifo, AWriterBlockedOnANeverSkippingReaderDoesNotWaitForAPlainOne)
 {
-    Make(2);
-    int plain = Reader(VELD::FifoReader);
-    int never = Reader(VELD::NeverSkippingReader);
-    Write(1);
-    Write(2);
+    int plain, never;
+    PlainAndNeverSkipping(plain, never);
     std::atomic<bool> written(false);
     WriteOnThread(3, written);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(written);
+    ExpectBlocked(written);
     EXPECT_EQ(ReadNow(never), 1);  // the plain reader hasn't had 1: it is lost
     EXPECT_TRUE(Eventually([&] { return written.load(); }));
     EXPECT_EQ(Overflows(), 1);

@@ -9,6 +9,7 @@
 #include "Engine.h"
 #include "test_module.h"
 #include "test_output.h"
+#include "thrown.h"
 #include "veld_io_records.h"
 #include "veld_output_impl.h"
 
@@ -38,15 +39,6 @@ protected:
     // The distance between the payloads of two neighbouring slots.
     long Stride() { return Data(1) - Data(0); }
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-    int Thrown(const std::function<void()>& body)
-    {
-        try {
-            body();
-        } catch (int code) {
-            return code;
-        }
-        return 0;
-    }
 
     veldor::Engine engine;
     TestModule module;
@@ -95,18 +87,13 @@ TEST_P(FlatRows, CarveEveryPayloadOutOfOneBlock)
 
 INSTANTIATE_TEST_SUITE_P(
     Types, FlatRows,
-    ::testing::Values(FlatRow{VELD::Integer8, 10, 10, 10, true}, FlatRow{VELD::Integer16, 10, 20, 10, true},
-                      FlatRow{VELD::Integer32, 10, 40, 10, true}, FlatRow{VELD::Integer64, 10, 80, 10, true},
-                      FlatRow{VELD::UnsignedInteger16, 10, 20, 10, true}, FlatRow{VELD::Float32, 10, 40, 10, true},
-                      FlatRow{VELD::Float64, 3, 24, 3, true}, FlatRow{VELD::CANFrame, 10, 240, 10, true},
-                      FlatRow{VELD::CANFDFrame, 10, 800, 10, true}, FlatRow{VELD::CANUniFrame, 10, 960, 10, true},
-                      FlatRow{VELD::RealObject, 2, 640, 2, true}, FlatRow{VELD::DrawingObject, 2, 192, 2, true},
+    ::testing::Values(FlatRow{VELD::Integer16, 10, 20, 10, true}, FlatRow{VELD::Float64, 3, 24, 3, true},
+                      FlatRow{VELD::CANFrame, 10, 240, 10, true}, FlatRow{VELD::CANUniFrame, 10, 960, 10, true},
+                      FlatRow{VELD::DrawingObject, 2, 192, 2, true},
                       // An empty text, not a full one.
-                      FlatRow{VELD::TextAscii, 100, 100, 0, true}, FlatRow{VELD::TextUnicode, 100, 200, 0, true},
-                      FlatRow{VELD::Stream8, 100, 100, 100, true}, FlatRow{VELD::Stream32, 10, 40, 10, true},
+                      FlatRow{VELD::TextAscii, 100, 100, 0, true}, FlatRow{VELD::Stream8, 100, 100, 100, true},
                       // The buffer of a structure keeps what the allocator gave.
-                      FlatRow{VELD::Structure, 100, 100, 100, false},
-                      FlatRow{VELD::CustomType, 7, 7, 7, false}));
+                      FlatRow{VELD::Structure, 100, 100, 100, false}));
 
 TEST_F(OutputBuffer, AVectorWithoutItsFlagIsReportedButAllocated)
 {
@@ -157,6 +144,7 @@ TEST_F(OutputBuffer, ImageRowsNeedTwoItemsAtLeast)
     output->AllocOutputBuffer(2, true);  // nothing was allocated: this one is allowed
     EXPECT_EQ(output->bufferSizeItems, -1);
     EXPECT_EQ(output->IOEltSizeBytes(), 50);
+    EXPECT_EQ(Stride(), 56);  // a header stands on an 8-byte boundary
     VELDImage* image = static_cast<VELDImage*>(Elements()[1]->data);
     EXPECT_EQ(image->bufferSize, 2);
     EXPECT_EQ(image->imageData, Data(1) + 48);
@@ -272,7 +260,7 @@ TEST_F(OutputBuffer, AnImageFromAModelHasAlignedPixels)
 
     Make(VELD::IplImage);
     output->AllocOutputBufferIplImage(model, true);
-    EXPECT_EQ(Stride(), 164);
+    EXPECT_EQ(Stride(), 168);  // 164, on an 8-byte boundary
     EXPECT_EQ(static_cast<_IplImage*>(Elements()[0]->data)->imageData, nullptr);
     EXPECT_EQ(output->IOEltSizeBytes(), 280);
 

@@ -18,6 +18,7 @@
 #include "fifo_reading.h"
 #include "test_module.h"
 #include "test_output.h"
+#include "thrown.h"
 #include "veld_output_impl.h"
 #include "veld_output_writing.h"
 
@@ -85,15 +86,6 @@ protected:
     {
         engine.Clock().SetSpeed(0);
         engine.Clock().SetTime(time);
-    }
-    int Thrown(const std::function<void()>& body)
-    {
-        try {
-            body();
-        } catch (int code) {
-            return code;
-        }
-        return 0;
     }
 
     RecordingEngine engine;

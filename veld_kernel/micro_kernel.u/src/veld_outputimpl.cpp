@@ -130,6 +130,11 @@ void FailIfNegative(const char* what, int value)
     Fail(text);
 }
 
+// A payload that starts with a header record begins on a boundary that the
+// record's pointers can stand on: its stride is rounded up to 8 bytes, while
+// the output still reports the payload's own size.
+VELDInt64 HeaderStride(VELDInt64 bytes) { return (bytes + 7) & ~VELDInt64(7); }
+
 // Calls fill(element, payload, i) for the first `count` slots from the head,
 // the payload of slot i lying at i x stride in `block` (null without block).
 template <class Fill>
@@ -166,7 +171,7 @@ VELDOutputImplementation::VELDOutputImplementation(const char* fullName, const V
                                                    VELDEvent* deathEvent)
     : name(fullName), monitor(nullptr), sharedMemory(nullptr), definition(def), nbFifoOverflows(0),
       bufferSizeItems(0), eltSizeBytes(0), periodic(false), timestampHistory(), timestampIndex(0),
-      nbSequentialInputs(0)
+      nbSequentialInputs(0), sharedMemoryBytes(0)
 {
     monitor = VELDIOMonitorImplementation::CreateMonitor(deathEvent, this, definition.fifoSize,
                                                          definition.subsampling);
@@ -226,6 +231,7 @@ void VELDOutputImplementation::AllocateSharedMemory(std::size_t bytes)
         Fail(text);
     }
     sharedMemory = static_cast<unsigned char*>(VELD::AllocSharedMemory(total));
+    sharedMemoryBytes = sharedMemory ? total : 0;
     if (!sharedMemory) {
         VELDStreamedString text;
         text << "AllocateSharedMemory:107: Failed to allocate [buffer_size:" << static_cast<unsigned long>(bytes)
@@ -241,15 +247,15 @@ void VELDOutputImplementation::FreeBuffer()
     if (sharedMemory) {
         // Elements that pointed into the block point nowhere now; memory that
         // a component hung on an element stays its own.
-        const std::size_t span = static_cast<std::size_t>(definition.fifoSize > 0 ? definition.fifoSize : 0) *
-                                 static_cast<std::size_t>(eltSizeBytes > 0 ? eltSizeBytes : 0);
+        const unsigned char* end = sharedMemory + sharedMemoryBytes;
         for (VELDListIterator it = monitor ? monitor->InitBegin() : VELDListIterator(); it.ptr; monitor->InitNext(it)) {
             unsigned char* data = static_cast<unsigned char*>((*monitor)[it].data);
-            if (data >= sharedMemory && data <= sharedMemory + span) (*monitor)[it].data = nullptr;
+            if (data >= sharedMemory && data < end) (*monitor)[it].data = nullptr;
         }
         VELD::FreeSharedMemory(sharedMemory);
     }
     sharedMemory = nullptr;
+    sharedMemoryBytes = 0;
     bufferSizeItems = 0;
 }
 
@@ -298,9 +304,10 @@ void VELDOutputImplementation::AllocOutputBuffer(int items, bool allocate)
     if (items < rule.minItems) return;
     if (rule.vectorCheck) CheckVectorFlag(items, definition);
 
-    const VELDInt64 stride = static_cast<VELDInt64>(rule.itemSize) * items + rule.headerSize;
+    const VELDInt64 bytes = static_cast<VELDInt64>(rule.itemSize) * items + rule.headerSize;
+    const VELDInt64 stride = rule.headerSize ? HeaderStride(bytes) : bytes;
     bufferSizeItems = rule.sizeInBytes ? -1 : items;
-    eltSizeBytes = static_cast<VELDInt32>(stride);
+    eltSizeBytes = static_cast<VELDInt32>(bytes);
     if (allocate) {
         AllocateSharedMemory(static_cast<std::size_t>(stride));
         CheckAllocated();
@@ -311,7 +318,7 @@ void VELDOutputImplementation::AllocOutputBuffer(int items, bool allocate)
                     if (!data) return;
                     elt.data = data;
                     elt.vectorSize = rule.text ? 0 : items;
-                    LayOutPayload(rule.payload, data, items, static_cast<std::size_t>(stride));
+                    LayOutPayload(rule.payload, data, items, static_cast<std::size_t>(bytes));
                 });
 }
 
@@ -349,7 +356,8 @@ void VELDOutputImplementation::AllocOutputBufferImage(int items, int width, int 
     PrepareElements();
     // External pixels: the elements get only their headers, while the
     // reported element size stays that of a full image.
-    const VELDInt64 stride = external ? VELD::VELDImageHeaderSize : static_cast<VELDInt64>(items) + VELD::VELDImageHeaderSize;
+    const VELDInt64 stride =
+        HeaderStride(external ? VELD::VELDImageHeaderSize : static_cast<VELDInt64>(items) + VELD::VELDImageHeaderSize);
     AllocateSharedMemory(static_cast<std::size_t>(stride));
     CheckAllocated();
     ForEachSlot(monitor, definition.fifoSize, sharedMemory, stride,
@@ -388,7 +396,7 @@ void VELDOutputImplementation::AllocOutputBufferIplImage(const _IplImage& model,
     }
     const VELDInt64 full = static_cast<VELDInt64>(model.imageSize) + model.align + VELD::IplImageHeaderSize +
                            VELD::IplROISize;
-    const VELDInt64 stride = external ? VELD::IplImageHeaderSize + VELD::IplROISize : full;
+    const VELDInt64 stride = HeaderStride(external ? VELD::IplImageHeaderSize + VELD::IplROISize : full);
     AllocateSharedMemory(static_cast<std::size_t>(stride));
     CheckAllocated();
     ForEachSlot(monitor, definition.fifoSize, sharedMemory, stride,
@@ -422,7 +430,8 @@ void VELDOutputImplementation::AllocOutputBufferAudioSignal(const VELDAudioSigna
 {
     CheckNotInitialized(2);
     PrepareElements();
-    const VELDInt64 stride = static_cast<VELDInt64>(model.streamSizeInBytes) + VELD::AudioSignalHeaderSize;
+    const VELDInt64 bytes = static_cast<VELDInt64>(model.streamSizeInBytes) + VELD::AudioSignalHeaderSize;
+    const VELDInt64 stride = HeaderStride(bytes);
     AllocateSharedMemory(static_cast<std::size_t>(stride));
     CheckAllocated();
     ForEachSlot(monitor, definition.fifoSize, sharedMemory, stride,
@@ -434,5 +443,5 @@ void VELDOutputImplementation::AllocOutputBufferAudioSignal(const VELDAudioSigna
                     elt.bufferSize = static_cast<VELDInt32>(model.streamSizeInBytes);
                 });
     bufferSizeItems = -1;
-    eltSizeBytes = static_cast<VELDInt32>(stride);
+    eltSizeBytes = static_cast<VELDInt32>(bytes);
 }
