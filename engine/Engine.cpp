@@ -16,8 +16,8 @@
 namespace veldor {
 
 Engine::Engine(const EngineOptions& options)
-    : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_fifoOverflows(0),
-      m_prepareExitCount(0), m_finishExitCount(0)
+    : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_prepareExitCount(0),
+      m_finishExitCount(0)
 {
     m_console.SetPrinting(options.printReports);
     m_console.SetVerbosity(options.verbosity);
@@ -217,8 +217,8 @@ void* Engine::ModuleThread(void*) { return nullptr; }
 void* Engine::ComponentThread(void*) { return nullptr; }
 void* Engine::CoreFunction(const char*) { return nullptr; }
 VELDComponent* Engine::Component(const char*) { return nullptr; }
-void Engine::SignalFifoOverflow(void*) { ++m_fifoOverflows; }
-int Engine::GetNbFifoOverflows() { return m_fifoOverflows; }
+void Engine::SignalFifoOverflow(void* output) { m_fifoReaders.CountOverflow(output); }
+int Engine::GetNbFifoOverflows() { return m_fifoReaders.TotalOverflows(); }
 
 // ---------------------------------------------------------------------------
 // Scripts, packages, run

@@ -9,9 +9,9 @@
 //   EngineProperties  the engine's own settings ("Engine.shutdownTimeout"...)
 //   EventService      multi-event waits and timed triggers
 //   EngineClock       the diagram's time: speed, pause, jumps, listeners
-// and, as the engine grows, the registration of FIFO readers,
-// the packages and components of a diagram with their connections and
-// threads, and the script that describes a diagram.
+//   FifoReaders       readers of the outputs' FIFOs, and their overflows
+// and, as the engine grows, the packages and components of a diagram with
+// their connections and threads, and the script that describes a diagram.
 //
 // One engine is the kernel of the framework code linked into this process as
 // well: the constructor makes it so, and the last engine made wins.
@@ -31,6 +31,7 @@
 #include "EngineClock.h"
 #include "EngineProperties.h"
 #include "EventService.h"
+#include "FifoReaders.h"
 #include "SymbolTable.h"
 #include "veld_kernel_services.h"
 #include "veld_os_c_wrappers_posix.h"
@@ -57,6 +58,7 @@ public:
     EngineProperties& Properties() { return m_properties; }
     EventService& Events() { return m_events; }
     EngineClock& Clock() { return m_clock; }
+    FifoReaders& Readers() { return m_fifoReaders; }
 
     void SetCheckLevel(int level) { m_checkLevel = level; }
     void SetKeysState(int keys);
@@ -190,6 +192,7 @@ private:
     EngineProperties m_properties;
     EventService m_events;
     EngineClock m_clock;
+    FifoReaders m_fifoReaders;
     VELDEvent m_shutdownEvent;
 
     std::recursive_mutex m_configurationLock;
@@ -197,7 +200,6 @@ private:
     std::atomic<int> m_checkLevel;
     std::atomic<int> m_state;
     std::atomic<int> m_keys;
-    std::atomic<int> m_fifoOverflows;
     std::atomic<int> m_prepareExitCount;
     std::atomic<int> m_finishExitCount;
 

@@ -107,6 +107,11 @@ VELDTimestamp GetFirstTimestamp();
 VELDTimestamp GetLastTimestamp();
 void SetTimeAdapt(int adapt);
 
+// --- memory ---------------------------------------------------------------------------
+// The payload blocks of outputs: aligned heap blocks, null on failure.
+void* AllocSharedMemory(std::size_t bytes);
+void FreeSharedMemory(void* block);
+
 // --- global properties ----------------------------------------------------------------
 bool GetBoolProperty(const char* fullName, bool* ok);
 VELDInt64 GetIntegerProperty(const char* fullName, bool* ok);

@@ -14,36 +14,11 @@
 #include "veld_event.h"
 #include "veld_module_waits.h"
 #include "veld_private.h"
+#include "test_module.h"
 
 namespace {
 
 VELDTimestamp Now() { return veldor::EngineClock::Monotonic(); }
-
-// A module as the waits see it: a death event and a state.
-class WaitingModule {
-public:
-    WaitingModule() : state(VELD::LivingState)
-    {
-        owner.dieEvent = &death;
-        owner.state = &state;
-        owner.module = this;
-        owner.error = [](void* m, const char* text) {
-            static_cast<WaitingModule*>(m)->lastError = text;
-            throw VELD::ErrorException;
-        };
-        owner.report = [](void* m, const char* text, int, int) { static_cast<WaitingModule*>(m)->lastReport = text; };
-    }
-    void Die()
-    {
-        state |= VELD::DyingState;
-        death.Set();
-    }
-
-    VELDEvent death;
-    std::atomic<int> state;
-    VELDModuleContext owner;
-    std::string lastError, lastReport;
-};
 
 class ClockWaits : public ::testing::Test {
 protected:
@@ -71,7 +46,7 @@ protected:
     }
 
     veldor::Engine engine;
-    WaitingModule module;
+    TestModule module;
     VELDEvent never;
 };
 

@@ -67,9 +67,10 @@ void VELDCondition2::Wait(int r)
     AchieveWaitX(r, result);
 }
 
+// Numbers at or past nbEvents were never subscribed: nobody waits there.
 void VELDCondition2::Signal()
 {
-    for (int r = 0; r < kMaxReaders; ++r)
+    for (int r = 0; r < nbEvents; ++r)
         if (waiting[r] && events[r]) events[r]->Set();
 }
 

@@ -1,0 +1,482 @@
+// The FIFO of an output under scripted interleavings: what each reader type
+// gets and skips, when the writer overwrites, stalls or fails, and what the
+// counting queries say.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Engine.h"
+#include "fifo_reading.h"
+#include "test_module.h"
+#include "test_output.h"
+#include "thrown.h"
+#include "veld_output_impl.h"
+#include "veld_output_writing.h"
+
+namespace {
+
+using veldor::FifoReaders;
+
+// True once `done` holds, polling for up to five seconds.
+bool Eventually(const std::function<bool()>& done)
+{
+    for (int i = 0; i < 5000; ++i) {
+        if (done()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return done();
+}
+
+class Fifo : public ::testing::Test {
+protected:
+    Fifo() : engine(QuietEngine()) {}
+    ~Fifo() override
+    {
+        for (std::thread& t : threads)
+            if (t.joinable()) t.join();
+    }
+
+    void Make(int fifoSize, int subsampling = 1)
+    {
+        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(VELD::Integer64, 1, fifoSize, subsampling),
+                                                  &module.death));
+        output->AllocOutputBuffer(1, true);
+    }
+    TestFifo& F() { return *output->monitor; }
+    int Reader(int type) { return FifoReaders::Register(F(), type, 1); }
+
+    void Write(long value)
+    {
+        VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, *output);
+        *element->Integer64(0) = value;
+        VELDOutputWriting::StopWriting(module.owner, element, false);
+    }
+    // Writes on a thread of its own, which may block; `written` tells when
+    // it is done.
+    void WriteOnThread(long value, std::atomic<bool>& written)
+    {
+        threads.emplace_back([this, value, &written] {
+            Write(value);
+            written = true;
+        });
+    }
+    // The writer is still blocked a while later.
+    void ExpectBlocked(const std::atomic<bool>& written)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(written);
+    }
+    // A ring of two holding 1 and 2, with a plain and a never-skipping
+    // reader that have read nothing.
+    void PlainAndNeverSkipping(int& plain, int& never)
+    {
+        Make(2);
+        plain = Reader(VELD::FifoReader);
+        never = Reader(VELD::NeverSkippingReader);
+        Write(1);
+        Write(2);
+    }
+    long Value(VELDListIterator slot) { return *F()[slot].Integer64(0); }
+    // What the reader gets at once, released again; -1 when it would wait.
+    long ReadNow(int reader)
+    {
+        VELDListIterator slot = TryRead(F(), reader);
+        if (!slot.ptr) return -1;
+        long value = Value(slot);
+        F().StopReading(reader, slot);
+        return value;
+    }
+    // Everything the reader gets without waiting.
+    std::vector<long> Drain(int reader)
+    {
+        std::vector<long> values;
+        for (long v = ReadNow(reader); v >= 0; v = ReadNow(reader)) values.push_back(v);
+        return values;
+    }
+    int Overflows() { return output->NbFIFOOverflows(); }
+    // A reader's data as the ring holds it, newest first: -1 for a slot
+    // without data.
+    std::vector<long> Ring()
+    {
+        std::vector<long> values;
+        for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor) {
+            const TestFifo::Slot& slot = VELDList<TestFifo::Slot>::Value(it);
+            values.push_back(VELDFastIOSlot::HasData(slot.state) ? *static_cast<long*>(slot.elt.data) : -1);
+        }
+        return values;
+    }
+    bool Reported(const char* text) { return engine.GetConsole().Contains(text, VELD::Error); }
+
+    veldor::Engine engine;
+    TestModule module;
+    std::unique_ptr<VELDOutputImplementation> output;
+    std::vector<std::thread> threads;
+};
+
+typedef std::vector<long> Values;
+
+// ---------------------------------------------------------------------------
+// Reader types
+
+TEST_F(Fifo, ASlowFifoReaderLosesOnlyWhatWasOverwrittenAndEachLossCountsOnce)
+{
+    Make(4);
+    int reader = Reader(VELD::FifoReader);
+    for (long v = 1; v <= 4; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 0);  // free slots first
+    EXPECT_EQ(ReadNow(reader), 1);
+    for (long v = 5; v <= 7; ++v) Write(v);  // 5 takes the read slot of 1; 6 and 7 overwrite 2 and 3
+    EXPECT_EQ(Overflows(), 2);
+    EXPECT_EQ(engine.GetNbFifoOverflows(), 2);
+    // All that it had is gone: it goes on with the oldest that remains.
+    EXPECT_EQ(Drain(reader), (Values{4, 5, 6, 7}));
+    for (long v = 8; v <= 11; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 2);
+}
+
+TEST_F(Fifo, WithNoReaderSlotsAreReusedSilently)
+{
+    Make(2);
+    for (long v = 1; v <= 10; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 0);
+    EXPECT_EQ(Ring(), (Values{10, 9}));
+}
+
+TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
+{
+    Make(2);
+    int reader = Reader(VELD::NeverSkippingReader);
+    Write(1);
+    Write(2);
+    std::atomic<bool> written(false);
+    WriteOnThread(3, written);
+    ExpectBlocked(written);
+    // Holding the oldest doesn't help: the writer steps over it to the next,
+    // which the reader hasn't had either.
+    VELDListIterator held = TryRead(F(), reader);
+    ASSERT_TRUE(held.ptr);
+    EXPECT_EQ(Value(held), 1);
+    ExpectBlocked(written);
+    F().StopReading(reader, held);
+    EXPECT_TRUE(Eventually([&] { return written.load(); }));
+    EXPECT_EQ(Drain(reader), (Values{2, 3}));
+    EXPECT_EQ(Overflows(), 0);
+}
+
+TEST_F(Fifo, APlainReaderNeverStallsTheWriter)
+{
+    Make(2);
+    int reader = Reader(VELD::FifoReader);
+    for (long v = 1; v <= 5; ++v) Write(v);  // on this thread: a stall would hang the test
+    EXPECT_EQ(Overflows(), 3);
+    EXPECT_EQ(Drain(reader), (Values{4, 5}));
+}
+
+TEST_F(Fifo, BesideANeverSkippingReaderAPlainOneLosesOnlyWhatTheOtherHasRead)
+{
+    int plain, never;
+    PlainAndNeverSkipping(plain, never);
+    EXPECT_EQ(ReadNow(never), 1);
+    Write(3);  // the never-skipping reader had 1, the plain one didn't
+    EXPECT_EQ(Overflows(), 1);
+
+    std::atomic<bool> written(false);
+    WriteOnThread(4, written);  // 2 is still needed
+    ExpectBlocked(written);
+    EXPECT_EQ(ReadNow(plain), 2);  // the plain reader doesn't release the writer
+    ExpectBlocked(written);
+    EXPECT_EQ(ReadNow(never), 2);
+    EXPECT_TRUE(Eventually([&] { return written.load(); }));
+    EXPECT_EQ(Overflows(), 1);  // both had 2
+    EXPECT_EQ(Drain(never), (Values{3, 4}));
+}
+
+TEST_F(Fifo, AWriterBlockedOnANeverSkippingReaderDoesNotWaitForAPlainOne)
+{
+    int plain, never;
+    PlainAndNeverSkipping(plain, never);
+    std::atomic<bool> written(false);
+    WriteOnThread(3, written);
+    ExpectBlocked(written);
+    EXPECT_EQ(ReadNow(never), 1);  // the plain reader hasn't had 1: it is lost
+    EXPECT_TRUE(Eventually([&] { return written.load(); }));
+    EXPECT_EQ(Overflows(), 1);
+    EXPECT_EQ(Drain(plain), (Values{2, 3}));
+}
+
+TEST_F(Fifo, ALastOrNextReaderGetsTheNewestAndMarksWhatItSkipped)
+{
+    Make(4);
+    int reader = Reader(VELD::LastOrNextReader);
+    EXPECT_EQ(ReadNow(reader), -1);
+    Write(1);
+    Write(2);
+    Write(3);
+    EXPECT_EQ(ReadNow(reader), 3);
+    EXPECT_EQ(ReadNow(reader), -1);  // nothing newer: it waits
+    // 1 and 2 count as read: reusing their slots loses nothing.
+    for (long v = 4; v <= 7; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 0);
+    EXPECT_EQ(ReadNow(reader), 7);
+    Write(8);
+    EXPECT_EQ(ReadNow(reader), 8);
+}
+
+TEST_F(Fifo, ASamplingReaderGetsTheSameElementUntilANewerOneComes)
+{
+    Make(3);
+    int reader = Reader(VELD::SamplingReader);
+    EXPECT_EQ(ReadNow(reader), -1);  // waits only while there is no data at all
+    Write(1);
+    EXPECT_EQ(ReadNow(reader), 1);
+    EXPECT_EQ(ReadNow(reader), 1);
+    EXPECT_EQ(ReadNow(reader), 1);
+    Write(2);
+    EXPECT_EQ(ReadNow(reader), 2);
+    // It never marks anything read, and so never protects a slot.
+    for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor)
+        EXPECT_EQ(VELDList<TestFifo::Slot>::Value(it).readMask, 0u);
+    for (long v = 3; v <= 6; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 0);
+    EXPECT_EQ(ReadNow(reader), 6);
+}
+
+TEST_F(Fifo, AWait4NextReaderAlwaysWaitsAndThenGetsTheNewest)
+{
+    Make(3);
+    int reader = Reader(VELD::Wait4NextReader);
+    Write(1);
+    EXPECT_EQ(ReadNow(reader), -1);  // data there, but not new
+
+    std::atomic<long> got(0);
+    threads.emplace_back([&] {
+        VELDListIterator slot = BlockingRead(F(), reader, nullptr);
+        got = Value(slot);
+        F().StopReading(reader, slot);
+    });
+    ASSERT_TRUE(Eventually([&] {
+        VELDMutexGuard guard(F().mutex);
+        return F().condition->waiting[reader];
+    }));
+    Write(2);
+    EXPECT_TRUE(Eventually([&] { return got.load() == 2; }));
+}
+
+TEST_F(Fifo, OutputSubsamplingPublishesEveryThirdAndWakesNobodyForTheOthers)
+{
+    Make(4, 3);
+    int fifo = Reader(VELD::FifoReader);
+    int next = Reader(VELD::Wait4NextReader);
+    VELDEvent* wake = nullptr;
+    VELDEvent* abort = nullptr;
+    VELDListIterator slot;
+    ASSERT_EQ(F().StartReadingX(next, &wake, &abort, &slot), 0);
+    EXPECT_EQ(abort, &module.death);
+    Write(1);
+    Write(2);
+    EXPECT_FALSE(wake->IsSet());
+    EXPECT_EQ(Ring(), (Values{-1, -1, -1, -1}));  // both went back to Free
+    Write(3);
+    EXPECT_TRUE(wake->IsSet());
+    slot = F().AchieveStartReadingX(next, 0);
+    EXPECT_EQ(Value(slot), 3);
+    F().StopReading(next, slot);
+    for (long v = 4; v <= 9; ++v) Write(v);
+    EXPECT_EQ(Drain(fifo), (Values{3, 6, 9}));
+}
+
+// ---------------------------------------------------------------------------
+// The writer at its limits
+
+TEST_F(Fifo, ARingOfOneSlotFailsTheWriterWhileTheReaderHoldsIt)
+{
+    Make(1);
+    int reader = Reader(VELD::FifoReader);
+    Write(1);
+    VELDListIterator held = TryRead(F(), reader);
+    ASSERT_TRUE(held.ptr);
+    EXPECT_EQ(F().ring.First(), held.ptr);
+    EXPECT_EQ(Thrown([&] { F().StartWriting(nullptr); }), VELD::ErrorException);
+    EXPECT_TRUE(Reported("StartWriting has no space where to write"));
+    EXPECT_EQ(Overflows(), 1);
+    F().StopReading(reader, held);
+    Write(2);
+    EXPECT_EQ(Drain(reader), (Values{2}));
+}
+
+TEST_F(Fifo, TheThirdStartWritingOnARingOfTwoIsFatalAndTheModuleErrs)
+{
+    Make(2);
+    ASSERT_NE(VELDOutputWriting::StartWriting(module.owner, *output), nullptr);
+    ASSERT_NE(VELDOutputWriting::StartWriting(module.owner, *output), nullptr);
+    EXPECT_EQ(Thrown([&] { VELDOutputWriting::StartWriting(module.owner, *output); }), VELD::ErrorException);
+    EXPECT_EQ(module.LastError(), "Failed to start writing on m.o");
+    EXPECT_TRUE(module.state & VELD::ErrorState);
+}
+
+TEST_F(Fifo, ABlockedWriterLeavesWhenItsModuleDies)
+{
+    Make(1);
+    Reader(VELD::NeverSkippingReader);
+    Write(1);  // unread by a never-skipping reader: every writer blocks
+    std::atomic<int> thrown(0);
+    threads.emplace_back([&] { thrown = Thrown([&] { VELDOutputWriting::StartWriting(module.owner, *output); }); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    module.Die();
+    EXPECT_TRUE(Eventually([&] { return thrown.load() == VELD::ModuleDied; }));
+    EXPECT_EQ(module.LastError(), "");  // a quiet end, not an error
+}
+
+TEST_F(Fifo, ABlockedWriterGivesUpOnTheHostsCancelOrItsTimeout)
+{
+    Make(1);
+    int reader = Reader(VELD::NeverSkippingReader);
+    Write(1);
+    std::atomic<bool> cancelled(false);
+    threads.emplace_back([&] { cancelled = !F().StartWriting(nullptr).ptr; });
+    EXPECT_TRUE(Eventually([&] {
+        F().writeCancelEvent.Set();  // the writer resets it before it waits: set until it is seen
+        return cancelled.load();
+    }));
+    F().writeTimeout = 1000;
+    EXPECT_EQ(Thrown([&] { F().StartWriting(nullptr); }), VELD::TimeOut);
+    EXPECT_EQ(Drain(reader), (Values{1}));
+}
+
+// ---------------------------------------------------------------------------
+// The readers at their limits
+
+TEST_F(Fifo, StopReadingWithoutStartingIsFatal)
+{
+    Make(2);
+    Reader(VELD::FifoReader);
+    int second = Reader(VELD::FifoReader);
+    Write(1);
+    EXPECT_THROW(F().StopReading(second), int);
+    EXPECT_TRUE(Reported("VELDFastIO fatal error : Stop reading without starting (X2)"));
+    VELDListIterator slot = TryRead(F(), second);
+    F().StopReading(second, slot);
+    EXPECT_THROW(F().StopReading(second, slot), int);  // released once only
+}
+
+TEST_F(Fifo, AWakeUpThatFindsNothingIsFatalForEachKindOfReader)
+{
+    Make(1);
+    int fifo = Reader(VELD::FifoReader);
+    int sampling = Reader(VELD::SamplingReader);
+    int next = Reader(VELD::Wait4NextReader);
+    VELDEvent* wake;
+    VELDEvent* abort;
+    VELDListIterator slot;
+    // Nothing published: the FIFO and sampling readers wait, and so does the
+    // next reader; a wake-up with the writer holding the only slot finds
+    // nothing.
+    for (int reader : {fifo, sampling, next}) ASSERT_EQ(F().StartReadingX(reader, &wake, &abort, &slot), 0);
+    VELDListIterator writing = F().StartWriting(nullptr);
+    EXPECT_THROW(F().AchieveStartReadingX(fifo, 0), int);
+    EXPECT_TRUE(Reported("Trouble with a FIFO reader. Couldn't find its data (X1)"));
+    EXPECT_THROW(F().AchieveStartReadingX(sampling, 0), int);
+    EXPECT_TRUE(Reported("Trouble with a sampling reader. Couldn't find its data (X2)"));
+    EXPECT_THROW(F().AchieveStartReadingX(next, 0), int);
+    EXPECT_TRUE(Reported("VELDFastIO monitor has no space where to read (X4)"));
+    F().StopWriting(writing, true);
+
+    // A wait that ended otherwise than by the wake event.
+    ASSERT_EQ(F().StartReadingX(fifo, &wake, &abort, &slot), 0);
+    EXPECT_EQ(Thrown([&] { F().AchieveStartReadingX(fifo, 1); }), VELD::ModuleDied);
+    ASSERT_EQ(F().StartReadingX(fifo, &wake, &abort, &slot), 0);
+    EXPECT_EQ(Thrown([&] { F().AchieveStartReadingX(fifo, 7); }), VELD::FatalKernelError);
+    EXPECT_TRUE(F().mutex.TryLock());  // every failure released the FIFO
+    F().mutex.Release();
+}
+
+// ---------------------------------------------------------------------------
+// Settings and queries
+
+TEST_F(Fifo, SubsamplingRateAndReaderTypeAreCheckedInOrder)
+{
+    Make(2);
+    int fifo = Reader(VELD::FifoReader);
+    int sampling = Reader(VELD::SamplingReader);
+    EXPECT_THROW(F().SetSubsamplingRate(7, 2), int);
+    EXPECT_TRUE(Reported("trying to set the subsampling rate for a reader that has never been registered before."));
+    EXPECT_THROW(F().SetSubsamplingRate(sampling, 2), int);
+    EXPECT_TRUE(Reported("SetSubsamplingRate works only with FIFO readers."));
+    EXPECT_THROW(F().SetSubsamplingRate(fifo, 0), int);
+    EXPECT_THROW(F().SetSubsamplingRate(fifo, 257), int);
+    EXPECT_EQ(engine.GetConsole().CountContaining("Output subsampling rate must be an integer in the range between 1 "
+                                                  "and 256 included.",
+                                                  VELD::Error),
+              2u);
+    F().SetSubsamplingRate(fifo, 1);
+    EXPECT_EQ(F().readerParam[fifo], 0);
+    F().SetSubsamplingRate(fifo, 256);
+    EXPECT_EQ(F().readerParam[fifo], 255);
+
+    EXPECT_THROW(F().SetReaderType(9, VELD::NeverSkippingReader), int);
+    EXPECT_TRUE(Reported("trying to set the reader type for a reader that has never been registered before."));
+    EXPECT_THROW(F().SetReaderType(sampling, VELD::NeverSkippingReader), int);
+    EXPECT_TRUE(Reported("SetReaderType works only with FIFO readers."));
+    F().SetReaderType(fifo, VELD::NeverSkippingReader);
+    EXPECT_EQ(F().neverSkippingMask, 1u);
+    F().SetReaderType(fifo, VELD::LastOrNextReader);
+    EXPECT_EQ(F().neverSkippingMask, 0u);
+    EXPECT_EQ(F().lastOrNextMask, 1u);
+    F().SetReaderType(fifo, VELD::FifoReader);
+    EXPECT_EQ(F().lastOrNextMask | F().neverSkippingMask, 0u);
+}
+
+TEST_F(Fifo, TheCountingQueriesFollowReadsAndWrites)
+{
+    Make(3);
+    int fifo = Reader(VELD::FifoReader);
+    int sampling = Reader(VELD::SamplingReader);
+    EXPECT_TRUE(F().IsFIFOEmpty());
+    EXPECT_FALSE(F().IsFIFOFull());
+    EXPECT_EQ(output->NbFreeSlotsInFIFO(), 3);
+    EXPECT_FALSE(F().DataAvailableInFIFO(fifo));
+    EXPECT_FALSE(F().DataAvailableInFIFO(sampling));
+
+    Write(1);
+    Write(2);
+    EXPECT_FALSE(VELDOutputWriting::IsFIFOEmpty(*output));
+    EXPECT_EQ(F().NbDataAvailableInFIFO(fifo), 2);
+    EXPECT_EQ(F().NbDataAvailableInFIFO(sampling), 2);
+    EXPECT_EQ(output->NbFreeSlotsInFIFO(), 1);
+    EXPECT_EQ(ReadNow(fifo), 1);
+    EXPECT_EQ(F().NbDataAvailableInFIFO(fifo), 1);
+    EXPECT_TRUE(F().DataAvailableInFIFO(fifo));
+    EXPECT_EQ(output->NbFreeSlotsInFIFO(), 2);  // 1 has been read by all FIFO readers
+    Write(3);
+    EXPECT_FALSE(VELDOutputWriting::IsFIFOFull(*output));  // the tail slot was read
+    Write(4);
+    EXPECT_TRUE(VELDOutputWriting::IsFIFOFull(*output));   // now 2 would be overwritten
+    EXPECT_EQ(Drain(fifo), (Values{2, 3, 4}));
+    EXPECT_FALSE(F().DataAvailableInFIFO(fifo));
+    EXPECT_TRUE(F().DataAvailableInFIFO(sampling));
+    EXPECT_TRUE(F().IsFIFOEmpty());
+
+    VELDListIterator held = TryRead(F(), sampling);  // a held element keeps it from being empty
+    EXPECT_FALSE(F().IsFIFOEmpty());
+    F().StopReading(sampling, held);
+}
+
+TEST_F(Fifo, ResettingTheSizeDiscardsTheContent)
+{
+    Make(2);
+    int reader = Reader(VELD::FifoReader);
+    Write(1);
+    F().ResetFifoSize(5);
+    EXPECT_EQ(F().ring.Length(), 5);
+    EXPECT_EQ(Ring(), (Values{-1, -1, -1, -1, -1}));
+    EXPECT_EQ(ReadNow(reader), -1);
+    F().ResetFifoSize(0);
+    EXPECT_EQ(Thrown([&] { F().StartWriting(nullptr); }), VELD::ErrorException);  // no slot for anyone
+}
+
+}  // namespace

@@ -1,0 +1,22 @@
+// Outputs for the data-plane tests: a definition in one call, and a quiet
+// engine that captures what is reported.
+#ifndef VELDOR_TESTS_TEST_OUTPUT_H
+#define VELDOR_TESTS_TEST_OUTPUT_H
+
+#include "Engine.h"
+#include "veld_definitions.h"
+
+inline VELDOutputDefinition OutputDefinition(VELDTypeInfoValue type, int size, int fifoSize, int subsampling = 1)
+{
+    VELDOutputDefinition definition = {"o", 0, VELDTypeInfo(type), size, fifoSize, subsampling, 0};
+    return definition;
+}
+
+inline veldor::EngineOptions QuietEngine()
+{
+    veldor::EngineOptions options;
+    options.printReports = false;
+    return options;
+}
+
+#endif
