@@ -1,5 +1,7 @@
 #include "SymbolTable.h"
 
+#include <vector>
+
 namespace veldor {
 
 bool SymbolTable::Register(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object)
@@ -26,6 +28,25 @@ VELDSymbol* SymbolTable::Find(const char* fullName)
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     auto it = m_symbols.find(fullName);
     return it == m_symbols.end() ? nullptr : &it->second->symbol;
+}
+
+bool SymbolTable::RenameModule(const std::string& oldModule, const std::string& newModule)
+{
+    const std::string from = oldModule + ".", to = newModule + ".";
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    std::vector<std::string> moving;
+    for (const auto& entry : m_symbols) {
+        if (entry.first.compare(0, to.size(), to) == 0) return false;
+        if (entry.first.compare(0, from.size(), from) == 0) moving.push_back(entry.first);
+    }
+    for (const std::string& name : moving) {
+        auto node = m_symbols.extract(name);
+        node.key() = to + name.substr(from.size());
+        node.mapped()->name = node.key();
+        node.mapped()->symbol.name = node.mapped()->name.c_str();
+        m_symbols.insert(std::move(node));
+    }
+    return true;
 }
 
 size_t SymbolTable::Size()

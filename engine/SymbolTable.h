@@ -21,6 +21,9 @@ public:
     // The record, or null. The record stays valid until the name is
     // unregistered.
     VELDSymbol* Find(const char* fullName);
+    // Moves every name "<oldModule>.<rest>" to "<newModule>.<rest>". False,
+    // with nothing moved, when a name of the new module exists already.
+    bool RenameModule(const std::string& oldModule, const std::string& newModule);
     size_t Size();
 
     // Held around a look-up and the use of what it found; re-entrant, and
