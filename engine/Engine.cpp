@@ -6,6 +6,7 @@
 
 #include "EngineVersion.h"
 #include "veld.h"
+#include "veld_component.h"
 #include "veld_action.h"
 #include "veld_constants.h"
 #include "veld_input.h"
@@ -16,18 +17,27 @@
 namespace veldor {
 
 Engine::Engine(const EngineOptions& options)
-    : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_prepareExitCount(0),
+    : m_connections(m_console), m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState),
+      m_prepareExitCount(0),
       m_finishExitCount(0)
 {
     m_console.SetPrinting(options.printReports);
     m_console.SetVerbosity(options.verbosity);
     // The framework code of the engine's own process runs on this kernel.
     VELDPrivate::SetKernel(this);
+    m_engineModule.reset(new VELDModule("Engine", false, false));
+    VELDPropertyValue* version = new VELDPropertyValue(VELDInt64(0));
+    version->type = VELD::StringProperty;
+    version->value.s = new VELDString(kEngineVersion);
+    m_engineModule->NewProperty(VELDPropertyDefinition("version", version, nullptr, false, false, true, true));
 }
 
 Engine::~Engine()
 {
-    if (VELDPrivate::kernel == this) VELDPrivate::SetKernel(nullptr);
+    VELDKernelServices* previous = VELDPrivate::kernel;
+    VELDPrivate::SetKernel(this);
+    m_engineModule.reset();
+    VELDPrivate::SetKernel(previous == this ? nullptr : previous);
 }
 
 void Engine::Unsupported(const char* operation)
@@ -97,7 +107,7 @@ void Engine::InputRemoved(const char*) {}
 void Engine::OutputRemoved(const char*) {}
 void Engine::ComponentOutputCreated(const char*, const char*, const char*, int) {}
 void Engine::ComponentInputCreated(const char*, const char*, const char*, int) {}
-void Engine::ModuleStateChanged(const char*, int) {}
+void Engine::ModuleStateChanged(const char* moduleName, int state) { m_moduleStates.Changed(moduleName, state); }
 
 // ---------------------------------------------------------------------------
 // Listeners
@@ -208,13 +218,64 @@ bool Engine::StartComponent(const char*) { return false; }
 bool Engine::ShutdownComponent(const char*) { return false; }
 bool Engine::KillComponent(const char*) { return false; }
 bool Engine::RenameComponent(const char*, const char*) { return false; }
-bool Engine::Attach(const char*, const char*) { return false; }
-bool Engine::Attach2(const char*, const char*) { return false; }
-bool Engine::Attach(VELDOutput&, VELDInput&) { return false; }
-bool Engine::Detach(VELDOutput&, VELDInput&) { return false; }
-void* Engine::ComponentMainThread(void*) { return nullptr; }
-void* Engine::ModuleThread(void*) { return nullptr; }
-void* Engine::ComponentThread(void*) { return nullptr; }
+
+// Connections: under the configuration lock, then the connections' own.
+
+VELDInput* Engine::FindInput(const char* fullName, const char* operation)
+{
+    std::lock_guard<SymbolTable> lock(m_symbols);
+    VELDSymbol* symbol = m_symbols.Find(fullName);
+    if (symbol && symbol->kind == VELDSymbol::InputSymbol) return static_cast<VELDInput*>(symbol->object);
+    std::string text = std::string(operation) + ": there is no input " + (fullName ? fullName : "") + ".";
+    m_console.Report(text.c_str(), VELD::Error, 0, true);
+    return nullptr;
+}
+
+VELDOutput* Engine::FindOutput(const char* fullName, const char* operation)
+{
+    std::lock_guard<SymbolTable> lock(m_symbols);
+    VELDSymbol* symbol = m_symbols.Find(fullName);
+    if (symbol && symbol->kind == VELDSymbol::OutputSymbol) return static_cast<VELDOutput*>(symbol->object);
+    std::string text = std::string(operation) + ": there is no output " + (fullName ? fullName : "") + ".";
+    m_console.Report(text.c_str(), VELD::Error, 0, true);
+    return nullptr;
+}
+
+bool Engine::Attach(const char* output, const char* input)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    VELDOutput* out = FindOutput(output, "Attach");
+    VELDInput* in = out ? FindInput(input, "Attach") : nullptr;
+    return in && m_connections.Attach(*out, *in);
+}
+
+// The second form moves an input that another output feeds.
+bool Engine::Attach2(const char* output, const char* input)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    VELDOutput* out = FindOutput(output, "Attach2");
+    VELDInput* in = out ? FindInput(input, "Attach2") : nullptr;
+    return in && m_connections.Replace(*out, *in);
+}
+
+bool Engine::Attach(VELDOutput& output, VELDInput& input)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    return m_connections.Attach(output, input);
+}
+
+bool Engine::Detach(VELDOutput& output, VELDInput& input)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    return m_connections.Detach(output, input);
+}
+
+void* Engine::ComponentMainThread(void* component)
+{
+    return m_threads.MainThread(*static_cast<VELDComponent*>(component));
+}
+void* Engine::ModuleThread(void* startRecord) { return m_threads.ModuleThread(startRecord); }
+void* Engine::ComponentThread(void* startRecord) { return m_threads.ComponentThread(startRecord); }
 void* Engine::CoreFunction(const char*) { return nullptr; }
 VELDComponent* Engine::Component(const char*) { return nullptr; }
 void Engine::SignalFifoOverflow(void* output) { m_fifoReaders.CountOverflow(output); }

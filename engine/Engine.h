@@ -10,6 +10,9 @@
 //   EventService      multi-event waits and timed triggers
 //   EngineClock       the diagram's time: speed, pause, jumps, listeners
 //   FifoReaders       readers of the outputs' FIFOs, and their overflows
+//   Connections       which output feeds which input
+//   ComponentThreads  the bodies of components' and modules' threads
+//   ModuleStates      the last state each module told, by name
 // and, as the engine grows, the packages and components of a diagram with
 // their connections and threads, and the script that describes a diagram.
 //
@@ -23,17 +26,22 @@
 #define VELDOR_ENGINE_ENGINE_H
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "ComponentThreads.h"
+#include "Connections.h"
 #include "Console.h"
 #include "EngineClock.h"
 #include "EngineProperties.h"
 #include "EventService.h"
 #include "FifoReaders.h"
+#include "ModuleStates.h"
 #include "SymbolTable.h"
 #include "veld_kernel_services.h"
+#include "veld_module.h"
 #include "veld_os_c_wrappers_posix.h"
 
 namespace veldor {
@@ -59,6 +67,9 @@ public:
     EventService& Events() { return m_events; }
     EngineClock& Clock() { return m_clock; }
     FifoReaders& Readers() { return m_fifoReaders; }
+    Connections& Links() { return m_connections; }
+    ComponentThreads& Threads() { return m_threads; }
+    ModuleStates& States() { return m_moduleStates; }
 
     void SetCheckLevel(int level) { m_checkLevel = level; }
     void SetKeysState(int keys);
@@ -186,6 +197,10 @@ private:
     void Unsupported(const char* operation);
     bool RegisterSymbol(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object);
     VELDProperty* FindProperty(const char* fullName);
+    // The input or output registered under `fullName`, or null with a
+    // report that tells `operation`.
+    VELDInput* FindInput(const char* fullName, const char* operation);
+    VELDOutput* FindOutput(const char* fullName, const char* operation);
 
     Console m_console;
     SymbolTable m_symbols;
@@ -193,6 +208,9 @@ private:
     EventService m_events;
     EngineClock m_clock;
     FifoReaders m_fifoReaders;
+    Connections m_connections;
+    ComponentThreads m_threads;
+    ModuleStates m_moduleStates;
     VELDEvent m_shutdownEvent;
 
     std::recursive_mutex m_configurationLock;
@@ -208,6 +226,10 @@ private:
 
     std::mutex m_unsupportedMutex;
     std::vector<std::string> m_unsupportedTold;
+
+    // The engine's settings that a package reads as properties of a module
+    // ("Engine.version"); made last, destroyed first.
+    std::unique_ptr<VELDModule> m_engineModule;
 };
 
 }  // namespace veldor

@@ -132,22 +132,26 @@ public:
     bool m_sequentialDead;  // no sequential life in progress
     VELDPoint m_location;
 
-protected:
-    // The dying sequence after a model's failure: dying, death, dead.
-    void DieAfterFailure();
-
 private:
-    // Reports what a sequential Birth or Core threw, as the lifecycle does.
-    void ReportFailure(const char* what, bool sequential);
-    void RunSequentialCore(VELDInput* input, bool stopAfter);
+    // "<kind> <name><text>" as a message box and an error report.
+    void ReportFatal(const char* text);
+    // Steps of SequentialCore without its lock: read what came on `input`
+    // and run Core.
+    void SequentialLoop(VELDInput* input);
+    // Banzai, with what it throws reported and stopped.
+    void CallBanzai();
+    // The sequential dying sequence after Birth, Core or a suicide.
+    void SequentialDyingSequence();
+    // Where each list's re-definition starts: after what the definition's
+    // counts cover.
+    void SetCursors();
     void StopOpenReads();
     void StepReadersAside();
-    template <class Definition>
-    const Definition* TableEntry(const Definition* table, VELDUInt32 count, int index, const char* what);
-    template <class Definition>
-    const Definition* TableEntry(const Definition* table, VELDUInt32 count, const char* model, const char* what);
 
-    bool m_baseDynamicRan;
+    // The base's Dynamic as the component's virtual table held it while the
+    // base was built: a model whose Dynamic is still this one declares
+    // nothing, and keeps what it has.
+    void (*m_baseDynamic)(VELDComponent*);
 };
 
 #endif

@@ -131,6 +131,13 @@ public:
     VELDFloat64 GetFloatProperty(const char* shortName);
     VELDString GetStringProperty(const char* shortName);
     VELDEnumStruct GetEnumProperty(const char* shortName);
+    // The set callbacks of the special properties: each finds its input or
+    // output from the property's full name.
+    static void SetInputSubsamplingProperty(VELDProperty& property);
+    static void SetInputReaderTypeProperty(VELDProperty& property);
+    static void SetOutputSubsamplingProperty(VELDProperty& property);
+    static void SetOutputFifoSizeProperty(VELDProperty& property);
+    static void SetOutputPeriodicProperty(VELDProperty& property);
 
     // ---- elements ----
     // Declares an element; `shortName` null takes the definition's name.
@@ -148,6 +155,8 @@ public:
                                        int& index);
     VELDOutputImplementation* NewOutputX(const VELDStackedString<40>& fullName, const char* definitionName,
                                          bool& isNew, int& index);
+    VELDOutputImplementation* NewOutputX(const VELDStackedString<40>& fullName,
+                                         const VELDOutputDefinition& definition, bool& isNew, int& index);
     VELDPropertyImplementation* NewPropertyX(const VELDStackedString<40>& fullName, const char* definitionName,
                                              bool& isNew);
     VELDActionImplementation* NewActionX(const VELDStackedString<40>& fullName, const char* definitionName,

@@ -83,6 +83,9 @@ public:
     VELDModule* m_owner;
     std::atomic<bool> m_changed;
     std::atomic<bool> m_mutable;
+    // A property of an input or an output (".subsampling" and the like):
+    // it comes and goes with its element, not with Dynamic.
+    bool m_special;
 };
 
 #endif
