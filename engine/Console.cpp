@@ -29,7 +29,8 @@ void Console::Report(const char* message, int level, int verbosity, bool fromKer
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::string text = message ? message : "";
-    if (m_printing && (level == VELD::Warning || level == VELD::Error || verbosity <= m_verbosity)) {
+    if (m_printing && (level == VELD::Error || (level == VELD::Warning && m_verbosity > kErrorsOnly) ||
+                       verbosity <= m_verbosity)) {
         std::fprintf(m_stream, "%s: %s\n", LevelName(level), text.c_str());
         std::fflush(m_stream);
     }

@@ -19,9 +19,10 @@ struct ReportRecord {
 
 class Console {
 public:
-    // Warnings and errors are always printed; infos and echoes only up to
-    // this verbosity.
+    // Errors are always printed, warnings unless the verbosity is
+    // kErrorsOnly, infos and echoes only up to the verbosity.
     static const int kDefaultVerbosity = 1;
+    static const int kErrorsOnly = -1;
 
     Console();
 

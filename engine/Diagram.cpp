@@ -82,6 +82,22 @@ int Diagram::NbAbandoned() const
     return static_cast<int>(m_abandoned.size());
 }
 
+int Diagram::ReleaseAbandoned()
+{
+    std::lock_guard<std::mutex> lock(m_listMutex);
+    for (auto it = m_abandoned.begin(); it != m_abandoned.end();) {
+        if (m_engine.Threads().Running(*it) > 0) {
+            ++it;
+            continue;
+        }
+        std::string name = (*it)->Name();
+        delete *it;
+        m_engine.States().Forget(name);
+        it = m_abandoned.erase(it);
+    }
+    return static_cast<int>(m_abandoned.size());
+}
+
 bool Diagram::IsDead(const std::string& name) const
 {
     VELDComponent* component = Find(name);
@@ -90,11 +106,11 @@ bool Diagram::IsDead(const std::string& name) const
 
 bool Diagram::OnComponentThread() const
 {
-    const VELDThreadId self = CurrentThreadId();
+    const VELDThreadId self = VELD::CurrentThreadId();
     for (VELDComponent* component : Snapshot()) {
         VELDMutexGuard guard(component->m_structureLock);
         for (VELDBasicListItem* it = component->m_threads.First(); it; it = it->successor)
-            if (SameThread(VELDList<VELDThread*>::Value(it)->Id(), self)) return true;
+            if (VELD::SameThread(VELDList<VELDThread*>::Value(it)->Id(), self)) return true;
     }
     return false;
 }

@@ -83,6 +83,9 @@ public:
     bool IsDead(const std::string& name) const;
     // Components that could not be destroyed because their threads stayed.
     int NbAbandoned() const;
+    // Destroys those of them whose threads have left since; returns how
+    // many remain.
+    int ReleaseAbandoned();
 
 private:
     struct Link {

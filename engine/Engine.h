@@ -6,15 +6,34 @@
 // kernel operations:
 //   Console           reports: the terminal and a capture
 //   SymbolTable       full names of inputs, outputs, properties, actions
-//   EngineProperties  the engine's own settings ("Engine.shutdownTimeout"...)
+//   EngineModule      the engine's own module "Engine": its settings
+//                     ("Engine.shutdownTimeout"...) as real properties
 //   EventService      multi-event waits and timed triggers
 //   EngineClock       the diagram's time: speed, pause, jumps, listeners
 //   FifoReaders       readers of the outputs' FIFOs, and their overflows
 //   Connections       which output feeds which input
 //   ComponentThreads  the bodies of components' and modules' threads
 //   ModuleStates      the last state each module told, by name
-// and, as the engine grows, the packages and components of a diagram with
-// their connections and threads, and the script that describes a diagram.
+//   Packages          the package files and the models they offer
+//   Diagram           the components of the diagram; run and shutdown
+// Scripts (Script, ScriptRunner) describe a diagram in text and drive these
+// parts from outside.
+//
+// A program builds and runs a diagram without a script like this:
+//
+//   veldor::Engine engine;
+//   engine.LoadPackage("build/packages/my.pck");          // false: see error
+//   engine.Graph().Create("Generator", "gen");            // null: see error
+//   engine.Graph().Create("Sink", "sink");
+//   engine.Graph().SetProperty("gen.period", "1000", false);
+//   engine.Graph().Connect("gen.oValue", "sink.iValue");
+//   engine.Graph().Run();
+//   ...
+//   engine.Graph().Shutdown();
+//
+// Each of those takes an optional std::string* that receives the reason of
+// a failure. The kernel operations (CreateComponent, Run, Shutdown...) do
+// the same and report the reason instead.
 //
 // One engine is the kernel of the framework code linked into this process as
 // well: the constructor makes it so, and the last engine made wins.
@@ -35,10 +54,12 @@
 #include "Connections.h"
 #include "Console.h"
 #include "EngineClock.h"
-#include "EngineProperties.h"
 #include "EventService.h"
 #include "FifoReaders.h"
+#include "Diagram.h"
+#include "EngineModule.h"
 #include "ModuleStates.h"
+#include "Packages.h"
 #include "SymbolTable.h"
 #include "veld_kernel_services.h"
 #include "veld_module.h"
@@ -63,13 +84,23 @@ public:
 
     Console& GetConsole() { return m_console; }
     SymbolTable& Symbols() { return m_symbols; }
-    EngineProperties& Properties() { return m_properties; }
+    // The engine's settings, "Engine.<name>".
+    EngineModule& Module() { return *m_engineModule; }
     EventService& Events() { return m_events; }
     EngineClock& Clock() { return m_clock; }
     FifoReaders& Readers() { return m_fifoReaders; }
     Connections& Links() { return m_connections; }
     ComponentThreads& Threads() { return m_threads; }
     ModuleStates& States() { return m_moduleStates; }
+    Packages& GetPackages() { return m_packages; }
+    Diagram& Graph() { return m_diagram; }
+
+    // Loads a package file for this engine; see Packages::Load.
+    bool LoadPackage(const std::string& path, std::string* error = nullptr);
+    // A component's thread asked for the diagram's shutdown (VELD::Shutdown
+    // or VELD::Exit), which can't run on that thread: whoever drives the
+    // engine does it. True once per request.
+    bool TakeShutdownRequest() { return m_shutdownRequested.exchange(false); }
 
     void SetCheckLevel(int level) { m_checkLevel = level; }
     void SetKeysState(int keys);
@@ -197,6 +228,15 @@ private:
     void Unsupported(const char* operation);
     bool RegisterSymbol(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object);
     VELDProperty* FindProperty(const char* fullName);
+    // A property of any module read through its owner, with the get callback;
+    // false when unknown or of a type that `T` can't hold.
+    template <class T>
+    bool ReadProperty(const char* fullName, T* value);
+    // Reports the reason of a failed kernel operation.
+    void ReportFailure(const char* operation, const std::string& reason);
+    // The shutdown of the diagram, or a request for it from a component's
+    // thread.
+    void ShutdownOrRequest();
     // The input or output registered under `fullName`, or null with a
     // report that tells `operation`.
     VELDInput* FindInput(const char* fullName, const char* operation);
@@ -204,14 +244,16 @@ private:
 
     Console m_console;
     SymbolTable m_symbols;
-    EngineProperties m_properties;
     EventService m_events;
     EngineClock m_clock;
     FifoReaders m_fifoReaders;
     Connections m_connections;
     ComponentThreads m_threads;
     ModuleStates m_moduleStates;
+    Packages m_packages;
+    Diagram m_diagram;
     VELDEvent m_shutdownEvent;
+    std::atomic<bool> m_shutdownRequested;
 
     std::recursive_mutex m_configurationLock;
     VELDMutex m_globalMutex;
@@ -227,9 +269,8 @@ private:
     std::mutex m_unsupportedMutex;
     std::vector<std::string> m_unsupportedTold;
 
-    // The engine's settings that a package reads as properties of a module
-    // ("Engine.version"); made last, destroyed first.
-    std::unique_ptr<VELDModule> m_engineModule;
+    // Made last, destroyed before the other parts.
+    std::unique_ptr<EngineModule> m_engineModule;
 };
 
 }  // namespace veldor
