@@ -82,11 +82,11 @@ int Diagram::NbAbandoned() const
     return static_cast<int>(m_abandoned.size());
 }
 
-int Diagram::ReleaseAbandoned()
+int Diagram::ReleaseAbandoned(long timeoutMicroseconds)
 {
     std::lock_guard<std::mutex> lock(m_listMutex);
     for (auto it = m_abandoned.begin(); it != m_abandoned.end();) {
-        if (m_engine.Threads().Running(*it) > 0) {
+        if (!m_engine.Threads().WaitUntilLeft(*it, timeoutMicroseconds)) {
             ++it;
             continue;
         }

@@ -83,9 +83,9 @@ public:
     bool IsDead(const std::string& name) const;
     // Components that could not be destroyed because their threads stayed.
     int NbAbandoned() const;
-    // Destroys those of them whose threads have left since; returns how
-    // many remain.
-    int ReleaseAbandoned();
+    // Destroys those of them whose threads leave within the time given to
+    // each; returns how many remain.
+    int ReleaseAbandoned(long timeoutMicroseconds);
 
 private:
     struct Link {

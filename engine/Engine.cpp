@@ -37,7 +37,9 @@ Engine::~Engine()
     VELDKernelServices* previous = VELDPrivate::kernel;
     VELDPrivate::SetKernel(this);
     m_diagram.Clear();
-    if (m_diagram.ReleaseAbandoned() > 0) m_packages.KeepLoaded();
+    // Code must not be unloaded under a thread: a component that outlived
+    // its shutdown gets the default limit once more.
+    if (m_diagram.ReleaseAbandoned(10000000) > 0) m_packages.KeepLoaded();
     m_engineModule.reset();
     VELDPrivate::SetKernel(previous == this ? nullptr : previous);
 }

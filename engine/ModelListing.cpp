@@ -27,7 +27,8 @@ void ListProperties(VELDComponent& component, std::ostream& out)
         VELDPropertyImplementation& p = *VELDList<VELDPropertyImplementation*>::Value(it);
         // Inputs' and outputs' own settings are told with them; section
         // markers only group what a user interface shows.
-        if (std::string(p.ShortName()).find('.') != std::string::npos ||
+        const std::string name = p.Name();
+        if (name.find('.') != name.rfind('.') ||
             (p.SubType() & (VELD::PropertySubTypeBeginSubSection | VELD::PropertySubTypeEndSubSection)))
             continue;
         out << "    " << std::left << std::setw(kNameWidth) << p.ShortName() << " " << std::setw(8)

@@ -118,7 +118,9 @@ bool PropertyText::Set(VELDProperty& property, const std::string& text, bool quo
 
     const int type = property.Type();
     const std::string shown = "\"" + text + "\"";
-    const std::string kind = std::string("it is ") + (type == VELD::IntegerProperty ? "an " : "a ") + TypeName(type);
+    const std::string kind = std::string("it is ") +
+                             (type == VELD::IntegerProperty || type == VELD::EnumProperty ? "an " : "a ") +
+                             TypeName(type);
     try {
         switch (type) {
         case VELD::BoolProperty:
@@ -182,7 +184,7 @@ std::string PropertyText::FlagsOf(VELDProperty& property)
     auto add = [&flags](const char* flag) { flags += (flags.empty() ? "" : ", ") + std::string(flag); };
     if (d.needs2BeInitialized) add("needs to be set");
     if (d.readOnly) add("read-only");
-    if (!d.canBeModifiedAfterStart && !d.readOnly) add("not after start");
+    if (d.canBeModifiedAfterStart && !d.readOnly) add("changes while running");
     if (d.locked) add("locked");
     return flags;
 }

@@ -36,8 +36,8 @@ public:
     // The stored value as the user would write it: true, 12, 2.5, "text",
     // 2|1|a|b.
     static std::string ValueOf(VELDProperty& property);
-    // The flags worth telling: "needs to be set", "read-only", "locked",
-    // "not after start"; comma-separated, empty when none.
+    // The flags worth telling: "needs to be set", "read-only", "changes
+    // while running", "locked"; comma-separated, empty when none.
     static std::string FlagsOf(VELDProperty& property);
 
     // A whole text as a decimal or 0x-hexadecimal integer, with an optional
