@@ -55,6 +55,8 @@ Diagram::Diagram(Engine& engine) : m_engine(engine), m_state(0) {}
 
 Diagram::~Diagram() = default;
 
+void Diagram::Tell(const std::string& text) { m_engine.GetConsole().Report(text.c_str(), VELD::Info, 2, true); }
+
 std::vector<VELDComponent*> Diagram::Snapshot() const
 {
     std::lock_guard<std::mutex> lock(m_listMutex);
@@ -171,8 +173,11 @@ VELDComponent* Diagram::Create(const std::string& model, const std::string& name
     // Dynamic's failures leave the component in ErrorState; it exists all
     // the same.
     component->CallDynamic();
-    std::lock_guard<std::mutex> lock(m_listMutex);
-    m_components.push_back(component);
+    {
+        std::lock_guard<std::mutex> lock(m_listMutex);
+        m_components.push_back(component);
+    }
+    Tell("Component " + name + " of model " + model + " created.");
     return component;
 }
 
@@ -374,6 +379,7 @@ bool Diagram::Run(std::string* error)
             return false;
         }
     }
+    Tell("The diagram runs.");
     return true;
 }
 
@@ -396,6 +402,7 @@ void Diagram::Shutdown()
     m_engine.Links().DetachAll();
     m_engine.UnlockConfiguration();
     m_state = 0;
+    Tell("The diagram is shut down.");
 }
 
 void Diagram::Clear()

@@ -99,6 +99,8 @@ private:
     void DetachAllOf(VELDComponent& component);
     void Destroy(VELDComponent* component);
     std::vector<VELDComponent*> Snapshot() const;
+    // An info for a verbose report.
+    void Tell(const std::string& text);
     bool CheckName(const std::string& name, std::string* error) const;
     // The component named by the part of `fullName` before its first ".",
     // with the reason when it does not exist.

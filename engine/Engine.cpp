@@ -46,7 +46,10 @@ Engine::~Engine()
 
 bool Engine::LoadPackage(const std::string& path, std::string* error)
 {
-    return m_packages.Load(path, this, "", error);
+    if (!m_packages.Load(path, this, "", error)) return false;
+    std::string text = "Package " + path + " loaded.";
+    m_console.Report(text.c_str(), VELD::Info, 2, true);
+    return true;
 }
 
 void Engine::ReportFailure(const char* operation, const std::string& reason)
@@ -236,29 +239,22 @@ VELDComponent* Engine::CreateComponent(const char* model, const char* name, bool
     return component;
 }
 
-bool Engine::StartComponent(const char* name)
+bool Engine::OnComponent(const char* operation, DiagramOperation action, const char* name)
 {
     std::string error;
-    bool done = m_diagram.Start(name ? name : "", &error);
-    if (!done) ReportFailure("StartComponent", error);
+    bool done = (m_diagram.*action)(name ? name : "", &error);
+    if (!done) ReportFailure(operation, error);
     return done;
 }
+
+bool Engine::StartComponent(const char* name) { return OnComponent("StartComponent", &Diagram::Start, name); }
 
 bool Engine::ShutdownComponent(const char* name)
 {
-    std::string error;
-    bool done = m_diagram.Shutdown(name ? name : "", &error);
-    if (!done) ReportFailure("ShutdownComponent", error);
-    return done;
+    return OnComponent("ShutdownComponent", static_cast<DiagramOperation>(&Diagram::Shutdown), name);
 }
 
-bool Engine::KillComponent(const char* name)
-{
-    std::string error;
-    bool done = m_diagram.Kill(name ? name : "", &error);
-    if (!done) ReportFailure("KillComponent", error);
-    return done;
-}
+bool Engine::KillComponent(const char* name) { return OnComponent("KillComponent", &Diagram::Kill, name); }
 
 // A refused name is an answer, not an error: the caller may try another.
 bool Engine::RenameComponent(const char* oldName, const char* newName)

@@ -53,11 +53,11 @@
 #include "ComponentThreads.h"
 #include "Connections.h"
 #include "Console.h"
+#include "Diagram.h"
 #include "EngineClock.h"
+#include "EngineModule.h"
 #include "EventService.h"
 #include "FifoReaders.h"
-#include "Diagram.h"
-#include "EngineModule.h"
 #include "ModuleStates.h"
 #include "Packages.h"
 #include "SymbolTable.h"
@@ -234,6 +234,9 @@ private:
     bool ReadProperty(const char* fullName, T* value);
     // Reports the reason of a failed kernel operation.
     void ReportFailure(const char* operation, const std::string& reason);
+    // A diagram's operation on a named component, its failure reported.
+    typedef bool (Diagram::*DiagramOperation)(const std::string& name, std::string* error);
+    bool OnComponent(const char* operation, DiagramOperation action, const char* name);
     // The shutdown of the diagram, or a request for it from a component's
     // thread.
     void ShutdownOrRequest();
