@@ -53,6 +53,19 @@ VELDOutputDefinition IntegerOutput(const char* name)
     return VELDOutputDefinition{name, 0, VELDTypeInfo(VELD::Integer), 1, 16, 1, 1};
 }
 
+const VELDUInt32 kAll = 0xFFFFFFFFu;  // the whole table: the engine counts it
+
+// A model's record; every property table is counted by the engine.
+template <class Model>
+VELDComponentDefinition Define(const char* name, const char* version, VELDUInt32 nbInputs, VELDInputDefinition* inputs,
+                               VELDUInt32 nbOutputs, VELDOutputDefinition* outputs, VELDPropertyDefinition* properties,
+                               VELDActionDefinition* actions = nullptr, VELDUInt32 kind = VELD::Threaded)
+{
+    const VELDUInt32 nbActions = actions ? kAll : 0;
+    return {name, version, &Model::Instantiate, nullptr, nullptr, 0, nbInputs, inputs, nbOutputs, outputs, kAll,
+            properties, nbActions, actions, 128, kind, kind == VELD::Threaded, 0};
+}
+
 const VELDInputDefinition kNoInput = {nullptr, 0, nullptr, 0, 0};
 const VELDOutputDefinition kNoOutput = {nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0};
 
@@ -81,12 +94,11 @@ private:
 };
 
 VELDOutputDefinition g_generatorOutputs[] = {IntegerOutput("oValue"), kNoOutput};
-VELDPropertyDefinition g_generatorProperties[] = {
-    Setting("period", new VELDPropertyValue(VELDInt64(1000)), "us"), Setting("count", new VELDPropertyValue(VELDInt64(0))),
-    Figure("coreThread"), VELDPropertyDefinition()};
-VELDComponentDefinition g_generator = {
-    "Generator", "1.0.0", &Generator::Instantiate, nullptr, nullptr, 0, 0, nullptr, 0xFFFFFFFFu, g_generatorOutputs,
-    0xFFFFFFFFu, g_generatorProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELDPropertyDefinition g_generatorProperties[] = {Setting("period", new VELDPropertyValue(VELDInt64(1000)), "us"),
+                                                  Setting("count", new VELDPropertyValue(VELDInt64(0))),
+                                                  Figure("coreThread"), VELDPropertyDefinition()};
+VELDComponentDefinition g_generator =
+    Define<Generator>("Generator", "1.0.0", 0, nullptr, kAll, g_generatorOutputs, g_generatorProperties);
 
 // ---------------------------------------------------------------------------
 
@@ -124,10 +136,12 @@ private:
 };
 
 // One record per reader type: a new reader type is a new input.
-VELDInputDefinition g_counterInputs[] = {
-    IntegerInput("iFifo", VELD::FifoReader),          IntegerInput("iNeverSkipping", VELD::NeverSkippingReader),
-    IntegerInput("iLastOrNext", VELD::LastOrNextReader), IntegerInput("iWait4Next", VELD::Wait4NextReader),
-    IntegerInput("iSampling", VELD::SamplingReader),  kNoInput};
+VELDInputDefinition g_counterInputs[] = {IntegerInput("iFifo", VELD::FifoReader),
+                                         IntegerInput("iNeverSkipping", VELD::NeverSkippingReader),
+                                         IntegerInput("iLastOrNext", VELD::LastOrNextReader),
+                                         IntegerInput("iWait4Next", VELD::Wait4NextReader),
+                                         IntegerInput("iSampling", VELD::SamplingReader),
+                                         kNoInput};
 VELDPropertyDefinition g_counterProperties[] = {
     Setting("reader",
             new VELDPropertyValue("FifoReader|NeverSkippingReader|LastOrNextReader|Wait4NextReader|SamplingReader", 0)),
@@ -142,9 +156,8 @@ VELDActionDefinition g_counterActions[] = {
     VELDActionDefinition("renameAfterUpstream",
                          new VELDActionFunction(&VELDComponent::ActionRenameAfterUpstreamComponent), true),
     VELDActionDefinition()};
-VELDComponentDefinition g_counter = {
-    "Counter", "1.1.0", &Counter::Instantiate, nullptr, nullptr, 0, 0, g_counterInputs, 0, nullptr, 0xFFFFFFFFu,
-    g_counterProperties, 0xFFFFFFFFu, g_counterActions, 128, VELD::Threaded, true, 0};
+VELDComponentDefinition g_counter =
+    Define<Counter>("Counter", "1.1.0", 0, g_counterInputs, 0, nullptr, g_counterProperties, g_counterActions);
 
 // ---------------------------------------------------------------------------
 
@@ -166,9 +179,8 @@ public:
 VELDInputDefinition g_doublerInputs[] = {IntegerInput("iValue", VELD::FifoReader), kNoInput};
 VELDOutputDefinition g_doublerOutputs[] = {IntegerOutput("oValue"), kNoOutput};
 VELDPropertyDefinition g_doublerProperties[] = {Figure("coreThread"), VELDPropertyDefinition()};
-VELDComponentDefinition g_doubler = {
-    "Doubler", "1.0.0", &Doubler::Instantiate, nullptr, nullptr, 0, 0xFFFFFFFFu, g_doublerInputs, 0xFFFFFFFFu,
-    g_doublerOutputs, 0xFFFFFFFFu, g_doublerProperties, 0, nullptr, 128, VELD::Sequential, false, 0};
+VELDComponentDefinition g_doubler = Define<Doubler>("Doubler", "1.0.0", kAll, g_doublerInputs, kAll, g_doublerOutputs,
+                                                    g_doublerProperties, nullptr, VELD::Sequential);
 
 // ---------------------------------------------------------------------------
 
@@ -178,8 +190,7 @@ public:
 
     void Dynamic() override
     {
-        for (VELDInt64 i = 0; i < GetIntegerProperty("inputs"); ++i)
-            NewInput(0, ("i" + std::to_string(i)).c_str());
+        for (VELDInt64 i = 0; i < GetIntegerProperty("inputs"); ++i) NewInput(0, ("i" + std::to_string(i)).c_str());
     }
 
     void Core() override
@@ -199,9 +210,7 @@ public:
 VELDInputDefinition g_mergerInputs[] = {IntegerInput("iIn", VELD::FifoReader), kNoInput};
 VELDPropertyDefinition g_mergerProperties[] = {Setting("inputs", new VELDPropertyValue(VELDInt64(2))),
                                                Figure("received"), VELDPropertyDefinition()};
-VELDComponentDefinition g_merger = {
-    "Merger", "1.0.0", &Merger::Instantiate, nullptr, nullptr, 0, 0, g_mergerInputs, 0, nullptr, 0xFFFFFFFFu,
-    g_mergerProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELDComponentDefinition g_merger = Define<Merger>("Merger", "1.0.0", 0, g_mergerInputs, 0, nullptr, g_mergerProperties);
 
 // ---------------------------------------------------------------------------
 
@@ -212,15 +221,14 @@ public:
     void Core() override { Rest(1000); }
 };
 
-VELDOutputDefinition g_labelledOutputs[] = {
-    VELDOutputDefinition{"oLevel", 0, VELDTypeInfo(VELD::Float), 1, 16, 1, 1}, kNoOutput};
+VELDOutputDefinition g_labelledOutputs[] = {VELDOutputDefinition{"oLevel", 0, VELDTypeInfo(VELD::Float), 1, 16, 1, 1},
+                                            kNoOutput};
 VELDPropertyDefinition g_labelledProperties[] = {
     VELDPropertyDefinition("label", new VELDPropertyValue(""), nullptr, true, false, false, false),
     Setting("gain", new VELDPropertyValue(VELDFloat64(1.0))), Setting("enabled", new VELDPropertyValue(true)),
     VELDPropertyDefinition()};
-VELDComponentDefinition g_labelled = {
-    "Labelled", "1.0.0", &Labelled::Instantiate, nullptr, nullptr, 0, 0, nullptr, 0xFFFFFFFFu, g_labelledOutputs,
-    0xFFFFFFFFu, g_labelledProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELDComponentDefinition g_labelled =
+    Define<Labelled>("Labelled", "1.0.0", 0, nullptr, kAll, g_labelledOutputs, g_labelledProperties);
 
 // ---------------------------------------------------------------------------
 
@@ -258,9 +266,8 @@ private:
 VELDPropertyDefinition g_stubbornProperties[] = {Setting("refusal", new VELDPropertyValue(VELDInt64(0)), "us"),
                                                  Setting("linger", new VELDPropertyValue(VELDInt64(0)), "us"),
                                                  VELDPropertyDefinition()};
-VELDComponentDefinition g_stubborn = {
-    "Stubborn", "1.0.0", &Stubborn::Instantiate, nullptr, nullptr, 0, 0, nullptr, 0, nullptr, 0xFFFFFFFFu,
-    g_stubbornProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELDComponentDefinition g_stubborn =
+    Define<Stubborn>("Stubborn", "1.0.0", 0, nullptr, 0, nullptr, g_stubbornProperties);
 
 // ---------------------------------------------------------------------------
 
@@ -286,9 +293,7 @@ private:
 
 VELDPropertyDefinition g_throwerProperties[] = {Setting("where", new VELDPropertyValue("core|birth|death", 0)),
                                                 VELDPropertyDefinition()};
-VELDComponentDefinition g_thrower = {
-    "Thrower", "1.0.0", &Thrower::Instantiate, nullptr, nullptr, 0, 0, nullptr, 0, nullptr, 0xFFFFFFFFu,
-    g_throwerProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELDComponentDefinition g_thrower = Define<Thrower>("Thrower", "1.0.0", 0, nullptr, 0, nullptr, g_throwerProperties);
 
 }  // namespace
 
