@@ -15,11 +15,17 @@
 
 #include <atomic>
 
+#include "veld_action.h"
 #include "veld_containers.h"
 #include "veld_definitions.h"
 #include "veld_event.h"
+#include "veld_input.h"
+#include "veld_io_elt.h"
 #include "veld_module_definition.h"
 #include "veld_module_waits.h"
+#include "veld_output.h"
+#include "veld_property.h"
+#include "veld_property_value.h"
 #include "veld_string.h"
 
 class VELDAction;
