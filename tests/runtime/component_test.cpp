@@ -217,12 +217,14 @@ TEST_F(Lifecycle, FurtherThreadsAreLivesOfTheComponent)
 
 TEST_F(Lifecycle, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
 {
-    std::atomic<bool> stubborn(true);
+    std::atomic<bool> stubborn(true), entered(false);
     Probe& component = engine.Make("c", sinkTables);
     component.core = [&](Probe&) {
+        entered = true;
         while (stubborn.load()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     };
     component.Start();
+    while (!entered.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     const auto start = std::chrono::steady_clock::now();
     component.Shutdown();
     const auto took = std::chrono::steady_clock::now() - start;

@@ -30,6 +30,23 @@ protected:
     Probe& Sink(const char* name, int readerType = VELD::FifoReader) { return engine.Make(name, sinkTables[readerType]); }
     static int Read(Probe& sink, const char* input = "iIn") { return ValueOf(sink.StartReading(sink.Input(input))); }
 
+    // Two sources feeding the two inputs of one sink.
+    struct Pair {
+        Probe* a;
+        Probe* b;
+        Probe* sink;
+        VELDInput* inputs[2];
+    };
+    Pair MakePair()
+    {
+        Pair pair{&Source("a"), &Source("b"), &engine.Make("sink", pairTables), {}};
+        pair.inputs[0] = &pair.sink->Input("iA");
+        pair.inputs[1] = &pair.sink->Input("iB");
+        EXPECT_TRUE(VELD::Attach(pair.a->Output("oOut"), *pair.inputs[0]));
+        EXPECT_TRUE(VELD::Attach(pair.b->Output("oOut"), *pair.inputs[1]));
+        return pair;
+    }
+
     TestEngine engine;
     ModelTables sourceTables, sinkTables[5], pairTables;
 };
@@ -135,12 +152,9 @@ TEST_F(Reading, TheLastNElementsSlideOldestFirst)
 
 TEST_F(Reading, SynchronisedReadsAgreeOnTheTimestamp)
 {
-    Probe& a = Source("a");
-    Probe& b = Source("b");
-    Probe& sink = engine.Make("sink", pairTables);
-    ASSERT_TRUE(VELD::Attach(a.Output("oOut"), sink.Input("iA")));
-    ASSERT_TRUE(VELD::Attach(b.Output("oOut"), sink.Input("iB")));
-    VELDInput* inputs[2] = {&sink.Input("iA"), &sink.Input("iB")};
+    Pair pair = MakePair();
+    Probe &a = *pair.a, &b = *pair.b, &sink = *pair.sink;
+    VELDInput** inputs = pair.inputs;
     VELDIOElt* elts[2];
 
     Write(a, a.Output("oOut"), 1, 100);
@@ -168,12 +182,9 @@ TEST_F(Reading, SynchronisedReadsAgreeOnTheTimestamp)
 
 TEST_F(Reading, SeveralInputsAndTheCallersEvents)
 {
-    Probe& a = Source("a");
-    Probe& b = Source("b");
-    Probe& sink = engine.Make("sink", pairTables);
-    ASSERT_TRUE(VELD::Attach(a.Output("oOut"), sink.Input("iA")));
-    ASSERT_TRUE(VELD::Attach(b.Output("oOut"), sink.Input("iB")));
-    VELDInput* inputs[2] = {&sink.Input("iA"), &sink.Input("iB")};
+    Pair pair = MakePair();
+    Probe &a = *pair.a, &b = *pair.b, &sink = *pair.sink;
+    VELDInput** inputs = pair.inputs;
     int answered = -1;
     Write(b, b.Output("oOut"), 5);
     EXPECT_EQ(ValueOf(sink.StartReading(2, inputs, &answered)), 5);
