@@ -43,22 +43,10 @@ bool RunReporting(VELDModule& module, const char* diedText, Body body)
             text += diedText;
             VELD::ReportWarning(text, 1);
         } else {
-            ReportFatal(module, " : Fatal error : Unhandled integer exception thrown. Trying to catch up but the "
-                                "component might crash later.");
+            ReportFatal(module, VELDComponent::DescribeThrown(true));
         }
-    } catch (const char* thrown) {
-        VELDString text(" : Fatal error : Unhandled string thrown: ");
-        text += thrown;
-        text += " Trying to catch up but the component might crash later.";
-        ReportFatal(module, text);
-    } catch (const std::exception& e) {
-        VELDString text(" : Fatal error : Unhandled std::exception thrown: ");
-        text += e.what();
-        text += " Trying to catch up but the component might crash later.";
-        ReportFatal(module, text);
     } catch (...) {
-        ReportFatal(module, " : Fatal error : Unhandled exception thrown. Trying to catch up but the component might "
-                            "crash later.");
+        ReportFatal(module, VELDComponent::DescribeThrown(true));
     }
     return true;
 }

@@ -270,24 +270,25 @@ bool Engine::RenameComponent(const char* oldName, const char* newName)
 
 // Connections: under the configuration lock, then the connections' own.
 
-VELDInput* Engine::FindInput(const char* fullName, const char* operation)
+void* Engine::FindElement(const char* fullName, long kind, const char* operation)
 {
     std::lock_guard<SymbolTable> lock(m_symbols);
     VELDSymbol* symbol = m_symbols.Find(fullName);
-    if (symbol && symbol->kind == VELDSymbol::InputSymbol) return static_cast<VELDInput*>(symbol->object);
-    std::string text = std::string(operation) + ": there is no input " + (fullName ? fullName : "") + ".";
+    if (symbol && symbol->kind == kind) return symbol->object;
+    std::string text = std::string(operation) + ": there is no " +
+                       (kind == VELDSymbol::InputSymbol ? "input " : "output ") + (fullName ? fullName : "") + ".";
     m_console.Report(text.c_str(), VELD::Error, 0, true);
     return nullptr;
 }
 
+VELDInput* Engine::FindInput(const char* fullName, const char* operation)
+{
+    return static_cast<VELDInput*>(FindElement(fullName, VELDSymbol::InputSymbol, operation));
+}
+
 VELDOutput* Engine::FindOutput(const char* fullName, const char* operation)
 {
-    std::lock_guard<SymbolTable> lock(m_symbols);
-    VELDSymbol* symbol = m_symbols.Find(fullName);
-    if (symbol && symbol->kind == VELDSymbol::OutputSymbol) return static_cast<VELDOutput*>(symbol->object);
-    std::string text = std::string(operation) + ": there is no output " + (fullName ? fullName : "") + ".";
-    m_console.Report(text.c_str(), VELD::Error, 0, true);
-    return nullptr;
+    return static_cast<VELDOutput*>(FindElement(fullName, VELDSymbol::OutputSymbol, operation));
 }
 
 bool Engine::Attach(const char* output, const char* input)

@@ -244,6 +244,7 @@ private:
     // report that tells `operation`.
     VELDInput* FindInput(const char* fullName, const char* operation);
     VELDOutput* FindOutput(const char* fullName, const char* operation);
+    void* FindElement(const char* fullName, long kind, const char* operation);
 
     Console m_console;
     SymbolTable m_symbols;

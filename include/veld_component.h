@@ -119,6 +119,11 @@ public:
     // to its first input.
     static void ActionRenameAfterUpstreamComponent(VELDModule* module, int index);
 
+    // Inside a catch block: " : Fatal error : ..." telling what was thrown,
+    // as the lifecycle reports it after the kind and the name. A thrown text
+    // is quoted when `strings`.
+    static VELDString DescribeThrown(bool strings);
+
     // Takes one instance from a limited model; false when none remains. The
     // constructor does it.
     static bool TakeInstance(VELDComponentDefinition& definition);
@@ -142,6 +147,9 @@ private:
     void CallBanzai();
     // The sequential dying sequence after Birth, Core or a suicide.
     void SequentialDyingSequence();
+    // A sequential component's death on the calling thread: its life given
+    // back, Banzai, the wait for its threads, Death, Die4Good.
+    void DieInPlace();
     // Where each list's re-definition starts: after what the definition's
     // counts cover.
     void SetCursors();

@@ -74,6 +74,8 @@ public:
     // Tells the host that the reader stepped aside and sleeps until the
     // host is done. Throws VELD::ModuleDied when the module dies meanwhile.
     void StepAside();
+    // The same without the test of death, for the reader's exits.
+    void WaitWhileReconnecting();
     // Releases every held element in the FIFO, then steps aside when the
     // host waits (not while a read is in progress).
     void ReleaseHeld();

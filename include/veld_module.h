@@ -15,11 +15,17 @@
 
 #include <atomic>
 
+#include "veld_action.h"
 #include "veld_containers.h"
 #include "veld_definitions.h"
 #include "veld_event.h"
+#include "veld_input.h"
+#include "veld_io_elt.h"
 #include "veld_module_definition.h"
 #include "veld_module_waits.h"
+#include "veld_output.h"
+#include "veld_property.h"
+#include "veld_property_value.h"
 #include "veld_string.h"
 
 class VELDAction;
@@ -323,7 +329,25 @@ public:
     VELDBasicListItem* m_builtInPropertiesEnd;
     int m_nbSpecialProperties;
 
+    // How messages name a kind of element: "Input", "input", "an input".
+    struct ElementKind {
+        const char* type;
+        const char* name;
+        const char* article;
+    };
+
 protected:
+    // The checks that every declaration starts with, under the structure
+    // lock: a dying module declares nothing (VELD::ModuleDied), a definition
+    // needs a name, a name given must follow `pattern`. Failures are Errors.
+    void CheckDeclaration(VELDMutexGuard& guard, const ElementKind& kind, const char* definitionName,
+                          const char* shortName, const char* pattern);
+    // The Error of a full name that the kernel already knows.
+    [[noreturn]] void SymbolTaken(VELDMutexGuard& guard, const ElementKind& kind, const char* fullName);
+    // A further thread whose body is `body` (a kernel thread body), running
+    // `function`; waits until the thread has its start record.
+    void StartThread(void* (*body)(void*), VELDThreadFunction function, const char* failure);
+
     // The action table of the model, if any: an action declared from one of
     // its records is given that record's index.
     const VELDActionDefinition* m_actionTable;

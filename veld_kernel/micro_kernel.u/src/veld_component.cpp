@@ -146,11 +146,8 @@ VELDComponent::~VELDComponent()
 {
     GiveInstanceBack(*m_definition);
     if (!(m_state.load() & VELD::DeadState)) {
-        VELDString text("The destructor of component ");
-        text += Name();
-        text += " was called though ";
-        text += Name();
-        text += " is still alive.";
+        VELDStreamedString text;
+        text << "The destructor of component " << Name() << " was called though " << Name() << " is still alive.";
         VELDPrivate::Report(text, VELD::Error, 1, true);
     }
 }
@@ -452,25 +449,42 @@ void VELDComponent::Start()
                 text += " (sequential) died due to an error.";
                 VELD::ReportWarning(text, 1);
             } else if (code != VELD::ModuleDied) {
-                ReportFatal(" : Fatal error : Unhandled integer exception thrown. Trying to catch up but the component "
-                            "might crash later.");
+                ReportFatal(DescribeThrown(false));
             }
             SequentialDyingSequence();
-        } catch (const std::exception& e) {
-            VELDString text(" : Fatal error : Unhandled std::exception thrown: ");
-            text += e.what();
-            text += " Trying to catch up but the component might crash later.";
-            ReportFatal(text);
-            SequentialDyingSequence();
         } catch (...) {
-            ReportFatal(" : Fatal error : Unhandled exception thrown. Trying to catch up but the component might "
-                        "crash later.");
+            ReportFatal(DescribeThrown(false));
             SequentialDyingSequence();
         }
         m_sequentialLock.Release();
     }
     TellState();
     m_startLock.Release();
+}
+
+VELDString VELDComponent::DescribeThrown(bool strings)
+{
+    const char* const tail = " Trying to catch up but the component might crash later.";
+    VELDString text;
+    try {
+        throw;
+    } catch (int) {
+        text = " : Fatal error : Unhandled integer exception thrown.";
+    } catch (const char* thrown) {
+        if (strings) {
+            text = " : Fatal error : Unhandled string thrown: ";
+            text += thrown;
+        } else {
+            text = " : Fatal error : Unhandled exception thrown.";
+        }
+    } catch (const std::exception& e) {
+        text = " : Fatal error : Unhandled std::exception thrown: ";
+        text += e.what();
+    } catch (...) {
+        text = " : Fatal error : Unhandled exception thrown.";
+    }
+    text += tail;
+    return text;
 }
 
 void VELDComponent::ReportFatal(const char* text)
@@ -496,13 +510,18 @@ void VELDComponent::SequentialDyingSequence()
 {
     m_state |= VELD::DyingState;
     m_dieEvent.Set();
+    DieInPlace();
+    TellState();
+}
+
+void VELDComponent::DieInPlace()
+{
     m_sequentialDead = true;
     LoseOneLife();
     CallBanzai();
     Wait4Death();
     CallDeath();
     Die4Good();
-    TellState();
 }
 
 // ---------------------------------------------------------------------------
@@ -564,23 +583,8 @@ void VELDComponent::SequentialCore(VELDInput* input)
             }
             throw;
         }
-    } catch (const char* thrown) {
-        VELDString text(" : Fatal error : Unhandled string thrown: ");
-        text += thrown;
-        text += " Trying to catch up but the component might crash later.";
-        ReportFatal(text);
-        m_state |= VELD::ErrorState;
-        SequentialDyingSequence();
-    } catch (const std::exception& e) {
-        VELDString text(" : Fatal error : Unhandled std::exception thrown: ");
-        text += e.what();
-        text += " Trying to catch up but the component might crash later.";
-        ReportFatal(text);
-        m_state |= VELD::ErrorState;
-        SequentialDyingSequence();
     } catch (...) {
-        ReportFatal(" : Fatal error : Unhandled exception thrown. Trying to catch up but the component might crash "
-                    "later.");
+        ReportFatal(DescribeThrown(true));
         m_state |= VELD::ErrorState;
         SequentialDyingSequence();
     }
@@ -597,11 +601,9 @@ void VELDComponent::Shutdown()
     const VELDTimestamp start = VELD::GetSystemAccurateTiming();
     while (!(m_state.load() & VELD::DeadState)) {
         if (VELD::GetSystemAccurateTiming() - start > 10000000) {
-            VELDString text("Component ");
-            text += Name();
-            text += " refuses to die after 10 seconds. The component model ";
-            text += ModelName();
-            text += " must be bugged.";
+            VELDStreamedString text;
+            text << "Component " << Name() << " refuses to die after 10 seconds. The component model " << ModelName()
+                 << " must be bugged.";
             VELDPrivate::Report(text, VELD::Warning, 1, true);
             break;
         }
@@ -654,16 +656,7 @@ void VELDComponent::SequentialDeath()
     if (m_threaded.load()) return;
     if (HasProperty("primaryThreadID")) DirectSet(Property("primaryThreadID"), VELDInt64(-1));
     m_sequentialLock.Lock();
-    if (m_sequentialDead) {
-        m_sequentialLock.Release();
-        return;
-    }
-    m_sequentialDead = true;
-    LoseOneLife();
-    CallBanzai();
-    Wait4Death();
-    CallDeath();
-    Die4Good();
+    if (!m_sequentialDead) DieInPlace();
     m_sequentialLock.Release();
 }
 
@@ -673,12 +666,7 @@ void VELDComponent::CommitSuicide()
     m_dieEvent.Set();
     TellState();
     if (m_threaded.load()) throw VELD::ModuleDied;
-    m_sequentialDead = true;
-    LoseOneLife();
-    CallBanzai();
-    Wait4Death();
-    CallDeath();
-    Die4Good();
+    DieInPlace();
 }
 
 void VELDComponent::CallDeath()
@@ -740,13 +728,7 @@ void VELDComponent::Die4Good()
 
 void VELDComponent::CreateThread(VELDThreadFunction function)
 {
-    std::atomic<bool> started(false);
-    VELDThreadStartRecord record{this, function, &started};
-    if (!VELD::CreateThread(VELDPrivate::ComponentThread, &record)) {
-        Error("Failed to create a component thread that runs a member function", 1, ErrorGeneric);
-        return;
-    }
-    while (!started.load()) VELD::Wait4AWhile();
+    StartThread(VELDPrivate::ComponentThread, function, "Failed to create a component thread that runs a member function");
 }
 
 VELDCouple<bool, unsigned long> VELDComponent::CreateThread(VELDThreadFreeFunction function, void* arg)

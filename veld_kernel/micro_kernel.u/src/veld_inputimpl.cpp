@@ -90,16 +90,25 @@ void VELDInputImplementation::ExitStartReading()
     VELDMutexGuard guard(mutex);
     if (reconnecting.load() && nbHeld.load() == 0) {
         interruptEvent.Reset();
-        interruptAckEvent.Set();
-        while (reconnecting.load()) VELD::Wait4AWhile();
+        WaitWhileReconnecting();
     }
     reading.store(false);
 }
 
+void VELDInputImplementation::WaitWhileReconnecting()
+{
+    // The acknowledgement stays set for as long as the reader is out of
+    // the FIFO, whichever reconnection the host is in.
+    while (reconnecting.load()) {
+        interruptAckEvent.Set();
+        VELD::Wait4AWhile();
+    }
+}
+
 void VELDInputImplementation::StepAside()
 {
-    interruptAckEvent.Set();
     while (reconnecting.load()) {
+        interruptAckEvent.Set();
         if (owner && owner->IsDying()) throw VELD::ModuleDied;
         VELD::Wait4AWhile();
     }
@@ -121,8 +130,7 @@ void VELDInputImplementation::ReleaseHeld()
     nbHeld.store(0);
     if (reconnecting.load()) {
         interruptEvent.Reset();
-        interruptAckEvent.Set();
-        while (reconnecting.load()) VELD::Wait4AWhile();
+        WaitWhileReconnecting();
     }
 }
 

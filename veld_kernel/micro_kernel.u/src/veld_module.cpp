@@ -21,6 +21,12 @@ const char* const kNamePattern = "^[a-zA-Z][a-zA-Z_0-9]*$";
 // A plain module's outputs may be named with dots and colons.
 const char* const kWideNamePattern = "^[a-zA-Z][a-zA-Z_0-9\\.:]*$";
 
+// How the messages of each kind of element name it.
+const VELDModule::ElementKind kInput = {"Input", "input", "an input"};
+const VELDModule::ElementKind kOutput = {"Output", "output", "an output"};
+const VELDModule::ElementKind kProperty = {"Property", "property", "a property"};
+const VELDModule::ElementKind kAction = {"Action", "action", "an action"};
+
 bool NameMatches(const char* name, const char* pattern)
 {
     // One expression per call: a VELDRegExp keeps the state of its last
@@ -149,6 +155,20 @@ std::vector<E*> Snapshot(const VELDList<E*>& list, VELDBasicListItem* from)
     return out;
 }
 
+// Runs `body` under the kernel's configuration lock, released on all paths.
+template <class Body>
+void UnderConfiguration(const char* reason, Body body)
+{
+    VELDPrivate::LockConfiguration(reason);
+    try {
+        body();
+    } catch (...) {
+        VELDPrivate::UnlockConfiguration();
+        throw;
+    }
+    VELDPrivate::UnlockConfiguration();
+}
+
 void ErrorHook(void* module, const char* text)
 {
     static_cast<VELDModule*>(module)->Error(text, 1, VELDModule::ErrorGeneric);
@@ -265,6 +285,49 @@ VELDStackedString<40> VELDModule::FullName(const char* shortName) const
 // ---------------------------------------------------------------------------
 // Elements
 
+void VELDModule::CheckDeclaration(VELDMutexGuard& guard, const ElementKind& kind, const char* definitionName,
+                                  const char* shortName, const char* pattern)
+{
+    if (IsDying()) {
+        guard.unlock_mtx();
+        throw VELD::ModuleDied;
+    }
+    VELDStreamedString text;
+    int verbosity = 1;
+    if (!definitionName) {
+        text << "Call to New" << kind.type << " failed. Bad " << kind.name << " definition.";
+        verbosity = 2;
+    } else if (shortName && !NameMatches(shortName, pattern)) {
+        text << "Trying to create " << kind.article << " with an invalid name: " << shortName;
+    } else {
+        return;
+    }
+    guard.unlock_mtx();
+    Error(text, verbosity, ErrorGeneric);
+    throw VELD::ErrorException;
+}
+
+void VELDModule::SymbolTaken(VELDMutexGuard& guard, const ElementKind& kind, const char* fullName)
+{
+    guard.unlock_mtx();
+    VELDStreamedString text;
+    text << "Can't create " << kind.name << " " << fullName << ". The symbol already exists.";
+    Error(text, 1, ErrorGeneric);
+    throw VELD::ErrorException;
+}
+
+void VELDModule::StartThread(void* (*body)(void*), VELDThreadFunction function, const char* failure)
+{
+    std::atomic<bool> started(false);
+    VELDThreadStartRecord record{this, function, &started};
+    if (!VELD::CreateThread(body, &record)) {
+        Error(failure, 1, ErrorGeneric);
+        return;
+    }
+    // The record lives here until the thread has read it.
+    while (!started.load()) VELD::Wait4AWhile();
+}
+
 VELDInputImplementation* VELDModule::NewInputX(const VELDStackedString<40>& fullName, const char* definitionName,
                                                bool& isNew, int& index)
 {
@@ -319,22 +382,7 @@ VELDOutput& VELDModule::NewOutput(const VELDOutputDefinition& definition, const 
 VELDInput& VELDModule::NewInputChecked(const VELDInputDefinition& definition, const char* shortName, bool component)
 {
     VELDMutexGuard guard(m_structureLock);
-    if (IsDying()) {
-        guard.unlock_mtx();
-        throw VELD::ModuleDied;
-    }
-    if (!definition.name) {
-        guard.unlock_mtx();
-        Error("Call to NewInput failed. Bad input definition.", 2, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-    if (shortName && !NameMatches(shortName, kNamePattern)) {
-        guard.unlock_mtx();
-        VELDString text("Trying to create an input with an invalid name: ");
-        text += shortName;
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
+    CheckDeclaration(guard, kInput, definition.name, shortName, kNamePattern);
     const char* name = shortName ? shortName : definition.name;
     const VELDStackedString<40> full = FullName(name);
     bool isNew = false;
@@ -347,12 +395,7 @@ VELDInput& VELDModule::NewInputChecked(const VELDInputDefinition& definition, co
     input->owner = this;
     if (!VELDPrivate::RegisterInput(input)) {
         RemoveInputX(*input);
-        guard.unlock_mtx();
-        VELDString text("Can't create input ");
-        text += full;
-        text += ". The symbol already exists.";
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
+        SymbolTaken(guard, kInput, full);
     }
     m_symbols.Append(full);
     NewSpecialProperties(*input);
@@ -364,22 +407,7 @@ VELDOutput& VELDModule::NewOutputChecked(const VELDOutputDefinition& definition,
                                          bool narrowName, bool component)
 {
     VELDMutexGuard guard(m_structureLock);
-    if (IsDying()) {
-        guard.unlock_mtx();
-        throw VELD::ModuleDied;
-    }
-    if (!definition.name) {
-        guard.unlock_mtx();
-        Error("Call to NewOutput failed. Bad output definition.", 2, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-    if (shortName && !NameMatches(shortName, narrowName ? kNamePattern : kWideNamePattern)) {
-        guard.unlock_mtx();
-        VELDString text("Trying to create an output with an invalid name: ");
-        text += shortName;
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
+    CheckDeclaration(guard, kOutput, definition.name, shortName, narrowName ? kNamePattern : kWideNamePattern);
     const char* name = shortName ? shortName : definition.name;
     const VELDStackedString<40> full = FullName(name);
     VELDOutputDefinition copy = definition;
@@ -396,12 +424,7 @@ VELDOutput& VELDModule::NewOutputChecked(const VELDOutputDefinition& definition,
     }
     if (!VELDPrivate::RegisterOutput(output)) {
         RemoveOutputX(*output);
-        guard.unlock_mtx();
-        VELDString text("Can't create output ");
-        text += full;
-        text += ". The symbol already exists.";
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
+        SymbolTaken(guard, kOutput, full);
     }
     m_symbols.Append(full);
     NewSpecialProperties(*output);
@@ -415,22 +438,7 @@ VELDOutput& VELDModule::NewOutputChecked(const VELDOutputDefinition& definition,
 VELDProperty& VELDModule::NewProperty(const VELDPropertyDefinition& definition, const char* shortName)
 {
     VELDMutexGuard guard(m_structureLock);
-    if (IsDying()) {
-        guard.unlock_mtx();
-        throw VELD::ModuleDied;
-    }
-    if (!definition.name) {
-        guard.unlock_mtx();
-        Error("Call to NewProperty failed. Bad property definition.", 2, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-    if (shortName && !NameMatches(shortName, kNamePattern)) {
-        guard.unlock_mtx();
-        VELDString text("Trying to create a property with an invalid name: ");
-        text += shortName;
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
+    CheckDeclaration(guard, kProperty, definition.name, shortName, kNamePattern);
     const char* name = shortName ? shortName : definition.name;
     return NewPropertyNamed(definition, FullName(name), name);
 }
@@ -449,12 +457,7 @@ VELDProperty& VELDModule::NewPropertyNamed(const VELDPropertyDefinition& definit
     property->m_value = definition.value ? *definition.value : VELDPropertyValue();
     if (!VELDPrivate::RegisterProperty(property)) {
         RemovePropertyX(*property);
-        guard.unlock_mtx();
-        VELDString text("Can't create property ");
-        text += fullName;
-        text += ". The symbol already exists.";
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
+        SymbolTaken(guard, kProperty, fullName);
     }
     m_symbols.Append(fullName);
     return *property;
@@ -463,10 +466,7 @@ VELDProperty& VELDModule::NewPropertyNamed(const VELDPropertyDefinition& definit
 VELDProperty& VELDModule::NewSpecialProperty(const VELDPropertyDefinition& definition, const char* fullName)
 {
     VELDMutexGuard guard(m_structureLock);
-    if (IsDying()) {
-        guard.unlock_mtx();
-        throw VELD::ModuleDied;
-    }
+    CheckDeclaration(guard, kProperty, definition.name, nullptr, nullptr);
     const VELDStackedString<40> full(fullName);
     int dot = 0;
     const char* shortName = full.ReverseFind('.', dot) ? fullName + dot + 1 : fullName;
@@ -488,22 +488,7 @@ VELDProperty& VELDModule::NewSpecialProperty(const VELDPropertyDefinition& defin
 VELDAction& VELDModule::NewAction(const VELDActionDefinition& definition, const char* shortName)
 {
     VELDMutexGuard guard(m_structureLock);
-    if (IsDying()) {
-        guard.unlock_mtx();
-        throw VELD::ModuleDied;
-    }
-    if (!definition.name) {
-        guard.unlock_mtx();
-        Error("Call to NewAction failed. Bad action definition.", 2, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-    if (shortName && !NameMatches(shortName, kNamePattern)) {
-        guard.unlock_mtx();
-        VELDString text("Trying to create an action with an invalid name: ");
-        text += shortName;
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
+    CheckDeclaration(guard, kAction, definition.name, shortName, kNamePattern);
     const char* name = shortName ? shortName : definition.name;
     const VELDStackedString<40> full = FullName(name);
     bool isNew = false;
@@ -521,12 +506,7 @@ VELDAction& VELDModule::NewAction(const VELDActionDefinition& definition, const 
         action->m_index = PositionOf(m_actions, m_actions.Find(action));
     if (!VELDPrivate::RegisterAction(action)) {
         RemoveActionX(*action);
-        guard.unlock_mtx();
-        VELDString text("Can't create action ");
-        text += full;
-        text += ". The symbol already exists.";
-        Error(text, 1, ErrorGeneric);
-        throw VELD::ErrorException;
+        SymbolTaken(guard, kAction, full);
     }
     m_symbols.Append(full);
     return *action;
@@ -602,27 +582,21 @@ void VELDModule::RemoveInput(VELDInput& input)
 {
     VELDInputImplementation& in = static_cast<VELDInputImplementation&>(input);
     const VELDStackedString<40> name = in.name;
-    VELDPrivate::LockConfiguration("Removing an input");
-    try {
+    UnderConfiguration("Removing an input", [&] {
         if (VELDOutput* output = in.ConnectedOutput()) VELD::Detach(*output, in);
         RemoveSpecialProperty(name, ".subsampling");
         RemoveSpecialProperty(name, ".readerType");
         ForgetSymbol(name);
         VELDPrivate::InputRemoved(name);
         RemoveInputX(in);
-    } catch (...) {
-        VELDPrivate::UnlockConfiguration();
-        throw;
-    }
-    VELDPrivate::UnlockConfiguration();
+    });
 }
 
 void VELDModule::RemoveOutput(VELDOutput& output)
 {
     VELDOutputImplementation& out = static_cast<VELDOutputImplementation&>(output);
     const VELDStackedString<40> name = out.name;
-    VELDPrivate::LockConfiguration("Removing an output");
-    try {
+    UnderConfiguration("Removing an output", [&] {
         // Every connected input is on the output's list of readers to call.
         std::vector<VELDInput*> readers;
         {
@@ -637,11 +611,7 @@ void VELDModule::RemoveOutput(VELDOutput& output)
         ForgetSymbol(name);
         VELDPrivate::OutputRemoved(name);
         RemoveOutputX(out);
-    } catch (...) {
-        VELDPrivate::UnlockConfiguration();
-        throw;
-    }
-    VELDPrivate::UnlockConfiguration();
+    });
 }
 
 void VELDModule::RemoveProperty(VELDProperty& property)
@@ -981,13 +951,7 @@ bool VELDModule::Wait4Death()
 
 void VELDModule::CreateThread(VELDThreadFunction function)
 {
-    std::atomic<bool> started(false);
-    VELDThreadStartRecord record{this, function, &started};
-    if (!VELD::CreateThread(VELDPrivate::ModuleThread, &record)) {
-        Error("Failed to create module thread", 1, ErrorGeneric);
-        return;
-    }
-    while (!started.load()) VELD::Wait4AWhile();
+    StartThread(VELDPrivate::ModuleThread, function, "Failed to create module thread");
 }
 
 void VELDModule::AddThread(VELDThread* thread)

@@ -280,40 +280,22 @@ VELD_STATIC_GET(VELDEnumStruct)
 
 #undef VELD_STATIC_GET
 
-bool VELDModule::GetBoolProperty(const char* shortName)
+namespace {
+
+template <class T>
+T ReadNamed(VELDModule& module, const char* shortName, T value)
 {
-    bool value = false;
-    Get(Property(shortName), value);
+    module.Get(module.Property(shortName), value);
     return value;
 }
 
-VELDInt64 VELDModule::GetIntegerProperty(const char* shortName)
-{
-    VELDInt64 value = 0;
-    Get(Property(shortName), value);
-    return value;
-}
+}  // namespace
 
-VELDFloat64 VELDModule::GetFloatProperty(const char* shortName)
-{
-    VELDFloat64 value = 0;
-    Get(Property(shortName), value);
-    return value;
-}
-
-VELDString VELDModule::GetStringProperty(const char* shortName)
-{
-    VELDString value;
-    Get(Property(shortName), value);
-    return value;
-}
-
-VELDEnumStruct VELDModule::GetEnumProperty(const char* shortName)
-{
-    VELDEnumStruct value;
-    Get(Property(shortName), value);
-    return value;
-}
+bool VELDModule::GetBoolProperty(const char* shortName) { return ReadNamed(*this, shortName, false); }
+VELDInt64 VELDModule::GetIntegerProperty(const char* shortName) { return ReadNamed(*this, shortName, VELDInt64(0)); }
+VELDFloat64 VELDModule::GetFloatProperty(const char* shortName) { return ReadNamed(*this, shortName, VELDFloat64(0)); }
+VELDString VELDModule::GetStringProperty(const char* shortName) { return ReadNamed(*this, shortName, VELDString()); }
+VELDEnumStruct VELDModule::GetEnumProperty(const char* shortName) { return ReadNamed(*this, shortName, VELDEnumStruct()); }
 
 // ---------------------------------------------------------------------------
 // The special properties of inputs and outputs
