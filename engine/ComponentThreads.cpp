@@ -70,11 +70,11 @@ void ComponentThreads::Enter(const VELDModule* module)
 
 void ComponentThreads::Leave(const VELDModule* module)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        auto it = m_running.find(module);
-        if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
-    }
+    // Told under the lock: once a waiter sees the count at 0, the engine
+    // may go, and this thread must not touch it any more.
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_running.find(module);
+    if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
     m_left.notify_all();
 }
 

@@ -93,7 +93,10 @@ int Diagram::ReleaseAbandoned(long timeoutMicroseconds)
             continue;
         }
         std::string name = (*it)->Name();
-        delete *it;
+        {
+            std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
+            delete *it;
+        }
         m_engine.States().Forget(name);
         it = m_abandoned.erase(it);
     }
@@ -157,6 +160,7 @@ VELDComponent* Diagram::Create(const std::string& model, const std::string& name
     const unsigned long errors = m_engine.GetConsole().ErrorCount();
     VELDComponent* component = nullptr;
     std::string why;
+    std::unique_lock<SymbolTable> symbols(m_engine.Symbols());
     m_engine.LockConfiguration("Creating a component");
     try {
         component = definition->instFunct ? definition->instFunct(name.c_str(), *definition) : nullptr;
@@ -173,6 +177,7 @@ VELDComponent* Diagram::Create(const std::string& model, const std::string& name
     // Dynamic's failures leave the component in ErrorState; it exists all
     // the same.
     component->CallDynamic();
+    symbols.unlock();
     {
         std::lock_guard<std::mutex> lock(m_listMutex);
         m_components.push_back(component);
@@ -189,8 +194,8 @@ bool Diagram::Rename(const std::string& oldName, const std::string& newName, std
     if (!CheckName(newName, error)) return false;
     if (component->IsStarted()) return Fail(error, "component " + Quoted(oldName) + " runs: shut it down first");
 
-    m_engine.LockConfiguration("Renaming a component");
     std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
+    m_engine.LockConfiguration("Renaming a component");
     bool moved = m_engine.Symbols().RenameModule(oldName, newName);
     if (moved) {
         component->Rename(oldName.c_str(), newName.c_str());
@@ -251,7 +256,6 @@ void Diagram::DetachAllOf(VELDComponent& component)
     const std::string name = component.Name();
     for (const Connections::Link& link : m_engine.Links().List()) {
         if (!HasModule(link.output, name) && !HasModule(link.input, name)) continue;
-        std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
         VELDSymbol* output = m_engine.Symbols().Find(link.output.c_str());
         VELDSymbol* input = m_engine.Symbols().Find(link.input.c_str());
         if (output && input)
@@ -279,7 +283,10 @@ void Diagram::Destroy(VELDComponent* component)
         m_abandoned.push_back(component);
         return;
     }
-    delete component;
+    {
+        std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
+        delete component;
+    }
     m_engine.States().Forget(name);
 }
 
@@ -301,6 +308,9 @@ bool Diagram::SetProperty(const std::string& fullName, const std::string& value,
 {
     std::lock_guard<std::recursive_mutex> operation(m_operation);
     if (!KnownModule(fullName, error)) return false;
+    // The write may run the component's Dynamic, which can remove what a
+    // reader looks up.
+    std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
     VELDProperty* property = m_engine.Property(fullName.c_str());
     if (!property) return Fail(error, "unknown property " + Quoted(fullName));
     return PropertyText::Set(*property, value, quoted, error);
@@ -313,7 +323,6 @@ bool Diagram::Connect(const std::string& outputName, const std::string& inputNam
     VELDOutput* output = nullptr;
     VELDInput* input = nullptr;
     {
-        std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
         VELDSymbol* o = m_engine.Symbols().Find(outputName.c_str());
         VELDSymbol* i = m_engine.Symbols().Find(inputName.c_str());
         if (o && o->kind == VELDSymbol::OutputSymbol) output = static_cast<VELDOutput*>(o->object);
@@ -340,7 +349,6 @@ bool Diagram::Trigger(const std::string& fullName, const char* argument, std::st
     if (!KnownModule(fullName, error)) return false;
     VELDAction* action = nullptr;
     {
-        std::lock_guard<SymbolTable> symbols(m_engine.Symbols());
         VELDSymbol* symbol = m_engine.Symbols().Find(fullName.c_str());
         if (symbol && symbol->kind == VELDSymbol::ActionSymbol) action = static_cast<VELDAction*>(symbol->object);
     }

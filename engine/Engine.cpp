@@ -270,9 +270,10 @@ bool Engine::RenameComponent(const char* oldName, const char* newName)
 
 // Connections: under the configuration lock, then the connections' own.
 
+// Taken under the configuration lock: the symbols lock, which comes before
+// it, is not.
 void* Engine::FindElement(const char* fullName, long kind, const char* operation)
 {
-    std::lock_guard<SymbolTable> lock(m_symbols);
     VELDSymbol* symbol = m_symbols.Find(fullName);
     if (symbol && symbol->kind == kind) return symbol->object;
     std::string text = std::string(operation) + ": there is no " +
@@ -496,12 +497,20 @@ bool Fits(int type, VELDString*) { return type == VELD::StringProperty || type =
 
 }  // namespace
 
+// The engine's own settings live as long as the engine: they are read
+// without the symbols lock, which a component holds the other way round
+// while it starts (its start lock first, then the setting it reads).
 template <class T>
 bool Engine::ReadProperty(const char* fullName, T* value)
 {
-    std::lock_guard<SymbolTable> lock(m_symbols);
     VELDProperty* property = FindProperty(fullName);
     if (!property || !property->Owner() || !Fits(property->Type(), value)) return false;
+    std::unique_lock<SymbolTable> lock(m_symbols, std::defer_lock);
+    if (property->Owner() != m_engineModule.get()) {
+        lock.lock();
+        property = FindProperty(fullName);
+        if (!property || !property->Owner()) return false;
+    }
     try {
         VELDModule::Get(*property->Owner(), *property, *value);
     } catch (int) {

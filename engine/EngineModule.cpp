@@ -80,8 +80,9 @@ void EngineModule::GetTime(VELDProperty& property, void* value)
 // sure the input is known and tells the new type to a verbose report.
 void EngineModule::RefreshInputProperties(VELDModule* module, int, const char* input)
 {
+    // Called under the input's module's structure lock: the symbols lock,
+    // which comes before it, is not taken.
     Engine& engine = static_cast<EngineModule*>(module)->m_engine;
-    std::lock_guard<SymbolTable> lock(engine.Symbols());
     VELDSymbol* symbol = engine.Symbols().Find(input);
     std::string text;
     if (!symbol || symbol->kind != VELDSymbol::InputSymbol) {

@@ -1,5 +1,14 @@
 // The registry of full names of the graph: inputs, outputs, properties and
 // actions of every module, by "<module>.<short name>".
+//
+// Two locks. The table's own is held only inside each operation below, so
+// that a module may register and unregister its names under its structure
+// lock. The symbols lock (Lock, the kernel's LockSymbols) is held by whoever
+// looks a property up and reads it through its owner, which takes the
+// owner's locks afterwards; the engine holds it as well while it creates,
+// sets up or destroys components, so that what a reader found is not
+// destroyed under it. Order: symbols lock, configuration lock, a module's
+// locks, the table's lock.
 #ifndef VELDOR_ENGINE_SYMBOL_TABLE_H
 #define VELDOR_ENGINE_SYMBOL_TABLE_H
 
@@ -26,10 +35,9 @@ public:
     bool RenameModule(const std::string& oldModule, const std::string& newModule);
     size_t Size();
 
-    // Held around a look-up and the use of what it found; re-entrant, and
-    // taken by every operation above.
-    void Lock() { m_mutex.lock(); }
-    void Unlock() { m_mutex.unlock(); }
+    // The symbols lock; re-entrant.
+    void Lock() { m_useMutex.lock(); }
+    void Unlock() { m_useMutex.unlock(); }
     void lock() { Lock(); }
     void unlock() { Unlock(); }
 
@@ -39,7 +47,8 @@ private:
         VELDSymbol symbol;
     };
 
-    std::recursive_mutex m_mutex;
+    std::recursive_mutex m_useMutex;
+    std::mutex m_mutex;
     std::unordered_map<std::string, std::unique_ptr<Entry>> m_symbols;
 };
 

@@ -2,6 +2,7 @@
 // property look-ups, the symbol registry and the system clock.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include "Engine.h"
@@ -9,6 +10,7 @@
 #include "veld_action.h"
 #include "veld_constants.h"
 #include "veld_input.h"
+#include "veld_module.h"
 #include "veld_private.h"
 #include "veld_property.h"
 #include "veld_property_value.h"
@@ -179,19 +181,24 @@ TEST(EngineSymbols, RefuseAFullNameThatExists)
     VELDPrivate::UnregisterSymbol("never.registered");
 }
 
-TEST(EngineSymbols, LockSymbolsHoldsOtherThreadsOff)
+// The symbols lock holds off readers of other modules' properties, not the
+// registration of names, which modules do under their own locks.
+TEST(EngineSymbols, LockSymbolsHoldsReadersOffButNotRegistrations)
 {
     veldor::Engine engine(Quiet());
-    FakeProperty p("m.p", VELD::IntegerProperty);
+    VELDModule module("m", false, false);
+    module.NewProperty(VELDPropertyDefinition("p", new VELDPropertyValue(VELDInt64(7))));
     VELDPrivate::LockSymbols();
-    bool registered = false;
-    std::thread other([&] { registered = engine.RegisterProperty(&p); });
+    std::atomic<long long> read(0);
+    std::thread reader([&] { read = VELD::GetIntegerProperty("m.p", nullptr); });
+    FakeProperty other("n.q", VELD::IntegerProperty);
+    EXPECT_TRUE(engine.RegisterProperty(&other));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(VELDPrivate::FindSymbol("m.p"), nullptr);
+    EXPECT_EQ(read, 0);
     VELDPrivate::UnlockSymbols();
-    other.join();
-    EXPECT_TRUE(registered);
-    EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
+    reader.join();
+    EXPECT_EQ(read, 7);
+    VELDPrivate::UnregisterSymbol("n.q");
 }
 
 TEST(EngineState, ClockCheckLevelStateAndUnsupportedOperations)

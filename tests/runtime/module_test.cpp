@@ -179,9 +179,9 @@ TEST_F(Modules, RenamingRenamesEveryElement)
 
 TEST_F(Modules, TheShutdownTimeoutFallsBackToTenSeconds)
 {
-    engine.Properties().SetInteger("Engine.shutdownTimeout", -1);
+    engine.Graph().SetProperty("Engine.shutdownTimeout", "-1", false);
     EXPECT_EQ(VELDModule::ShutdownTimeout(), 10000000);
-    engine.Properties().SetInteger("Engine.shutdownTimeout", 20000);
+    engine.Graph().SetProperty("Engine.shutdownTimeout", "20000", false);
     EXPECT_EQ(VELDModule::ShutdownTimeout(), 20000);
 
     VELDModule module("m", false, false);
