@@ -70,11 +70,11 @@ void ComponentThreads::Enter(const VELDModule* module)
 
 void ComponentThreads::Leave(const VELDModule* module)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        auto it = m_running.find(module);
-        if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
-    }
+    // Notified under the lock: once a waiter sees the module gone, the
+    // engine may go too.
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_running.find(module);
+    if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
     m_left.notify_all();
 }
 

@@ -23,10 +23,12 @@ public:
     VELDSymbol* Find(const char* fullName);
     size_t Size();
 
-    // Held around a look-up and the use of what it found; re-entrant, and
-    // taken by every operation above.
-    void Lock() { m_mutex.lock(); }
-    void Unlock() { m_mutex.unlock(); }
+    // Held around a look-up and the use of what it found; re-entrant.
+    // Unregister waits for it, so that what was found stays. Register does
+    // not: a module registers its elements under its own locks, which a
+    // user of a symbol may take next.
+    void Lock() { m_useMutex.lock(); }
+    void Unlock() { m_useMutex.unlock(); }
     void lock() { Lock(); }
     void unlock() { Unlock(); }
 
@@ -36,7 +38,8 @@ private:
         VELDSymbol symbol;
     };
 
-    std::recursive_mutex m_mutex;
+    std::recursive_mutex m_useMutex;
+    std::mutex m_mapMutex;  // the map alone; nothing is taken under it
     std::unordered_map<std::string, std::unique_ptr<Entry>> m_symbols;
 };
 
