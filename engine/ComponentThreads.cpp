@@ -105,7 +105,9 @@ void* ComponentThreads::MainThread(VELDComponent& component)
         component.Birth();
         component.BirthEvent().Set();
         component.TellState();
-        while (!component.IsDying()) {
+        // The die event stays set after a shutdown that gave up waiting,
+        // which clears the dying state: a late Core still ends the loop.
+        while (!component.IsDying() && !component.m_dieEvent.IsSet()) {
             component.PerformanceMonitoring();
             component.Core();
         }
