@@ -70,8 +70,8 @@ void ComponentThreads::Enter(const VELDModule* module)
 
 void ComponentThreads::Leave(const VELDModule* module)
 {
-    // Told under the lock: once a waiter sees the count at 0, the engine
-    // may go, and this thread must not touch it any more.
+    // Notified under the lock: once a waiter sees the module gone, the
+    // engine may go too.
     std::lock_guard<std::mutex> lock(m_mutex);
     auto it = m_running.find(module);
     if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
@@ -105,7 +105,9 @@ void* ComponentThreads::MainThread(VELDComponent& component)
         component.Birth();
         component.BirthEvent().Set();
         component.TellState();
-        while (!component.IsDying()) {
+        // The die event stays set after a shutdown that gave up waiting,
+        // which clears the dying state: a late Core still ends the loop.
+        while (!component.IsDying() && !component.m_dieEvent.IsSet()) {
             component.PerformanceMonitoring();
             component.Core();
         }

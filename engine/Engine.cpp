@@ -75,6 +75,25 @@ void Engine::SetKeysState(int keys) { m_keys = keys; }
 // ---------------------------------------------------------------------------
 // Configuration and symbols
 
+void ConfigurationLock::lock()
+{
+    const std::thread::id self = std::this_thread::get_id();
+    if (m_owner.load() == self) {
+        ++m_depth;
+        return;
+    }
+    m_mutex.lock();
+    m_owner.store(self);
+    m_depth = 1;
+}
+
+void ConfigurationLock::unlock()
+{
+    if (--m_depth > 0) return;
+    m_owner.store(std::thread::id());
+    m_mutex.unlock();
+}
+
 void Engine::LockConfiguration(const char*) { m_configurationLock.lock(); }
 void Engine::UnlockConfiguration() { m_configurationLock.unlock(); }
 int Engine::GetKeysState() { return m_keys; }
@@ -294,7 +313,7 @@ VELDOutput* Engine::FindOutput(const char* fullName, const char* operation)
 
 bool Engine::Attach(const char* output, const char* input)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
     VELDOutput* out = FindOutput(output, "Attach");
     VELDInput* in = out ? FindInput(input, "Attach") : nullptr;
     return in && m_connections.Attach(*out, *in);
@@ -303,7 +322,7 @@ bool Engine::Attach(const char* output, const char* input)
 // The second form moves an input that another output feeds.
 bool Engine::Attach2(const char* output, const char* input)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
     VELDOutput* out = FindOutput(output, "Attach2");
     VELDInput* in = out ? FindInput(input, "Attach2") : nullptr;
     return in && m_connections.Replace(*out, *in);
@@ -311,13 +330,13 @@ bool Engine::Attach2(const char* output, const char* input)
 
 bool Engine::Attach(VELDOutput& output, VELDInput& input)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
     return m_connections.Attach(output, input);
 }
 
 bool Engine::Detach(VELDOutput& output, VELDInput& input)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_configurationLock);
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
     return m_connections.Detach(output, input);
 }
 

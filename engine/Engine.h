@@ -48,6 +48,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ComponentThreads.h"
@@ -73,6 +74,20 @@ struct EngineOptions {
     // The access check level of I/O elements that packages ask for: 0 checks
     // nothing, higher levels check more.
     int checkLevel = 0;
+};
+
+// The lock of the graph's structure. Re-entrant, and a thread that holds it
+// takes it again without touching the mutex: a module may re-take it under
+// its own locks (removing an element inside Dynamic) without ordering them.
+class ConfigurationLock {
+public:
+    void lock();
+    void unlock();
+
+private:
+    std::mutex m_mutex;
+    std::atomic<std::thread::id> m_owner;
+    int m_depth = 0;
 };
 
 class Engine : public VELDKernelServices {
@@ -259,7 +274,7 @@ private:
     VELDEvent m_shutdownEvent;
     std::atomic<bool> m_shutdownRequested;
 
-    std::recursive_mutex m_configurationLock;
+    ConfigurationLock m_configurationLock;
     VELDMutex m_globalMutex;
     std::atomic<int> m_checkLevel;
     std::atomic<int> m_state;

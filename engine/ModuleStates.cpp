@@ -6,10 +6,8 @@ namespace veldor {
 
 void ModuleStates::Changed(const char* moduleName, int state)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_states[moduleName ? moduleName : ""] = state;
-    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_states[moduleName ? moduleName : ""] = state;
     m_changed.notify_all();
 }
 

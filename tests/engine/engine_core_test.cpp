@@ -181,24 +181,27 @@ TEST(EngineSymbols, RefuseAFullNameThatExists)
     VELDPrivate::UnregisterSymbol("never.registered");
 }
 
-// The symbols lock holds off readers of other modules' properties, not the
-// registration of names, which modules do under their own locks.
-TEST(EngineSymbols, LockSymbolsHoldsReadersOffButNotRegistrations)
+// What a look-up found stays while the symbols are locked: removal waits.
+// Registering does not, since a module registers under its own locks.
+TEST(EngineSymbols, LockSymbolsHoldsRemovalOff)
 {
     veldor::Engine engine(Quiet());
-    VELDModule module("m", false, false);
-    module.NewProperty(VELDPropertyDefinition("p", new VELDPropertyValue(VELDInt64(7))));
+    FakeProperty p("m.p", VELD::IntegerProperty);
+    ASSERT_TRUE(engine.RegisterProperty(&p));
     VELDPrivate::LockSymbols();
-    std::atomic<long long> read(0);
-    std::thread reader([&] { read = VELD::GetIntegerProperty("m.p", nullptr); });
-    FakeProperty other("n.q", VELD::IntegerProperty);
-    EXPECT_TRUE(engine.RegisterProperty(&other));
+    std::atomic<bool> removed(false);
+    std::thread other([&] {
+        VELDPrivate::UnregisterSymbol("m.p");
+        removed = true;
+    });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(read, 0);
+    EXPECT_FALSE(removed.load());
+    EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
+    FakeProperty q("m.q", VELD::IntegerProperty);
+    EXPECT_TRUE(engine.RegisterProperty(&q));
     VELDPrivate::UnlockSymbols();
-    reader.join();
-    EXPECT_EQ(read, 7);
-    VELDPrivate::UnregisterSymbol("n.q");
+    other.join();
+    EXPECT_EQ(VELDPrivate::FindSymbol("m.p"), nullptr);
 }
 
 TEST(EngineState, ClockCheckLevelStateAndUnsupportedOperations)

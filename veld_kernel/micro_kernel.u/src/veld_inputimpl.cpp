@@ -59,7 +59,6 @@ void VELDInputImplementation::Connect(VELDOutput* connectedOutput, VELDIOMonitor
     readerHandle.store(reader);
     output.store(connectedOutput);
     monitor.store(fifo, std::memory_order_release);
-    subsamplingCount = 0;
 }
 
 void VELDInputImplementation::Disconnect()
