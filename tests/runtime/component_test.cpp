@@ -26,13 +26,13 @@ protected:
     bool Dead(VELDComponent& component) { return engine.States().WaitFor(component.Name(), VELD::DeadState, 5000000); }
     bool Reported(const char* text) { return engine.GetConsole().Contains(text); }
 
-    TestEngine engine;
     ModelTables sourceTables, sinkTables;
+    TestEngine engine;
 };
 
 TEST_F(Lifecycle, APropertyThatNeedsInitialisingBlocksTheStart)
 {
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.properties.push_back(IntegerProperty("channel", 0, true));
     tables.Finish(0, 0, 1, 0);
     Probe& component = engine.Make("c", tables);
@@ -142,7 +142,7 @@ TEST_F(Lifecycle, DyingEndsEveryWaitWithModuleDied)
 TEST_F(Lifecycle, ASequentialComponentRunsOnItsWritersThread)
 {
     Probe& writer = engine.Make("w", sourceTables);
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.inputs.push_back(IntegerInput("iIn", VELD::FifoReader, 3));
     tables.Finish(1, 0, 0, 0, VELD::Sequential, false);
     Probe& reader = engine.Make("r", tables);
@@ -174,7 +174,7 @@ TEST_F(Lifecycle, ASequentialComponentRunsOnItsWritersThread)
 
 TEST_F(Lifecycle, TheThreadingModelFollowsWhatTheModelAllows)
 {
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.Finish(0, 0, 0, 0, VELD::Sequential, true);
     Probe& component = engine.Make("c", tables);
     component.Start();

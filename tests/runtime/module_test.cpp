@@ -37,8 +37,8 @@ protected:
         return sourceModel;
     }
 
-    TestEngine engine;
     ModelTables tables, sourceModel;
+    TestEngine engine;
     Probe* source;
     DynamicProbe* component;
     int first = 0;
@@ -147,7 +147,7 @@ TEST_F(Modules, NamesAreCheckedAndUnique)
     EXPECT_TRUE(engine.GetConsole().Contains("Trying to create an input with an invalid name: 9bad"));
     module.NewOutput(IntegerOutput("o"), "sub.o:x");
     EXPECT_TRUE(module.HasOutput("sub.o:x"));
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.Finish(0, 0, 0, 0);
     Probe& component = engine.Make("c", tables);
     EXPECT_EQ(Thrown([&] { component.NewOutput(IntegerOutput("o"), "sub.o"); }), VELD::ErrorException);
@@ -199,7 +199,7 @@ TEST_F(Modules, ActionsRunWithTheirIndexAndRespectDeath)
         VELDActionDefinition("first", new VELDActionFunction([](VELDModule*, int index) { lastIndex = index; })),
         VELDActionDefinition("second", new VELDActionFunction([](VELDModule*, int index) { lastIndex = index; }),
                              true)};
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.actions.push_back(definitions[0]);
     tables.actions.push_back(definitions[1]);
     tables.Finish(0, 0, 0, 2);
@@ -213,7 +213,7 @@ TEST_F(Modules, ActionsRunWithTheirIndexAndRespectDeath)
 
 TEST_F(Modules, ALimitedModelCountsItsInstances)
 {
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.Finish(0, 0, 0, 0);
     tables.definition.maxNumberOfInstances = 1;
     Probe& first = engine.Make("a", tables);

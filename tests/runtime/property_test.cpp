@@ -34,7 +34,7 @@ protected:
     VELDProperty& P(const char* name) { return component->Property(name); }
 
     TestEngine engine;
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     Probe* component;
 };
 

@@ -47,8 +47,8 @@ protected:
         return pair;
     }
 
-    TestEngine engine;
     ModelTables sourceTables, sinkTables[5], pairTables;
+    TestEngine engine;
 };
 
 TEST_F(Reading, EachReaderTypeGetsWhatItPromises)
@@ -111,7 +111,7 @@ TEST_F(Reading, EachReaderTypeGetsWhatItPromises)
 TEST_F(Reading, InputSubsamplingHandsOverEveryThirdElement)
 {
     Probe& source = Source("src");
-    ModelTables tables;
+    ModelTables& tables = engine.NewTables();
     tables.inputs.push_back(IntegerInput("iIn", VELD::FifoReader, 3));
     tables.Finish(1, 0, 0, 0);
     Probe& sink = engine.Make("sink", tables);
@@ -213,7 +213,7 @@ TEST_F(Reading, ConnectionsAreCheckedAndListed)
     Probe& a = Source("a");
     Probe& b = Source("b");
     Probe& sink = Sink("sink");
-    ModelTables floats;
+    ModelTables& floats = engine.NewTables();
     floats.outputs.push_back(VELDOutputDefinition{"oFloat", 0, VELDTypeInfo(VELD::Float64), 1, 4, 1, 1});
     floats.Finish(0, 1, 0, 0);
     Probe& f = engine.Make("f", floats);

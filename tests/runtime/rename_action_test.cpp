@@ -20,8 +20,8 @@ protected:
     void Rename(VELDComponent& component) { VELDComponent::ActionRenameAfterUpstreamComponent(&component, 0); }
     bool Reported(const char* text) { return engine.GetConsole().Contains(text); }
 
-    TestEngine engine;
     ModelTables camTables, viewerTables, bareTables;
+    TestEngine engine;
 };
 
 TEST_F(RenameAfterUpstream, AFreeNameIsTaken)

@@ -125,6 +125,12 @@ public:
         Destroy(&component);
     }
     void TakeName(const char* name) { m_otherNames.push_back(name); }
+    // Tables that outlive the components made from them.
+    ModelTables& NewTables()
+    {
+        m_tables.emplace_back(new ModelTables());
+        return *m_tables.back();
+    }
 
     VELDComponent* Component(const char* name) override
     {
@@ -161,6 +167,7 @@ private:
         delete component;
     }
 
+    std::vector<std::unique_ptr<ModelTables>> m_tables;
     std::mutex m_mutex;
     std::map<std::string, VELDComponent*> m_components;
     std::vector<std::string> m_otherNames;
