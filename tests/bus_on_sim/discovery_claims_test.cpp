@@ -67,6 +67,8 @@ TEST_F(Discovery, AnAddressWithoutChannelsGivesNothingToClaim)
     NxBusError result = wrapper->Initialize(&highSpeed);
     EXPECT_EQ(result.errorCode, 10);
     EXPECT_EQ(result.functionName, "RegisterCanChannel");
+    // The wrapper's own code reads, through the library's texts, as what it is.
+    EXPECT_EQ(wrapper->GetErrorMessage(result), "RegisterCanChannel: no such channel");
     EXPECT_EQ(wrapper->GetCanChannelHandle(), NXCAN_INVALID_HANDLE);
 
     // The same for an identifier that the address does not have.
