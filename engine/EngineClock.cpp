@@ -3,8 +3,12 @@
 #include <time.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "veld_clock.h"
+#include "veld_constants.h"
+#include "veld_private.h"
+#include "veld_string.h"
 
 namespace veldor {
 
@@ -112,6 +116,39 @@ void EngineClock::Flush()
     m_callDone.wait(lock, [&] { return (m_news.empty() && !m_busy) || m_stop; });
 }
 
+// A listener's callback may end by throwing: a component's handshake with
+// its worker leaves with VELD::ModuleDied when the component dies. That ends
+// the call, not the time thread.
+void EngineClock::Tell(VELDTimeStateListener* listener, const News& news)
+{
+    try {
+        switch (news.kind) {
+        case Jumped:
+            listener->CallbackTimeJumped(news.time);
+            break;
+        case SpeedChanged:
+            listener->CallbackTimeSpeedChanged(news.speed);
+            break;
+        case PausedChanged:
+            listener->CallbackTimePaused(news.paused);
+            break;
+        }
+    } catch (int code) {
+        if (code != VELD::ModuleDied) {
+            VELDStreamedString text("A time-state listener failed with the code ");
+            text << code << " while being told of a change of time.";
+            VELDPrivate::Report(text, VELD::Warning, 1, true);
+        }
+    } catch (const std::exception& e) {
+        VELDStreamedString text("A time-state listener failed while being told of a change of time: ");
+        text << e.what();
+        VELDPrivate::Report(text, VELD::Warning, 1, true);
+    } catch (...) {
+        VELDPrivate::Report("A time-state listener failed while being told of a change of time.", VELD::Warning, 1,
+                            true);
+    }
+}
+
 // Listeners are called one news after the other, in the order of the
 // changes. The list is read anew for each call, so that a listener removed
 // meanwhile is not called.
@@ -130,17 +167,7 @@ void EngineClock::TimeThread()
             if (std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end()) continue;
             m_calling = listener;
             lock.unlock();
-            switch (news.kind) {
-            case Jumped:
-                listener->CallbackTimeJumped(news.time);
-                break;
-            case SpeedChanged:
-                listener->CallbackTimeSpeedChanged(news.speed);
-                break;
-            case PausedChanged:
-                listener->CallbackTimePaused(news.paused);
-                break;
-            }
+            Tell(listener, news);
             lock.lock();
             m_calling = nullptr;
             m_callDone.notify_all();

@@ -79,6 +79,7 @@ private:
     template <class Change>
     void ChangeState(Change change, const News& news);
     VELDTimestamp NowLocked(VELDTimestamp monotonic) const;
+    void Tell(VELDTimeStateListener* listener, const News& news);
     void TimeThread();
 
     mutable std::mutex m_baseMutex;  // the base, read without the time-state lock

@@ -327,7 +327,8 @@ public:
     virtual void* get(const std::string& symbol) = 0;
 };
 
-// The shared object on disk, through Boost.DLL.
+// The shared object on disk, through Boost.DLL. Once loaded, it stays mapped
+// until the process ends, also after the object that loaded it is gone.
 std::unique_ptr<NxCanLibraryObject> MakeNxCanSharedLibrary();
 
 // The process-wide library object. Empty until the first load, which puts the

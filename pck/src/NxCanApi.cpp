@@ -23,8 +23,22 @@ NxCanLibraryObject::~NxCanLibraryObject() = default;
 
 namespace {
 
+// Libraries that stay mapped until the process ends.
+std::vector<boost::dll::shared_library>& KeptLibraries()
+{
+    static auto* kept = new std::vector<boost::dll::shared_library>;
+    return *kept;
+}
+
 class NxCanSharedLibrary : public NxCanLibraryObject {
 public:
+    // The bus library runs threads of its own and keeps state for the whole
+    // process; it is never unmapped, not even when the process-wide object
+    // goes at exit, just as UnloadCanLibrary only clears the table.
+    ~NxCanSharedLibrary() override
+    {
+        if (m_library.is_loaded()) KeptLibraries().push_back(std::move(m_library));
+    }
     bool is_loaded() const override { return m_library.is_loaded(); }
     void load(const std::string& path) override { m_library.load(boost::dll::fs::path(path)); }
     void* get(const std::string& symbol) override

@@ -1,94 +1,20 @@
 // Several processes on one bus: traffic across them, channel claims, and a
 // process that dies while it holds the bus.
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstring>
 #include <sstream>
 #include <thread>
 
+#include "ChildProcess.h"
 #include "sim_test_support.h"
-
-extern char** environ;
 
 namespace nxsim_test {
 namespace {
 
-// A child process running nxsim_peer, with its standard output on a pipe.
-class Peer {
+// A child process running nxsim_peer.
+class Peer : public nxtest::ChildProcess {
 public:
-    explicit Peer(std::vector<std::string> args)
-    {
-        int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0)
-            return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-        args.insert(args.begin(), NXSIM_PEER);
-        std::vector<char*> argv;
-        for (auto& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        if (posix_spawn(&m_pid, NXSIM_PEER, &actions, nullptr, argv.data(), environ) != 0)
-            m_pid = -1;
-        posix_spawn_file_actions_destroy(&actions);
-        close(fds[1]);
-        m_out = fds[0];
-    }
-    ~Peer()
-    {
-        Kill();
-        Reap();
-        if (m_out >= 0)
-            close(m_out);
-    }
-
-    // The next line of output, or "" after the timeout or at the end.
-    std::string Line(int timeoutMs = 5000)
-    {
-        for (;;) {
-            const auto nl = m_buffer.find('\n');
-            if (nl != std::string::npos) {
-                std::string line = m_buffer.substr(0, nl);
-                m_buffer.erase(0, nl + 1);
-                return line;
-            }
-            pollfd p{m_out, POLLIN, 0};
-            if (poll(&p, 1, timeoutMs) <= 0)
-                return {};
-            char chunk[512];
-            const ssize_t n = read(m_out, chunk, sizeof chunk);
-            if (n <= 0)
-                return {};
-            m_buffer.append(chunk, static_cast<size_t>(n));
-        }
-    }
-    void Kill()
-    {
-        if (m_pid > 0 && !m_reaped)
-            kill(m_pid, SIGKILL);
-    }
-    int Reap()
-    {
-        if (m_pid <= 0 || m_reaped)
-            return m_status;
-        waitpid(m_pid, &m_status, 0);
-        m_reaped = true;
-        return m_status;
-    }
-    pid_t Pid() const { return m_pid; }
-
-private:
-    pid_t m_pid = -1;
-    int m_out = -1;
-    bool m_reaped = false;
-    int m_status = -1;
-    std::string m_buffer;
+    explicit Peer(std::vector<std::string> args) : ChildProcess(NXSIM_PEER, std::move(args)) {}
 };
 
 using ProcessTest = SimTest;

@@ -140,8 +140,12 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
         VELDTimestamp seen = Now();
         int count = 0;
         while (count < kEvents && set[count]) ++count;
-        for (int i = count; i < kEvents; ++i) ASSERT_FALSE(set[i]) << "event " << i << " before " << count;
-        if (count > 0) ASSERT_LE(deadlines[count - 1], seen);
+        for (int i = count; i < kEvents; ++i) {
+            ASSERT_FALSE(set[i]) << "event " << i << " before " << count;
+        }
+        if (count > 0) {
+            ASSERT_LE(deadlines[count - 1], seen);
+        }
         fired = count;
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }

@@ -305,6 +305,28 @@ TEST_F(ClockWaits, ListenersHearEveryChangeOnTheTimeThread)
     engine.Clock().Flush();
 }
 
+// A listener whose handshake ends by an exception (its component died) does
+// not take the time thread with it.
+TEST_F(ClockWaits, AListenerThatThrowsLeavesTheTimeThreadRunning)
+{
+    class Throwing : public QuietListener {
+    public:
+        void CallbackTimeSpeedChanged(int) override
+        {
+            ++calls;
+            throw VELD::ModuleDied;
+        }
+    } dying;
+    dying.Register();
+    RecordingListener listener;
+    VELD::SetTimeSpeed(700);
+    VELD::SetTimeSpeed(800);
+    engine.Clock().Flush();
+    EXPECT_EQ(dying.calls, 2);
+    std::lock_guard<std::mutex> lock(listener.mutex);
+    EXPECT_EQ(listener.news, (std::vector<std::string>{"speed=700", "speed=800"}));
+}
+
 TEST_F(ClockWaits, ListenersAndClocksRegisterAndUnregister)
 {
     {

@@ -1,0 +1,80 @@
+// A second process on the simulated bus that uses the package's CAN wrapper,
+// for the tests that need one:
+//   can_wrapper_peer transmit <channel>  sends the mixed traffic, prints "sent <n>"
+//   can_wrapper_peer hold <channel>      claims the channel, prints "ready", or
+//                                        "refused: <text>" and ends
+// Both keep their channel until their standard input ends: a channel that
+// leaves the bus withdraws what it has not yet sent.
+// Errors go to standard error, with a non-zero exit status.
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "Engine.h"
+#include "NxCanApiWrapper.h"
+#include "TrafficFrames.h"
+
+namespace {
+
+void WaitForEndOfInput()
+{
+    std::fflush(stdout);
+    char byte;
+    while (read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+}
+
+std::unique_ptr<NxCanApiWrapper> Claim(const std::string& channel, NxBusError& result)
+{
+    NxCanApiWrapperSettings settings("127.0.0.1", channel, true, 500000, 2000000, false, false);
+    auto wrapper = std::make_unique<NxCanApiWrapper>(settings);
+    bool highSpeed = false;
+    result = wrapper->Initialize(&highSpeed);
+    return wrapper;
+}
+
+int Transmit(const std::string& channel)
+{
+    NxBusError result;
+    auto wrapper = Claim(channel, result);
+    if (result.errorCode != 0) {
+        std::fprintf(stderr, "can_wrapper_peer: %s\n", wrapper->GetErrorMessage(result).c_str());
+        return 2;
+    }
+    std::vector<NXSCanMessage> messages = nxbus_on_sim::ToMessages(nxbus_on_sim::MixedTraffic());
+    result = wrapper->TransmitMessages(messages.data(), static_cast<std::uint32_t>(messages.size()));
+    if (result.errorCode != 0) {
+        std::fprintf(stderr, "can_wrapper_peer: %s\n", wrapper->GetErrorMessage(result).c_str());
+        return 3;
+    }
+    std::printf("sent %zu\n", messages.size());
+    WaitForEndOfInput();
+    return 0;
+}
+
+int Hold(const std::string& channel)
+{
+    NxBusError result;
+    auto wrapper = Claim(channel, result);
+    if (result.errorCode != 0) {
+        std::printf("refused: %s\n", wrapper->GetErrorMessage(result).c_str());
+        return 0;
+    }
+    std::printf("ready\n");
+    WaitForEndOfInput();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    veldor::Engine engine;
+    const std::string command = argc == 3 ? argv[1] : "";
+    if (command == "transmit") return Transmit(argv[2]);
+    if (command == "hold") return Hold(argv[2]);
+    std::fprintf(stderr, "usage: can_wrapper_peer transmit|hold <channel>\n");
+    return 1;
+}

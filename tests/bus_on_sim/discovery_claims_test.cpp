@@ -1,0 +1,111 @@
+// Finding channels at an address, and claiming one: the real loading code and
+// the real wrapper against the simulated library at the fixed path.
+#include <map>
+
+#include "SimBusTest.h"
+
+namespace nxbus_on_sim {
+namespace {
+
+// The library's code for a channel that another registration holds.
+const NXTCanError kChannelInUse = 5;
+
+std::vector<std::string> Identifiers(const std::vector<NXSCanChannelInfo>& channels)
+{
+    std::vector<std::string> ids;
+    for (const NXSCanChannelInfo& info : channels)
+        ids.push_back(static_cast<const char*>(NxCanApiWrapper::GetChannelId(info)));
+    return ids;
+}
+
+using Discovery = SimBusTest;
+using Ids = std::vector<std::string>;
+
+TEST_F(Discovery, ListsTheChannelsAtTheAddressWithTheirDescriptions)
+{
+    const std::vector<NXSCanChannelInfo> channels = NxCanApiWrapper::RetrieveAvailableChannelsVector(kAddress, false);
+    ASSERT_EQ(Identifiers(channels),
+              (Ids{"NVX-CAN-1", "NVX-CAN-2", "NVX-VIRT-1", "ORV-CAN-1", "NVX-ZIRA-1"}));
+
+    const std::map<std::string, std::string> described = {
+        {"NVX-CAN-1", "Vendor: Norvex; Interface: NVX CAN FD Interface 4; Serial number: NVX4-000117"},
+        {"NVX-CAN-2", "Vendor: Norvex; Interface: NVX CAN FD Interface 4; Serial number: NVX4-000117"},
+        {"NVX-VIRT-1", "Vendor: Norvex; Interface: Virtual"},
+        {"ORV-CAN-1", "Vendor: Orvik Labs; Interface: OL-CAN USB; Serial number: OL-5521"},
+        {"NVX-ZIRA-1", "Vendor: Norvex; Interface: NVX ZIRA Replay Unit; Serial number: NZR-000042"}};
+    for (const NXSCanChannelInfo& info : channels) {
+        const std::string id = static_cast<const char*>(NxCanApiWrapper::GetChannelId(info));
+        SCOPED_TRACE(id);
+        EXPECT_EQ(static_cast<const char*>(NxCanApiWrapper::GetChannelDescription(info, id.c_str())),
+                  described.at(id));
+        EXPECT_STREQ(static_cast<const char*>(NxCanApiWrapper::GetChannelDescription(info, "NVX-CAN-9")), "");
+        EXPECT_EQ(NxCanApiWrapper::IsHighSpeedChannel(info), id == "NVX-CAN-1");
+    }
+
+    // Norvex hardware only: the other vendor and the virtual channel go.
+    EXPECT_EQ(Identifiers(NxCanApiWrapper::RetrieveAvailableChannelsVector(kAddress, true)),
+              (Ids{"NVX-CAN-1", "NVX-CAN-2", "NVX-ZIRA-1"}));
+
+    // A wrapper finds the same list when it is made.
+    auto wrapper = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-2"));
+    ASSERT_EQ(wrapper->GetCanChannelCount(), channels.size());
+    for (std::uint32_t i = 0; i < wrapper->GetCanChannelCount(); ++i)
+        EXPECT_STREQ(wrapper->GetCanChannelInfo()[i].szChannelIdentifier, channels[i].szChannelIdentifier);
+}
+
+TEST_F(Discovery, AnAddressWithoutChannelsGivesNothingToClaim)
+{
+    EXPECT_TRUE(NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.2", false).empty());
+    EXPECT_TRUE(NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.2", true).empty());
+    EXPECT_TRUE(NxCanApiWrapper::RetrieveAvailableChannelsVector("CAN1", false).empty()) << "not an address";
+
+    NxCanApiWrapperSettings settings = Monitoring("NVX-CAN-1");
+    settings.SetIp("127.0.0.2");
+    auto wrapper = std::make_unique<NxCanApiWrapper>(settings);
+    EXPECT_EQ(wrapper->GetCanChannelCount(), 0u);
+    bool highSpeed = false;
+    NxBusError result = wrapper->Initialize(&highSpeed);
+    EXPECT_EQ(result.errorCode, 10);
+    EXPECT_EQ(result.functionName, "RegisterCanChannel");
+    // The wrapper's own code reads, through the library's texts, as what it is.
+    EXPECT_EQ(wrapper->GetErrorMessage(result), "RegisterCanChannel: no such channel");
+    EXPECT_EQ(wrapper->GetCanChannelHandle(), NXCAN_INVALID_HANDLE);
+
+    // The same for an identifier that the address does not have.
+    auto unknown = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-9"));
+    EXPECT_EQ(unknown->GetCanChannelCount(), 5u);
+    EXPECT_EQ(unknown->Initialize(&highSpeed).errorCode, 10);
+}
+
+using ChannelClaims = SimBusTest;
+
+TEST_F(ChannelClaims, AChannelThatAnotherWrapperHoldsIsRefusedUntilItIsReleased)
+{
+    auto holder = Open(Monitoring("NVX-CAN-2"));
+    ASSERT_TRUE(holder);
+
+    auto second = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-2"));
+    bool highSpeed = false;
+    NxBusError refused = second->Initialize(&highSpeed);
+    EXPECT_EQ(refused.errorCode, kChannelInUse);
+    EXPECT_EQ(refused.functionName, "NXCAN_RegisterChannel");
+    const std::string text = second->GetErrorMessage(refused);
+    EXPECT_EQ(text.rfind("NXCAN_RegisterChannel: channel in use", 0), 0u) << text;
+    EXPECT_NE(text.find("NVX-CAN-2"), std::string::npos) << text;
+
+    auto replay = std::make_unique<NxCanApiWrapper>(Replay("NVX-CAN-2"));
+    refused = replay->Initialize(&highSpeed);
+    EXPECT_EQ(refused.errorCode, kChannelInUse);
+    EXPECT_EQ(replay->GetErrorMessage(refused).rfind("NXCAN_RegisterReplayChannel: channel in use", 0), 0u)
+        << replay->GetErrorMessage(refused);
+
+    // The refused wrappers hold nothing; the holder's destructor releases
+    // the channel.
+    second.reset();
+    replay.reset();
+    holder.reset();
+    EXPECT_TRUE(Open(Monitoring("NVX-CAN-2")));
+}
+
+}  // namespace
+}  // namespace nxbus_on_sim

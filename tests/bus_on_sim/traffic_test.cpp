@@ -1,0 +1,174 @@
+// Frames from one wrapper to another over the simulated bus: direct
+// transmission, reception by polling and by the reception event, the frame
+// records made of what arrived, and acceptance filters.
+#include <time.h>
+
+#include <thread>
+
+#include "SimBusTest.h"
+
+namespace nxbus_on_sim {
+namespace {
+
+std::vector<FrameSpec> Classic(const std::vector<FrameSpec>& specs)
+{
+    std::vector<FrameSpec> classic;
+    for (const FrameSpec& spec : specs)
+        if (!spec.fd) classic.push_back(spec);
+    return classic;
+}
+
+NxBusError Transmit(NxCanApiWrapper& tx, std::vector<NXSCanMessage> messages)
+{
+    return tx.TransmitMessages(messages.data(), static_cast<std::uint32_t>(messages.size()));
+}
+
+class Traffic : public SimBusTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(Traffic, AMonitoringWrapperReceivesInOrderWhatAnotherTransmits)
+{
+    NxCanApiWrapperSettings settings = Monitoring("NVX-CAN-2");
+    settings.SetEventBasedReceive(GetParam());
+    auto rx = Open(settings);
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(rx && tx);
+    std::uint64_t ticksPerSecond = 0;
+    ASSERT_EQ(rx->GetHardwareTimeResolution(&ticksPerSecond).errorCode, 0);
+    ASSERT_EQ(NxCanApiWrapper::GetTimeConvCoefficient(), ticksPerSecond / 1000000);
+
+    const std::vector<FrameSpec> sent = MixedTraffic();
+    const std::uint64_t before = Now(*rx);
+    NxBusError result = Transmit(*tx, ToMessages(sent));
+    ASSERT_EQ(result.errorCode, 0) << tx->GetErrorMessage(result);
+    const std::vector<NXSCanMessage> got = Receive(*rx, sent.size());
+    ExpectTraffic(sent, got, before, Now(*rx));
+    EXPECT_EQ(rx->ReadReceiveQueue(), 0u) << "nothing but what was sent";
+}
+
+INSTANTIATE_TEST_SUITE_P(ReceiveModes, Traffic, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                             return info.param ? "EventBased" : "Polling";
+                         });
+
+using Reception = SimBusTest;
+
+TEST_F(Reception, TheEventWakesAReaderThatWaitsForIt)
+{
+    NxCanApiWrapperSettings settings = Monitoring("NVX-CAN-2");
+    settings.SetEventBasedReceive(true);
+    auto rx = Open(settings);
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(rx && tx);
+
+    // The wait's deadline must not run past the end of the current second.
+    for (;;) {
+        timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        if (now.tv_nsec < 300000000) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    const FrameSpec spec = MixedTraffic().front();
+    std::thread sender([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(Transmit(*tx, {ToMessage(spec)}).errorCode, 0);
+    });
+    const bool woken = rx->WaitForReceiveEvent(600000, nullptr);
+    sender.join();
+    EXPECT_TRUE(woken) << "the library did not signal the package's event";
+    const std::vector<NXSCanMessage> got = Receive(*rx, 1);
+    ASSERT_EQ(got.size(), 1u);
+    ExpectReceived(spec, got[0]);
+}
+
+TEST_F(Reception, AClassicChannelSetsItsBitRateAndHearsClassicFramesOnly)
+{
+    auto classic = Open(Monitoring("ORV-CAN-1", false));
+    auto fd = Open(Monitoring("NVX-CAN-2"));
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(classic && fd && tx);
+    // Read from the channel before the wrapper set its own rate, and after.
+    EXPECT_EQ(classic->GetInitialBaudRate(), kBitrate);
+    std::uint32_t rate = 0;
+    ASSERT_EQ(classic->GetBaudRate(&rate).errorCode, 0);
+    EXPECT_EQ(rate, kBitrate);
+
+    const std::vector<FrameSpec> sent = MixedTraffic();
+    const std::uint64_t before = Now(*classic);
+    ASSERT_EQ(Transmit(*tx, ToMessages(sent)).errorCode, 0);
+    // The CAN FD channel hearing everything marks the end of the traffic.
+    EXPECT_EQ(Receive(*fd, sent.size()).size(), sent.size());
+    const std::vector<FrameSpec> expected = Classic(sent);
+    ExpectTraffic(expected, Receive(*classic, expected.size()), before, Now(*classic));
+}
+
+TEST_F(Reception, RemoteFramesPassTheDirectPath)
+{
+    auto rx = Open(Monitoring("NVX-CAN-2"));
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(rx && tx);
+    std::vector<NXSCanMessage> remote = {ToMessage({Record::Classic, 0x123, false, 4, false, false, 0, 0}),
+                                         ToMessage({Record::Classic, 0x1234567, true, 8, false, false, 0, 0})};
+    for (NXSCanMessage& m : remote) m.tMessageType = NXCAN_MESSAGE_TYPE_REMOTE;
+    NxBusError result = Transmit(*tx, remote);
+    ASSERT_EQ(result.errorCode, 0) << tx->GetErrorMessage(result);
+
+    const std::vector<NXSCanMessage> got = Receive(*rx, 2);
+    ASSERT_EQ(got.size(), 2u);
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        SCOPED_TRACE(Describe(got[i]));
+        EXPECT_EQ(got[i].tMessageType, NXCAN_MESSAGE_TYPE_REMOTE);
+        EXPECT_EQ(got[i].ulCanIdentifier, remote[i].ulCanIdentifier);
+        EXPECT_EQ(got[i].tCanIdentifierType, remote[i].tCanIdentifierType);
+        EXPECT_EQ(got[i].usDLC, remote[i].usDLC) << "a remote frame keeps its DLC";
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Acceptance filters
+
+using Filters = SimBusTest;
+
+std::vector<std::uint32_t> Identifiers(const std::vector<NXSCanMessage>& messages)
+{
+    std::vector<std::uint32_t> ids;
+    for (const NXSCanMessage& m : messages)
+        ids.push_back(m.ulCanIdentifier | (m.tCanIdentifierType == NXCAN_IDENTIFIER_TYPE_XTD ? 0x80000000u : 0));
+    return ids;
+}
+
+TEST_F(Filters, StandardAndExtendedCodesAndMasksDropWhatTheyMust)
+{
+    const std::uint32_t X = 0x80000000u;  // marks an extended identifier below
+    // Standard 0x120..0x12F; extended 0x18DAxxxx.
+    NxCanApiWrapperSettings ranges = Monitoring("NVX-CAN-2");
+    ranges.SetStandardCanIdentifiersCode(0x125);
+    ranges.SetStandardCanIdentifiersMask(0x7F0);
+    ranges.SetExtendedCanIdentifiersCode(0x18DA1234);
+    ranges.SetExtendedCanIdentifiersMask(0x1FFF0000);
+    // Every standard identifier; the extended identifier 0x120 alone.
+    NxCanApiWrapperSettings exact = Monitoring("ORV-CAN-1");
+    exact.SetExtendedCanIdentifiersCode(0x120);
+    exact.SetExtendedCanIdentifiersMask(0x1FFFFFFF);
+    auto a = Open(ranges);
+    auto b = Open(exact);
+    auto all = Open(Monitoring("NVX-ZIRA-1"));
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(a && b && all && tx);
+
+    const std::vector<std::uint32_t> sent = {0x120,          0x12F,          0x130,      0x7FF,          X | 0x18DA0001,
+                                             X | 0x18DB0001, X | 0x00000120, X | 0x18DAFFFF, X | 0x121, 0x121};
+    std::vector<NXSCanMessage> messages;
+    for (std::uint32_t id : sent)
+        messages.push_back(ToMessage({Record::Classic, id & ~X, (id & X) != 0, 2, false, false, 0x40, 0}));
+    ASSERT_EQ(Transmit(*tx, messages).errorCode, 0);
+
+    // The last frame passes every filter: once it is in, so is all the rest.
+    EXPECT_EQ(Identifiers(Receive(*all, sent.size())), sent);
+    EXPECT_EQ(Identifiers(Receive(*a, 5)),
+              (std::vector<std::uint32_t>{0x120, 0x12F, X | 0x18DA0001, X | 0x18DAFFFF, 0x121}));
+    EXPECT_EQ(Identifiers(Receive(*b, 6)), (std::vector<std::uint32_t>{0x120, 0x12F, 0x130, 0x7FF, X | 0x120, 0x121}));
+    EXPECT_EQ(a->ReadReceiveQueue() + b->ReadReceiveQueue(), 0u);
+}
+
+}  // namespace
+}  // namespace nxbus_on_sim
