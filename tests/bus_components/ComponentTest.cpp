@@ -133,9 +133,10 @@ void ComponentTest::Run()
 }
 
 void ComponentTest::MakeOnChannel(const std::string& model, const std::string& name, const std::string& channel,
-                                  bool canFd)
+                                  bool canFd, const std::string& replayMode)
 {
     Make(model, name);
+    if (!replayMode.empty()) Set(name + ".replay_mode", replayMode);
     Trigger(name + ".Refresh_Devices");
     Set(name + ".channel", channel);
     Set(name + ".can_fd", canFd ? "true" : "false");

@@ -55,8 +55,10 @@ protected:
     void Shutdown() { engine.Graph().Shutdown(); }
 
     // A bus component on `channel`: the list refreshed from the bus first.
-    // The bit rates are the bus's: 500 kbit/s, 2 Mbit/s with CAN FD.
-    void MakeOnChannel(const std::string& model, const std::string& name, const std::string& channel, bool canFd);
+    // The bit rates are the bus's: 500 kbit/s, 2 Mbit/s with CAN FD. An
+    // injector's replay mode, when given, is set first: it decides the list.
+    void MakeOnChannel(const std::string& model, const std::string& name, const std::string& channel, bool canFd,
+                       const std::string& replayMode = "");
     // A printer of `source` into a file of this test; returns the path.
     std::string MakePrinter(const std::string& name, const std::string& source);
 

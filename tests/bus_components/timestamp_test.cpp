@@ -35,8 +35,7 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
     Make("CanGenerator", "gen");
     Set("gen.count", std::to_string(kFrames));
     Set("gen.period", "2000");
-    MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", false);
-    Set("tx.replay_mode", "Unsynchronized");
+    MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", false, "Unsynchronized");
     Connect("gen.oCAN", "tx.iCAN");
 
     const long long before = Now();

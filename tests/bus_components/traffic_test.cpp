@@ -62,8 +62,7 @@ TEST_P(TrafficTest, EveryFrameArrivesOnceInOrderAndIntact)
     Set("gen.frames_per_element", "4");
     Set("gen.period", "1000");
 
-    MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", true);
-    Set("tx.replay_mode", "Unsynchronized");
+    MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", true, "Unsynchronized");
     Connect("gen.oCAN", "tx.iCAN");
 
     Run();
