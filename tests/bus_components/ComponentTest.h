@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "veld_component.h"
 
 namespace bus_components {
 
@@ -66,6 +67,8 @@ protected:
     std::string Text(const std::string& property);
     VELDComponent* Component(const std::string& name) { return engine.Graph().Find(name); }
     bool HasProperty(const std::string& component, const std::string& property);
+    // The threads that run for a component in the engine's thread bodies.
+    int Threads(const std::string& name) { return engine.Threads().Running(Component(name)); }
     // Whether a captured report contains `text`.
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text); }
     // The engine's time, in microseconds.

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "ComponentTest.h"
-#include "veld_component.h"
 
 namespace bus_components {
 namespace {
@@ -65,8 +64,6 @@ protected:
         Connect("tx.oReplayStateInfo", "probe.iState");
         return file;
     }
-
-    int Threads(const std::string& name) { return engine.Threads().Running(Component(name)); }
 };
 
 TEST_F(SynchronizedReplayTest, EmitsOnScheduleThenClosesTheStreamAtTheEndOfData)
