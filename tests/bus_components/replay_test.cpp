@@ -17,8 +17,9 @@ const long long kPeriod = 2000;
 const int kFrames = 60;
 // A standard 8-byte data frame at 500 kbit/s: 135 bits.
 const long long kFrameTime = 270;
-// How far an emission may stray from its schedule.
-const long long kTolerance = 2000;
+// How far an emission may stray from its schedule here: generous, for a
+// loaded machine (bench_bus_components measures the real spread).
+const long long kTolerance = 10000;
 
 enum ReplayState { Scheduled = 1, Started = 2, Stop = 3, End = 4 };
 
@@ -110,7 +111,10 @@ TEST_F(SynchronizedReplayTest, EmitsNothingAfterTheStopTime)
 
     const std::vector<PrintedFrame> frames = ReadPrinted(file);
     EXPECT_EQ(frames.size(), 31u);
-    for (const PrintedFrame& f : frames) EXPECT_LE(f.ts - kFrameTime, start + stopAfter) << CounterOf(f);
+    for (const PrintedFrame& f : frames) {
+        EXPECT_LE(CounterOf(f), 30u);
+        EXPECT_LE(f.ts - kFrameTime, start + stopAfter + kTolerance) << CounterOf(f);
+    }
 }
 
 }  // namespace
