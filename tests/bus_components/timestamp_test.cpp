@@ -82,3 +82,32 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
 
 }  // namespace
 }  // namespace bus_components
+
+namespace bus_components {
+namespace {
+
+TEST_F(ClockOffsetTest, SimulationTimeIsTheHardwareClockStampedWithTheEngines)
+{
+    Make("NxCanMonitoring", "rx");
+    Trigger("rx.Refresh_Devices");
+    Set("rx.channel", "NVX-CAN-2");
+    Set("rx.data_baudrate", "500");
+    Set("rx.sim_time_output", "true");
+    Set("rx.polling_period", "2000");
+    Make("TimeProbe", "time");
+    Connect("rx.oSimTime", "time.iTime");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("time.elements") >= 20; }));
+    const long long now = Now();
+    Shutdown();
+    const long long stamped = Figure("time.timestamp");
+    EXPECT_TRUE(Reported("\"NxCanMonitoring\" is the data replay time provider."));
+    EXPECT_LE(stamped, now);
+    EXPECT_GT(stamped, now - 1000000);
+    // The hardware's time, read after the wait that the stamp began.
+    EXPECT_GE(Figure("time.value") - kHardwareAhead, stamped);
+    EXPECT_LE(Figure("time.value") - kHardwareAhead, stamped + 100000);
+}
+
+}  // namespace
+}  // namespace bus_components

@@ -102,6 +102,32 @@ TEST_P(TrafficTest, EveryFrameArrivesOnceInOrderAndIntact)
     }
 }
 
+// A read of more than 256 frames passes on the first 256 and says so.
+class ReadLimitTest : public ComponentTest {};
+
+TEST_F(ReadLimitTest, OneReadPassesOnAtMost256Frames)
+{
+    MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
+    Set("rx.sampling_mode", "Polling");
+    Set("rx.sampling_period", "300000");
+    Set("rx.vectorize_frames", "true");
+    MakePrinter("print", "rx.oCAN");
+    // 257 frames at once from the virtual channel, which takes no bus time:
+    // they are all in the receive queue at the next read.
+    Make("CanGenerator", "gen");
+    Set("gen.count", "257");
+    Set("gen.frames_per_element", "256");
+    Set("gen.period", "1");
+    MakeOnChannel("NxCanInject", "tx", "NVX-VIRT-1", false, "Unsynchronized");
+    Connect("gen.oCAN", "tx.iCAN");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("print.printed") >= 256; }, 10));
+    EXPECT_TRUE(Eventually(
+        [&] { return Reported("Too many messages [msgBufferSize:257]. Outputting the first 256 messages ..."); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(Figure("print.printed"), 256);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Records, TrafficTest,
     ::testing::Values(Traffic{"ClassicIntoClassic", "CAN/CAN FD", false, 0x123, false, 8, false, false},
