@@ -4,7 +4,10 @@
 
 namespace veldor {
 
-Console::Console() : m_printing(true), m_capture(true), m_verbosity(kDefaultVerbosity), m_stream(stderr) {}
+Console::Console()
+    : m_printing(true), m_capture(true), m_verbosity(kDefaultVerbosity), m_stream(stderr), m_errorCount(0)
+{
+}
 
 const char* Console::LevelName(int level)
 {
@@ -26,9 +29,14 @@ void Console::Report(const char* message, int level, int verbosity, bool fromKer
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::string text = message ? message : "";
-    if (m_printing && (level == VELD::Warning || level == VELD::Error || verbosity <= m_verbosity)) {
+    if (m_printing && (level == VELD::Error || (level == VELD::Warning && m_verbosity > kErrorsOnly) ||
+                       verbosity <= m_verbosity)) {
         std::fprintf(m_stream, "%s: %s\n", LevelName(level), text.c_str());
         std::fflush(m_stream);
+    }
+    if (level == VELD::Error) {
+        ++m_errorCount;
+        m_lastError = text;
     }
     if (m_capture) m_captured.push_back(ReportRecord{level, verbosity, fromKernel, std::move(text)});
 }
@@ -76,6 +84,18 @@ size_t Console::CountContaining(const std::string& text, int level) const
     for (const ReportRecord& r : m_captured)
         if ((level < 0 || r.level == level) && r.text.find(text) != std::string::npos) ++n;
     return n;
+}
+
+unsigned long Console::ErrorCount() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_errorCount;
+}
+
+std::string Console::LastError() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lastError;
 }
 
 bool Console::Contains(const std::string& text, int level) const { return CountContaining(text, level) > 0; }

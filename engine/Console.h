@@ -19,9 +19,10 @@ struct ReportRecord {
 
 class Console {
 public:
-    // Warnings and errors are always printed; infos and echoes only up to
-    // this verbosity.
+    // Errors are always printed, warnings unless the verbosity is
+    // kErrorsOnly, infos and echoes only up to the verbosity.
     static const int kDefaultVerbosity = 1;
+    static const int kErrorsOnly = -1;
 
     Console();
 
@@ -41,6 +42,12 @@ public:
     bool Contains(const std::string& text, int level = -1) const;
     size_t CountContaining(const std::string& text, int level = -1) const;
 
+    // Error reports so far, and the text of the last one: what an operation
+    // that failed after a report tells its caller. Kept whether capturing or
+    // not.
+    unsigned long ErrorCount() const;
+    std::string LastError() const;
+
     static const char* LevelName(int level);
 
 private:
@@ -50,6 +57,8 @@ private:
     int m_verbosity;
     std::FILE* m_stream;
     std::vector<ReportRecord> m_captured;
+    unsigned long m_errorCount;
+    std::string m_lastError;
 };
 
 }  // namespace veldor

@@ -5,7 +5,10 @@
 #include <algorithm>
 
 #include "EngineVersion.h"
+#include "Script.h"
+#include "ScriptRunner.h"
 #include "veld.h"
+#include "veld_component.h"
 #include "veld_action.h"
 #include "veld_constants.h"
 #include "veld_input.h"
@@ -16,18 +19,43 @@
 namespace veldor {
 
 Engine::Engine(const EngineOptions& options)
-    : m_checkLevel(options.checkLevel), m_state(0), m_keys(VELD::DefaultKeysState), m_prepareExitCount(0),
-      m_finishExitCount(0)
+    : m_connections(m_console), m_diagram(*this), m_shutdownRequested(false), m_checkLevel(options.checkLevel),
+      m_state(0), m_keys(VELD::DefaultKeysState), m_prepareExitCount(0), m_finishExitCount(0)
 {
     m_console.SetPrinting(options.printReports);
     m_console.SetVerbosity(options.verbosity);
-    // The framework code of the engine's own process runs on this kernel.
+    // The framework code of the engine's own process runs on this kernel;
+    // the engine's module registers its settings with it.
     VELDPrivate::SetKernel(this);
+    m_engineModule.reset(new EngineModule(*this));
 }
 
+// Components go first, while their packages are loaded and the engine's
+// framework code still reports here; the package files close last.
 Engine::~Engine()
 {
-    if (VELDPrivate::kernel == this) VELDPrivate::SetKernel(nullptr);
+    VELDKernelServices* previous = VELDPrivate::kernel;
+    VELDPrivate::SetKernel(this);
+    m_diagram.Clear();
+    // Code must not be unloaded under a thread: a component that outlived
+    // its shutdown gets the default limit once more.
+    if (m_diagram.ReleaseAbandoned(10000000) > 0) m_packages.KeepLoaded();
+    m_engineModule.reset();
+    VELDPrivate::SetKernel(previous == this ? nullptr : previous);
+}
+
+bool Engine::LoadPackage(const std::string& path, std::string* error)
+{
+    if (!m_packages.Load(path, this, "", error)) return false;
+    std::string text = "Package " + path + " loaded.";
+    m_console.Report(text.c_str(), VELD::Info, 2, true);
+    return true;
+}
+
+void Engine::ReportFailure(const char* operation, const std::string& reason)
+{
+    std::string text = std::string(operation) + ": " + reason;
+    m_console.Report(text.c_str(), VELD::Error, 0, true);
 }
 
 void Engine::Unsupported(const char* operation)
@@ -46,6 +74,25 @@ void Engine::SetKeysState(int keys) { m_keys = keys; }
 
 // ---------------------------------------------------------------------------
 // Configuration and symbols
+
+void ConfigurationLock::lock()
+{
+    const std::thread::id self = std::this_thread::get_id();
+    if (m_owner.load() == self) {
+        ++m_depth;
+        return;
+    }
+    m_mutex.lock();
+    m_owner.store(self);
+    m_depth = 1;
+}
+
+void ConfigurationLock::unlock()
+{
+    if (--m_depth > 0) return;
+    m_owner.store(std::thread::id());
+    m_mutex.unlock();
+}
 
 void Engine::LockConfiguration(const char*) { m_configurationLock.lock(); }
 void Engine::UnlockConfiguration() { m_configurationLock.unlock(); }
@@ -97,7 +144,7 @@ void Engine::InputRemoved(const char*) {}
 void Engine::OutputRemoved(const char*) {}
 void Engine::ComponentOutputCreated(const char*, const char*, const char*, int) {}
 void Engine::ComponentInputCreated(const char*, const char*, const char*, int) {}
-void Engine::ModuleStateChanged(const char*, int) {}
+void Engine::ModuleStateChanged(const char* moduleName, int state) { m_moduleStates.Changed(moduleName, state); }
 
 // ---------------------------------------------------------------------------
 // Listeners
@@ -199,39 +246,192 @@ void Engine::ReleaseSynchronizer(void*, VELDSynchronizer** synchronizer)
 // ---------------------------------------------------------------------------
 // Components, connections and threads: the graph of a later stage
 
-VELDComponent* Engine::CreateComponent(const char*, const char*, bool)
+// ---------------------------------------------------------------------------
+// Components of the diagram
+
+VELDComponent* Engine::CreateComponent(const char* model, const char* name, bool start)
 {
-    Unsupported("CreateComponent");
+    std::string error;
+    VELDComponent* component = m_diagram.Create(model ? model : "", name ? name : "", &error);
+    if (component && start && !m_diagram.Start(component->Name(), &error)) ReportFailure("StartComponent", error);
+    if (!component) ReportFailure("CreateComponent", error);
+    return component;
+}
+
+bool Engine::OnComponent(const char* operation, DiagramOperation action, const char* name)
+{
+    std::string error;
+    bool done = (m_diagram.*action)(name ? name : "", &error);
+    if (!done) ReportFailure(operation, error);
+    return done;
+}
+
+bool Engine::StartComponent(const char* name) { return OnComponent("StartComponent", &Diagram::Start, name); }
+
+bool Engine::ShutdownComponent(const char* name)
+{
+    return OnComponent("ShutdownComponent", static_cast<DiagramOperation>(&Diagram::Shutdown), name);
+}
+
+bool Engine::KillComponent(const char* name) { return OnComponent("KillComponent", &Diagram::Kill, name); }
+
+// A refused name is an answer, not an error: the caller may try another.
+bool Engine::RenameComponent(const char* oldName, const char* newName)
+{
+    std::string error;
+    bool done = m_diagram.Rename(oldName ? oldName : "", newName ? newName : "", &error);
+    if (!done) {
+        std::string text = "RenameComponent: " + error;
+        m_console.Report(text.c_str(), VELD::Warning, 1, true);
+    }
+    return done;
+}
+
+// Connections: under the configuration lock, then the connections' own.
+
+// Taken under the configuration lock: the symbols lock, which comes before
+// it, is not.
+void* Engine::FindElement(const char* fullName, long kind, const char* operation)
+{
+    VELDSymbol* symbol = m_symbols.Find(fullName);
+    if (symbol && symbol->kind == kind) return symbol->object;
+    std::string text = std::string(operation) + ": there is no " +
+                       (kind == VELDSymbol::InputSymbol ? "input " : "output ") + (fullName ? fullName : "") + ".";
+    m_console.Report(text.c_str(), VELD::Error, 0, true);
     return nullptr;
 }
-bool Engine::StartComponent(const char*) { return false; }
-bool Engine::ShutdownComponent(const char*) { return false; }
-bool Engine::KillComponent(const char*) { return false; }
-bool Engine::RenameComponent(const char*, const char*) { return false; }
-bool Engine::Attach(const char*, const char*) { return false; }
-bool Engine::Attach2(const char*, const char*) { return false; }
-bool Engine::Attach(VELDOutput&, VELDInput&) { return false; }
-bool Engine::Detach(VELDOutput&, VELDInput&) { return false; }
-void* Engine::ComponentMainThread(void*) { return nullptr; }
-void* Engine::ModuleThread(void*) { return nullptr; }
-void* Engine::ComponentThread(void*) { return nullptr; }
+
+VELDInput* Engine::FindInput(const char* fullName, const char* operation)
+{
+    return static_cast<VELDInput*>(FindElement(fullName, VELDSymbol::InputSymbol, operation));
+}
+
+VELDOutput* Engine::FindOutput(const char* fullName, const char* operation)
+{
+    return static_cast<VELDOutput*>(FindElement(fullName, VELDSymbol::OutputSymbol, operation));
+}
+
+bool Engine::Attach(const char* output, const char* input)
+{
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
+    VELDOutput* out = FindOutput(output, "Attach");
+    VELDInput* in = out ? FindInput(input, "Attach") : nullptr;
+    return in && m_connections.Attach(*out, *in);
+}
+
+// The second form moves an input that another output feeds.
+bool Engine::Attach2(const char* output, const char* input)
+{
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
+    VELDOutput* out = FindOutput(output, "Attach2");
+    VELDInput* in = out ? FindInput(input, "Attach2") : nullptr;
+    return in && m_connections.Replace(*out, *in);
+}
+
+bool Engine::Attach(VELDOutput& output, VELDInput& input)
+{
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
+    return m_connections.Attach(output, input);
+}
+
+bool Engine::Detach(VELDOutput& output, VELDInput& input)
+{
+    std::lock_guard<ConfigurationLock> lock(m_configurationLock);
+    return m_connections.Detach(output, input);
+}
+
+void* Engine::ComponentMainThread(void* component)
+{
+    return m_threads.MainThread(*static_cast<VELDComponent*>(component));
+}
+void* Engine::ModuleThread(void* startRecord) { return m_threads.ModuleThread(startRecord); }
+void* Engine::ComponentThread(void* startRecord) { return m_threads.ComponentThread(startRecord); }
+// This engine has no core functions.
 void* Engine::CoreFunction(const char*) { return nullptr; }
-VELDComponent* Engine::Component(const char*) { return nullptr; }
+VELDComponent* Engine::Component(const char* name) { return name ? m_diagram.Find(name) : nullptr; }
 void Engine::SignalFifoOverflow(void* output) { m_fifoReaders.CountOverflow(output); }
 int Engine::GetNbFifoOverflows() { return m_fifoReaders.TotalOverflows(); }
 
 // ---------------------------------------------------------------------------
 // Scripts, packages, run
 
-bool Engine::Parse(const char*) { return false; }
-bool Engine::ParseFile(const char*) { return false; }
-bool Engine::AsynchParse(const char*) { return false; }
-bool Engine::AsynchParseFile(const char*) { return false; }
-bool Engine::Run() { return false; }
-bool Engine::Shutdown() { return false; }
-bool Engine::Reset() { return false; }
-bool Engine::RegisterPackage(const char*, const char*) { return false; }
-bool Engine::UnregisterPackage(const char*) { return false; }
+bool Engine::Parse(const char* text)
+{
+    Script script;
+    std::string error;
+    ScriptRunner runner(*this);
+    bool done = Script::Parse(text ? text : "", "<text>", "", &script, &error) && runner.Run(script, &error);
+    if (!done) ReportFailure("Parse", error);
+    return done;
+}
+
+bool Engine::ParseFile(const char* path)
+{
+    Script script;
+    std::string error;
+    ScriptRunner runner(*this);
+    bool done = Script::ParseFile(path ? path : "", &script, &error) && runner.Run(script, &error);
+    if (!done) ReportFailure("ParseFile", error);
+    return done;
+}
+
+bool Engine::AsynchParse(const char*)
+{
+    Unsupported("AsynchParse");
+    return false;
+}
+
+bool Engine::AsynchParseFile(const char*)
+{
+    Unsupported("AsynchParseFile");
+    return false;
+}
+
+bool Engine::Run()
+{
+    std::string error;
+    bool done = m_diagram.Run(&error);
+    if (!done) ReportFailure("Run", error);
+    return done;
+}
+
+// A component's thread can't wait for its own death: from there the
+// shutdown is left to whoever drives the engine.
+void Engine::ShutdownOrRequest()
+{
+    if (m_diagram.OnComponentThread()) {
+        m_shutdownRequested = true;
+        m_console.Report("The diagram's shutdown was asked for by a component.", VELD::Info, 1, true);
+    } else {
+        m_diagram.Shutdown();
+    }
+}
+
+bool Engine::Shutdown()
+{
+    ShutdownOrRequest();
+    return true;
+}
+
+bool Engine::Reset()
+{
+    if (m_diagram.OnComponentThread()) {
+        ReportFailure("Reset", "a component can't reset the diagram it runs in");
+        return false;
+    }
+    m_diagram.Clear();
+    return true;
+}
+
+bool Engine::RegisterPackage(const char* path, const char* name)
+{
+    std::string error;
+    bool done = m_packages.Load(path ? path : "", this, name ? name : "", &error);
+    if (!done) ReportFailure("RegisterPackage", error);
+    return done;
+}
+
+bool Engine::UnregisterPackage(const char* name) { return m_packages.Unregister(name ? name : ""); }
 void Engine::RegisterStandardPackages() {}
 bool Engine::LoadCoreFunction(const char*, const char*)
 {
@@ -245,6 +445,7 @@ bool Engine::UnloadCoreFunction(const char*) { return false; }
 void Engine::PrepareExit()
 {
     ++m_prepareExitCount;
+    ShutdownOrRequest();
     m_state = (m_state | VELD::ShuttingDown) & ~VELD::Running;
 }
 
@@ -263,16 +464,16 @@ void Engine::Report(const char* message, int level, int verbosity, bool fromKern
 }
 
 VELDEvent* Engine::GetShutdownEvent() { return &m_shutdownEvent; }
-int Engine::GetState() { return m_state; }
+int Engine::GetState() { return m_state | m_diagram.State(); }
 int Engine::CheckLevel() { return m_checkLevel; }
 VELDMutex* Engine::GlobalOSMutex() { return &m_globalMutex; }
 VELDEventService* Engine::GetEventService() { return &m_events; }
 
+// Settings of the configuration are the engine's properties.
 VELDString Engine::GetGlobalConfigValue(const char* key)
 {
-    bool found = false;
-    std::string value = m_properties.GetString(key ? key : "", &found);
-    return VELDString(found ? value.c_str() : "");
+    VELDString value;
+    return ReadProperty(key, &value) ? value : VELDString("");
 }
 
 VELDString Engine::About()
@@ -303,52 +504,60 @@ void Engine::LockTimeState() { m_clock.TimeStateLock().Lock(); }
 void Engine::UnlockTimeState() { m_clock.TimeStateLock().Release(); }
 
 // ---------------------------------------------------------------------------
-// Global properties: the engine's own first, then those of the modules
+// Global properties: those of every module, the engine's own included, read
+// through their owner so that get callbacks run ("Engine.time").
+
+namespace {
+
+bool Fits(int type, bool*) { return type == VELD::BoolProperty; }
+bool Fits(int type, VELDInt64*) { return type == VELD::IntegerProperty || type == VELD::EnumProperty; }
+bool Fits(int type, VELDFloat64*) { return type == VELD::FloatProperty; }
+bool Fits(int type, VELDString*) { return type == VELD::StringProperty || type == VELD::EnumProperty; }
+
+}  // namespace
+
+// The engine's own settings live as long as the engine: they are read
+// without the symbols lock, which a component holds the other way round
+// while it starts (its start lock first, then the setting it reads).
+template <class T>
+bool Engine::ReadProperty(const char* fullName, T* value)
+{
+    VELDProperty* property = FindProperty(fullName);
+    if (!property || !property->Owner() || !Fits(property->Type(), value)) return false;
+    std::unique_lock<SymbolTable> lock(m_symbols, std::defer_lock);
+    if (property->Owner() != m_engineModule.get()) {
+        lock.lock();
+        property = FindProperty(fullName);
+        if (!property || !property->Owner()) return false;
+    }
+    try {
+        VELDModule::Get(*property->Owner(), *property, *value);
+    } catch (int) {
+        return false;
+    }
+    return true;
+}
 
 bool Engine::GetBoolProperty(const char* fullName, bool* ok)
 {
-    bool found = false;
-    bool value = m_properties.GetBool(fullName ? fullName : "", &found);
-    if (!found) {
-        std::lock_guard<SymbolTable> lock(m_symbols);
-        VELDProperty* property = FindProperty(fullName);
-        if (property && property->Type() == VELD::BoolProperty) {
-            found = true;
-            value = property->BoolValue();
-        }
-    }
+    bool value = false;
+    bool found = ReadProperty(fullName, &value);
     if (ok) *ok = found;
     return found && value;
 }
 
 VELDInt64 Engine::GetIntegerProperty(const char* fullName, bool* ok)
 {
-    bool found = false;
-    VELDInt64 value = m_properties.GetInteger(fullName ? fullName : "", &found);
-    if (!found) {
-        std::lock_guard<SymbolTable> lock(m_symbols);
-        VELDProperty* property = FindProperty(fullName);
-        if (property && (property->Type() == VELD::IntegerProperty || property->Type() == VELD::EnumProperty)) {
-            found = true;
-            value = property->IntegerValue();
-        }
-    }
+    VELDInt64 value = 0;
+    bool found = ReadProperty(fullName, &value);
     if (ok) *ok = found;
     return found ? value : 0;
 }
 
 double Engine::GetFloatProperty(const char* fullName, bool* ok)
 {
-    bool found = false;
-    double value = m_properties.GetFloat(fullName ? fullName : "", &found);
-    if (!found) {
-        std::lock_guard<SymbolTable> lock(m_symbols);
-        VELDProperty* property = FindProperty(fullName);
-        if (property && property->Type() == VELD::FloatProperty) {
-            found = true;
-            value = property->FloatValue();
-        }
-    }
+    VELDFloat64 value = 0.0;
+    bool found = ReadProperty(fullName, &value);
     if (ok) *ok = found;
     return found ? value : 0.0;
 }

@@ -6,12 +6,34 @@
 // kernel operations:
 //   Console           reports: the terminal and a capture
 //   SymbolTable       full names of inputs, outputs, properties, actions
-//   EngineProperties  the engine's own settings ("Engine.shutdownTimeout"...)
+//   EngineModule      the engine's own module "Engine": its settings
+//                     ("Engine.shutdownTimeout"...) as real properties
 //   EventService      multi-event waits and timed triggers
 //   EngineClock       the diagram's time: speed, pause, jumps, listeners
 //   FifoReaders       readers of the outputs' FIFOs, and their overflows
-// and, as the engine grows, the packages and components of a diagram with
-// their connections and threads, and the script that describes a diagram.
+//   Connections       which output feeds which input
+//   ComponentThreads  the bodies of components' and modules' threads
+//   ModuleStates      the last state each module told, by name
+//   Packages          the package files and the models they offer
+//   Diagram           the components of the diagram; run and shutdown
+// Scripts (Script, ScriptRunner) describe a diagram in text and drive these
+// parts from outside.
+//
+// A program builds and runs a diagram without a script like this:
+//
+//   veldor::Engine engine;
+//   engine.LoadPackage("build/packages/my.pck");          // false: see error
+//   engine.Graph().Create("Generator", "gen");            // null: see error
+//   engine.Graph().Create("Sink", "sink");
+//   engine.Graph().SetProperty("gen.period", "1000", false);
+//   engine.Graph().Connect("gen.oValue", "sink.iValue");
+//   engine.Graph().Run();
+//   ...
+//   engine.Graph().Shutdown();
+//
+// Each of those takes an optional std::string* that receives the reason of
+// a failure. The kernel operations (CreateComponent, Run, Shutdown...) do
+// the same and report the reason instead.
 //
 // One engine is the kernel of the framework code linked into this process as
 // well: the constructor makes it so, and the last engine made wins.
@@ -23,17 +45,25 @@
 #define VELDOR_ENGINE_ENGINE_H
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "ComponentThreads.h"
+#include "Connections.h"
 #include "Console.h"
+#include "Diagram.h"
 #include "EngineClock.h"
-#include "EngineProperties.h"
+#include "EngineModule.h"
 #include "EventService.h"
 #include "FifoReaders.h"
+#include "ModuleStates.h"
+#include "Packages.h"
 #include "SymbolTable.h"
 #include "veld_kernel_services.h"
+#include "veld_module.h"
 #include "veld_os_c_wrappers_posix.h"
 
 namespace veldor {
@@ -46,6 +76,20 @@ struct EngineOptions {
     int checkLevel = 0;
 };
 
+// The lock of the graph's structure. Re-entrant, and a thread that holds it
+// takes it again without touching the mutex: a module may re-take it under
+// its own locks (removing an element inside Dynamic) without ordering them.
+class ConfigurationLock {
+public:
+    void lock();
+    void unlock();
+
+private:
+    std::mutex m_mutex;
+    std::atomic<std::thread::id> m_owner;
+    int m_depth = 0;
+};
+
 class Engine : public VELDKernelServices {
 public:
     explicit Engine(const EngineOptions& options = EngineOptions());
@@ -55,10 +99,23 @@ public:
 
     Console& GetConsole() { return m_console; }
     SymbolTable& Symbols() { return m_symbols; }
-    EngineProperties& Properties() { return m_properties; }
+    // The engine's settings, "Engine.<name>".
+    EngineModule& Module() { return *m_engineModule; }
     EventService& Events() { return m_events; }
     EngineClock& Clock() { return m_clock; }
     FifoReaders& Readers() { return m_fifoReaders; }
+    Connections& Links() { return m_connections; }
+    ComponentThreads& Threads() { return m_threads; }
+    ModuleStates& States() { return m_moduleStates; }
+    Packages& GetPackages() { return m_packages; }
+    Diagram& Graph() { return m_diagram; }
+
+    // Loads a package file for this engine; see Packages::Load.
+    bool LoadPackage(const std::string& path, std::string* error = nullptr);
+    // A component's thread asked for the diagram's shutdown (VELD::Shutdown
+    // or VELD::Exit), which can't run on that thread: whoever drives the
+    // engine does it. True once per request.
+    bool TakeShutdownRequest() { return m_shutdownRequested.exchange(false); }
 
     void SetCheckLevel(int level) { m_checkLevel = level; }
     void SetKeysState(int keys);
@@ -186,16 +243,38 @@ private:
     void Unsupported(const char* operation);
     bool RegisterSymbol(const char* fullName, VELDSymbol::Kind kind, VELDModule* module, void* object);
     VELDProperty* FindProperty(const char* fullName);
+    // A property of any module read through its owner, with the get callback;
+    // false when unknown or of a type that `T` can't hold.
+    template <class T>
+    bool ReadProperty(const char* fullName, T* value);
+    // Reports the reason of a failed kernel operation.
+    void ReportFailure(const char* operation, const std::string& reason);
+    // A diagram's operation on a named component, its failure reported.
+    typedef bool (Diagram::*DiagramOperation)(const std::string& name, std::string* error);
+    bool OnComponent(const char* operation, DiagramOperation action, const char* name);
+    // The shutdown of the diagram, or a request for it from a component's
+    // thread.
+    void ShutdownOrRequest();
+    // The input or output registered under `fullName`, or null with a
+    // report that tells `operation`.
+    VELDInput* FindInput(const char* fullName, const char* operation);
+    VELDOutput* FindOutput(const char* fullName, const char* operation);
+    void* FindElement(const char* fullName, long kind, const char* operation);
 
     Console m_console;
     SymbolTable m_symbols;
-    EngineProperties m_properties;
     EventService m_events;
     EngineClock m_clock;
     FifoReaders m_fifoReaders;
+    Connections m_connections;
+    ComponentThreads m_threads;
+    ModuleStates m_moduleStates;
+    Packages m_packages;
+    Diagram m_diagram;
     VELDEvent m_shutdownEvent;
+    std::atomic<bool> m_shutdownRequested;
 
-    std::recursive_mutex m_configurationLock;
+    ConfigurationLock m_configurationLock;
     VELDMutex m_globalMutex;
     std::atomic<int> m_checkLevel;
     std::atomic<int> m_state;
@@ -208,6 +287,9 @@ private:
 
     std::mutex m_unsupportedMutex;
     std::vector<std::string> m_unsupportedTold;
+
+    // Made last, destroyed before the other parts.
+    std::unique_ptr<EngineModule> m_engineModule;
 };
 
 }  // namespace veldor

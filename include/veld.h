@@ -116,6 +116,11 @@ void FreeSharedMemory(void* block);
 bool GetBoolProperty(const char* fullName, bool* ok);
 VELDInt64 GetIntegerProperty(const char* fullName, bool* ok);
 double GetFloatProperty(const char* fullName, bool* ok);
+// A string or enum property of any module, read under the symbols' lock.
+// Unknown or of another type: *ok false when `ok` is given, otherwise a
+// report; the result is then empty.
+VELDString GetStringProperty(const char* fullName, bool* ok);
+VELDEnumStruct GetEnumsProperty(const char* fullName, bool* ok);
 VELDString GetGlobalConfigValue(const char* key);
 VELDString About();
 bool IsDistributedAsMaster();

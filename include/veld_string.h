@@ -636,4 +636,21 @@ private:
     VELDStreamedString& appendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
 };
 
+namespace VELD {
+
+// An element's full name "<module>.<rest>" after its module was renamed:
+// when the part before the first "." is `oldModule` it becomes `newModule`.
+// False when the name was left as it was.
+inline bool RenameModulePart(VELDString& fullName, const char* oldModule, const char* newModule)
+{
+    int dot = 0;
+    if (!fullName.Find('.', dot) || fullName.Left(dot) != oldModule) return false;
+    VELDString renamed(newModule);
+    renamed += fullName.Tail(dot, true);
+    fullName = renamed;
+    return true;
+}
+
+}  // namespace VELD
+
 #endif

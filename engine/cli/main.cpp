@@ -1,57 +1,127 @@
-// veldor: runs diagrams of packages and lists what packages offer.
-#include <dlfcn.h>
+// veldor: runs diagram scripts and lists what packages offer.
+#include <signal.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include "Engine.h"
 #include "EngineVersion.h"
-#include "veld_constants.h"
-#include "veld_definitions.h"
-#include "veld_pck.h"
+#include "ModelListing.h"
+#include "Script.h"
+#include "ScriptRunner.h"
 
 namespace {
 
-void Usage(std::FILE* out)
+const char* const kUsage =
+    "usage: veldor <command> [arguments]\n"
+    "\n"
+    "commands:\n"
+    "  run [options] SCRIPT   run a diagram script (.vdl); Ctrl-C stops the diagram\n"
+    "      -v, --verbose          more reports (give it twice for all)\n"
+    "      -q, --quiet            errors only\n"
+    "      --set Engine.NAME=VALUE\n"
+    "                             set an engine property before the script runs\n"
+    "  models PACKAGE         list the component models of a package file (.pck)\n"
+    "  version                print the engine's version\n"
+    "\n"
+    "The script language is described in docs/scripts.md.\n";
+
+std::atomic<bool> g_interrupted(false);
+
+// The first Ctrl-C stops the diagram cleanly; a second one ends the process
+// as usual.
+void OnInterrupt(int signal)
 {
-    std::fprintf(out,
-                 "usage: veldor <command> [arguments]\n"
-                 "\n"
-                 "commands:\n"
-                 "  models PACKAGE   list the component models of a package file (.pck)\n"
-                 "  version          print the engine's version\n");
+    g_interrupted = true;
+    ::signal(signal, SIG_DFL);
+}
+
+int Usage(std::FILE* out, int code)
+{
+    std::fputs(kUsage, out);
+    return code;
+}
+
+int RunScript(int argc, char** argv)
+{
+    veldor::EngineOptions options;
+    std::vector<std::string> settings;
+    std::string path;
+    for (int i = 0; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg == "-v" || arg == "--verbose") {
+            options.verbosity = options.verbosity < 1 ? 1 : options.verbosity + 1;
+        } else if (arg == "-vv") {
+            options.verbosity = 3;
+        } else if (arg == "-q" || arg == "--quiet") {
+            options.verbosity = veldor::Console::kErrorsOnly;
+        } else if (arg == "--set" && i + 1 < argc) {
+            settings.push_back(argv[++i]);
+        } else if (arg.compare(0, 6, "--set=") == 0) {
+            settings.push_back(arg.substr(6));
+        } else if (!arg.empty() && arg[0] == '-') {
+            std::fprintf(stderr, "veldor run: unknown option \"%s\"\n", arg.c_str());
+            return Usage(stderr, 2);
+        } else if (path.empty()) {
+            path = arg;
+        } else {
+            std::fprintf(stderr, "veldor run: one script at a time\n");
+            return 2;
+        }
+    }
+    if (path.empty()) return Usage(stderr, 2);
+
+    veldor::Script script;
+    std::string error;
+    if (!veldor::Script::ParseFile(path, &script, &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return 1;
+    }
+    veldor::Engine engine(options);
+    // A long run keeps no copy of its reports.
+    engine.GetConsole().SetCapture(false);
+    for (const std::string& setting : settings) {
+        size_t equals = setting.find('=');
+        std::string name = setting.substr(0, equals);
+        if (equals == std::string::npos || name.compare(0, 7, "Engine.") != 0) {
+            std::fprintf(stderr, "veldor run: --set takes Engine.NAME=VALUE, not \"%s\"\n", setting.c_str());
+            return 2;
+        }
+        if (!engine.Graph().SetProperty(name, setting.substr(equals + 1), false, &error)) {
+            std::fprintf(stderr, "veldor run: --set %s: %s\n", setting.c_str(), error.c_str());
+            return 1;
+        }
+    }
+
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = OnInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+
+    veldor::ScriptRunner runner(engine, &g_interrupted);
+    if (!runner.Run(script, &error)) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return 1;
+    }
+    if (runner.Interrupted()) std::fprintf(stderr, "veldor: interrupted; the diagram was shut down\n");
+    return 0;
 }
 
 int ListModels(const char* path)
 {
-    void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!handle) {
-        std::fprintf(stderr, "veldor: cannot load %s: %s\n", path, dlerror());
+    veldor::Engine engine;
+    std::string error;
+    if (!engine.LoadPackage(path, &error)) {
+        std::fprintf(stderr, "veldor: %s\n", error.c_str());
         return 1;
     }
-    auto init = reinterpret_cast<VELDPckInitFunction>(dlsym(handle, "VELDPckInit"));
-    auto list = reinterpret_cast<VELDGetModulesDefStructFunction>(dlsym(handle, "VELDGetModulesDefStruct"));
-    if (!init || !list) {
-        std::fprintf(stderr, "veldor: %s is not a package: it lacks VELDPckInit or VELDGetModulesDefStruct\n", path);
-        return 1;
-    }
-    veldor::EngineOptions options;
-    options.printReports = true;
-    veldor::Engine engine(options);
-    if (init(&engine, VELD::PackageInterfaceVersion) == 0) {
-        std::fprintf(stderr, "veldor: %s refuses this engine's interface version\n", path);
-        return 1;
-    }
-    unsigned count = list("VELDComponent", nullptr, 0);
-    if (count == 0xFFFFFFFFu) count = 0;
-    std::vector<void*> table(count);
-    count = count ? list("VELDComponent", table.data(), static_cast<int>(count)) : 0;
-    for (unsigned i = 0; i < count; ++i) {
-        const VELDComponentDefinition* definition = static_cast<const VELDComponentDefinition*>(table[i]);
-        std::printf("%s %s\n", definition->name, definition->version);
-    }
+    veldor::ListModels(engine, veldor::Packages::NameOfFile(path), std::cout);
     return 0;
 }
 
@@ -59,15 +129,14 @@ int ListModels(const char* path)
 
 int main(int argc, char** argv)
 {
-    if (argc < 2 || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help")) {
-        Usage(argc < 2 ? stderr : stdout);
-        return argc < 2 ? 2 : 0;
-    }
+    if (argc < 2) return Usage(stderr, 2);
     std::string command = argv[1];
+    if (command == "-h" || command == "--help" || command == "help") return Usage(stdout, 0);
     if (command == "version" || command == "--version") {
         std::printf("veldor %s\n", veldor::kEngineVersion);
         return 0;
     }
+    if (command == "run") return RunScript(argc - 2, argv + 2);
     if (command == "models") {
         if (argc != 3) {
             std::fprintf(stderr, "usage: veldor models PACKAGE\n");
@@ -76,6 +145,5 @@ int main(int argc, char** argv)
         return ListModels(argv[2]);
     }
     std::fprintf(stderr, "veldor: unknown command \"%s\"\n\n", argv[1]);
-    Usage(stderr);
-    return 2;
+    return Usage(stderr, 2);
 }

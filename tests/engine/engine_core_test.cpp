@@ -2,6 +2,7 @@
 // property look-ups, the symbol registry and the system clock.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include "Engine.h"
@@ -9,6 +10,7 @@
 #include "veld_action.h"
 #include "veld_constants.h"
 #include "veld_input.h"
+#include "veld_module.h"
 #include "veld_private.h"
 #include "veld_property.h"
 #include "veld_property_value.h"
@@ -102,7 +104,9 @@ TEST(EngineReports, PrintWithTheLevelAndCaptureEverything)
     EXPECT_TRUE(engine.GetConsole().Contains("dropped", VELD::Info));
 }
 
-TEST(EngineProperties, DefaultsAndUserSettings)
+// The engine's settings are properties of its module "Engine", read by
+// full name like those of any module and written from text.
+TEST(EngineProperties, DefaultsUserSettingsAndLookUps)
 {
     veldor::Engine engine(Quiet());
     bool ok = false;
@@ -110,19 +114,37 @@ TEST(EngineProperties, DefaultsAndUserSettings)
     EXPECT_TRUE(ok);
     EXPECT_FALSE(VELD::GetBoolProperty("Engine.sequentialStart", &ok));
     EXPECT_TRUE(ok);
-    EXPECT_EQ(engine.Properties().GetString("Engine.version", &ok), "4.10.0");
+    EXPECT_EQ(std::string(VELD::GetGlobalConfigValue("Engine.version").Beginning()), "4.10.0");
+    VELDSymbol* time = VELDPrivate::FindSymbol("Engine.time");
+    ASSERT_NE(time, nullptr);
+    EXPECT_EQ(time->module, &engine.Module());
+    EXPECT_TRUE(engine.Module().HasAction("refreshInputProperties"));
 
+    veldor::Diagram& diagram = engine.Graph();
     std::string error;
-    EXPECT_TRUE(engine.Properties().SetFromText("Engine.shutdownTimeout", "-1", &error));
+    EXPECT_TRUE(diagram.SetProperty("Engine.shutdownTimeout", "-1", false, &error)) << error;
     EXPECT_EQ(VELD::GetIntegerProperty("Engine.shutdownTimeout", nullptr), -1);
-    EXPECT_TRUE(engine.Properties().SetFromText("Engine.sequentialStart", "true", &error));
+    EXPECT_EQ(engine.Module().ShutdownTimeout(), 10000000);  // negative: the default
+    EXPECT_TRUE(diagram.SetProperty("Engine.sequentialStart", "true", false, &error));
     EXPECT_TRUE(VELD::GetBoolProperty("Engine.sequentialStart", nullptr));
 
-    EXPECT_FALSE(engine.Properties().SetFromText("Engine.shutdownTimeout", "ten", &error));
-    EXPECT_EQ(error, "\"ten\" is not an integer for Engine.shutdownTimeout");
-    EXPECT_FALSE(engine.Properties().SetFromText("Engine.sequentialStart", "yes", &error));
-    EXPECT_FALSE(engine.Properties().SetFromText("Engine.nothing", "1", &error));
-    EXPECT_EQ(error, "unknown engine property \"Engine.nothing\"");
+    // The speed is the clock's, both ways; the time is the clock's and
+    // can't be written.
+    EXPECT_TRUE(diagram.SetProperty("Engine.speed", "2000", false, &error));
+    EXPECT_EQ(engine.Clock().Speed(), 2000);
+    engine.SetTimeSpeed(500);
+    EXPECT_EQ(VELD::GetIntegerProperty("Engine.speed", nullptr), 500);
+    engine.SetTimeSpeed(0);
+    engine.SetCurrentTime(123456789);
+    EXPECT_EQ(VELD::GetIntegerProperty("Engine.time", nullptr), 123456789);
+    EXPECT_FALSE(diagram.SetProperty("Engine.time", "5", false, &error));
+    EXPECT_EQ(error, "property Engine.time: it is read-only");
+
+    EXPECT_FALSE(diagram.SetProperty("Engine.shutdownTimeout", "ten", false, &error));
+    EXPECT_EQ(error, "property Engine.shutdownTimeout: it is an integer (decimal or 0x hexadecimal), not \"ten\"");
+    EXPECT_FALSE(diagram.SetProperty("Engine.sequentialStart", "yes", false, &error));
+    EXPECT_FALSE(diagram.SetProperty("Engine.nothing", "1", false, &error));
+    EXPECT_EQ(error, "unknown property \"Engine.nothing\"");
 
     // A look-up of the wrong type or of an unknown name says so.
     VELD::GetFloatProperty("Engine.shutdownTimeout", &ok);
@@ -149,12 +171,6 @@ TEST(EngineSymbols, RefuseAFullNameThatExists)
     EXPECT_EQ(symbol->module, speed.Owner());
     EXPECT_EQ(VELD::Property("gen.speed"), &speed);
 
-    bool ok = false;
-    EXPECT_EQ(VELD::GetFloatProperty("gen.speed", &ok), 2.5);
-    EXPECT_TRUE(ok);
-    VELD::GetIntegerProperty("gen.speed", &ok);
-    EXPECT_FALSE(ok);
-
     VELDPrivate::LockSymbols();
     VELDPrivate::UnregisterSymbol("gen.speed");
     VELDPrivate::UnlockSymbols();
@@ -165,19 +181,27 @@ TEST(EngineSymbols, RefuseAFullNameThatExists)
     VELDPrivate::UnregisterSymbol("never.registered");
 }
 
-TEST(EngineSymbols, LockSymbolsHoldsOtherThreadsOff)
+// What a look-up found stays while the symbols are locked: removal waits.
+// Registering does not, since a module registers under its own locks.
+TEST(EngineSymbols, LockSymbolsHoldsRemovalOff)
 {
     veldor::Engine engine(Quiet());
     FakeProperty p("m.p", VELD::IntegerProperty);
+    ASSERT_TRUE(engine.RegisterProperty(&p));
     VELDPrivate::LockSymbols();
-    bool registered = false;
-    std::thread other([&] { registered = engine.RegisterProperty(&p); });
+    std::atomic<bool> removed(false);
+    std::thread other([&] {
+        VELDPrivate::UnregisterSymbol("m.p");
+        removed = true;
+    });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(VELDPrivate::FindSymbol("m.p"), nullptr);
+    EXPECT_FALSE(removed.load());
+    EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
+    FakeProperty q("m.q", VELD::IntegerProperty);
+    EXPECT_TRUE(engine.RegisterProperty(&q));
     VELDPrivate::UnlockSymbols();
     other.join();
-    EXPECT_TRUE(registered);
-    EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
+    EXPECT_EQ(VELDPrivate::FindSymbol("m.p"), nullptr);
 }
 
 TEST(EngineState, ClockCheckLevelStateAndUnsupportedOperations)

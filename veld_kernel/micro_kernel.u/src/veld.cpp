@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include "veld_component.h"
 #include "veld_private.h"
 
 using VELDPrivate::kernel;
@@ -67,6 +68,7 @@ VELDComponent* CreateComponent(const char* model, const char* name, bool start) 
 bool StartComponent(const char* name) { return kernel->StartComponent(name); }
 bool ShutdownComponent(const char* name) { return kernel->ShutdownComponent(name); }
 bool KillComponent(const char* name) { return kernel->KillComponent(name); }
+bool KillComponent(VELDComponent& component) { return kernel->KillComponent(component.Name()); }
 bool RenameComponent(const char* oldName, const char* newName) { return kernel->RenameComponent(oldName, newName); }
 bool Attach(const char* output, const char* input) { return kernel->Attach(output, input); }
 bool Attach(VELDOutput& output, VELDInput& input) { return kernel->Attach(output, input); }

@@ -186,12 +186,7 @@ VELDOutputImplementation::~VELDOutputImplementation()
 
 void VELDOutputImplementation::Rename(const char* oldPrefix, const char* newPrefix)
 {
-    int dot = 0;
-    if (!name.Find('.', dot)) return;
-    if (name.Left(dot) != oldPrefix) return;
-    VELDStackedString<40> renamed(newPrefix);
-    renamed += name.Tail(dot, true);
-    name = renamed;
+    VELD::RenameModulePart(name, oldPrefix, newPrefix);
 }
 
 void VELDOutputImplementation::AddSequentialInput(const VELDSequentialReader& reader)

@@ -1,0 +1,74 @@
+// Shutting a diagram down when components do not die as they should, and
+// components that fail.
+#include "graph_support.h"
+
+#include "veld.h"
+
+namespace {
+
+double Seconds(std::chrono::steady_clock::time_point since)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+}
+
+}  // namespace
+
+// The one test that takes the fixed 10 seconds: the stubborn component is
+// reported and the others are shut down all the same.
+TEST_F(GraphTest, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
+{
+    Make("Stubborn", "mule");
+    Set("mule.refusal", "10500000");
+    Make("Generator", "gen");
+    Make("Counter", "sink");
+    Connect("gen.oValue", "sink.iValue");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("sink.received") > 0; }));
+
+    auto start = std::chrono::steady_clock::now();
+    engine.Graph().Shutdown();
+    const double took = Seconds(start);
+    EXPECT_GE(took, 9.9);
+    EXPECT_LT(took, 30);
+    EXPECT_TRUE(engine.GetConsole().Contains(
+        "Component mule refuses to die after 10 seconds. The component model Stubborn must be bugged."));
+    EXPECT_TRUE(engine.Graph().IsDead("gen"));
+    EXPECT_TRUE(engine.Graph().IsDead("sink"));
+    EXPECT_FALSE(engine.Graph().IsRunning());
+    // The engine's end waits for the late thread before destroying it.
+}
+
+// -1 is no limit of its own: the threads get the default 10 seconds, where a
+// short limit gives up on them.
+TEST_F(GraphTest, AShutdownTimeoutOfMinusOneFallsBackToTenSeconds)
+{
+    Make("Stubborn", "slow");
+    Set("slow.linger", "300000");
+    Set("Engine.shutdownTimeout", "-1");
+    Run();
+    ASSERT_TRUE(engine.States().WaitFor("slow", VELD::LivingState, 5000000));
+    auto start = std::chrono::steady_clock::now();
+    engine.Graph().Shutdown();
+    EXPECT_GE(Seconds(start), 0.29);
+    EXPECT_FALSE(engine.GetConsole().Contains("Some threads are still running"));
+
+    Set("Engine.shutdownTimeout", "100000");
+    Run();
+    ASSERT_TRUE(engine.States().WaitFor("slow", VELD::LivingState, 5000000));
+    engine.Graph().Shutdown();
+    EXPECT_TRUE(engine.GetConsole().Contains("Some threads are still running after 100000 microsecond(s)."));
+}
+
+TEST_F(GraphTest, AComponentThatThrowsDiesAloneAndIsReported)
+{
+    Make("Thrower", "bad");
+    Make("Generator", "gen");
+    Make("Counter", "sink");
+    Connect("gen.oValue", "sink.iValue");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return engine.Graph().IsDead("bad"); }));
+    EXPECT_TRUE(engine.GetConsole().Contains("thrown on purpose in core"));
+    const long long seen = Figure("sink.received");
+    EXPECT_TRUE(Eventually([&] { return Figure("sink.received") > seen; }));
+    EXPECT_TRUE(engine.Graph().IsRunning());
+}

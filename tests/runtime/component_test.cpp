@@ -1,0 +1,238 @@
+// The lifecycle of components: start and its refusals, the main thread's
+// loop, sequential components on the writer's thread, dying in every wait,
+// further threads, and a component that refuses to die.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+
+#include "runtime_support.h"
+#include "thrown.h"
+#include "veld.h"
+
+namespace {
+
+class Lifecycle : public ::testing::Test {
+protected:
+    Lifecycle() : engine(Quiet())
+    {
+        setenv("VELDOR_SILENT", "1", 1);
+        sourceTables.outputs.push_back(IntegerOutput("oOut"));
+        sourceTables.Finish(0, 1, 0, 0);
+        sinkTables.inputs.push_back(IntegerInput("iIn"));
+        sinkTables.Finish(1, 0, 0, 0);
+    }
+
+    bool Dead(VELDComponent& component) { return engine.States().WaitFor(component.Name(), VELD::DeadState, 5000000); }
+    bool Reported(const char* text) { return engine.GetConsole().Contains(text); }
+
+    ModelTables sourceTables, sinkTables;
+    TestEngine engine;
+};
+
+TEST_F(Lifecycle, APropertyThatNeedsInitialisingBlocksTheStart)
+{
+    ModelTables& tables = engine.NewTables();
+    tables.properties.push_back(IntegerProperty("channel", 0, true));
+    tables.Finish(0, 0, 1, 0);
+    Probe& component = engine.Make("c", tables);
+    EXPECT_EQ(Thrown([&] { component.Start(); }), VELD::ErrorException);
+    EXPECT_TRUE(Reported("Unable to start component c. Its property channel needs to be initialized."));
+    EXPECT_TRUE(component.State() & VELD::ErrorState);
+    EXPECT_FALSE(component.State() & VELD::LivingState);
+    component.Property("channel").Set(VELDInt64(2));
+    component.Start();
+    EXPECT_TRUE(component.IsStarted());
+}
+
+TEST_F(Lifecycle, TheMainThreadRunsBirthCoreAndDeath)
+{
+    std::atomic<int> births(0), cores(0), deaths(0);
+    Probe& component = engine.Make("c", sinkTables);
+    component.birth = [&](Probe&) { ++births; };
+    component.core = [&](Probe& self) {
+        ++cores;
+        self.Rest(1000);
+    };
+    component.death = [&](Probe&) { ++deaths; };
+    component.Start();
+    EXPECT_TRUE(component.BirthEvent().Wait(5000000) == 0);
+    component.Start();  // a living component stays as it is
+    while (cores.load() < 3) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    int state = 0;
+    EXPECT_TRUE(engine.States().Get("c", &state));
+    EXPECT_TRUE(state & VELD::LivingState);
+    component.Shutdown();
+    EXPECT_TRUE(component.State() & VELD::DeadState);
+    EXPECT_EQ(births.load(), 1);
+    EXPECT_EQ(deaths.load(), 1);
+    EXPECT_GE(component.counter->IntegerValue(), 0);
+    EXPECT_TRUE(Reported("Component c is dead."));
+    EXPECT_TRUE(engine.Threads().WaitUntilLeft(&component, 5000000));
+}
+
+TEST_F(Lifecycle, AnErrorInCoreEndsTheComponentInError)
+{
+    Probe& component = engine.Make("c", sinkTables);
+    component.core = [](Probe& self) { self.Error("gave up", 1, VELDModule::ErrorGeneric); };
+    component.death = [](Probe&) { throw "no"; };
+    component.Start();
+    ASSERT_TRUE(Dead(component));
+    EXPECT_TRUE(component.State() & VELD::ErrorState);
+    EXPECT_TRUE(Reported("component c: gave up"));
+    EXPECT_TRUE(Reported("External : component c died due to an error."));
+    EXPECT_TRUE(Reported("c: unhandled exception thrown from Death(). Trying to catch up. The component might crash "
+                         "later."));
+}
+
+TEST_F(Lifecycle, AStdExceptionIsReportedAsFatal)
+{
+    Probe& component = engine.Make("c", sinkTables);
+    component.core = [](Probe&) { throw std::runtime_error("boom"); };
+    component.Start();
+    ASSERT_TRUE(Dead(component));
+    EXPECT_TRUE(Reported("component c : Fatal error : Unhandled std::exception thrown: boom Trying to catch up but the "
+                         "component might crash later."));
+}
+
+TEST_F(Lifecycle, DyingEndsEveryWaitWithModuleDied)
+{
+    Probe& source = engine.Make("src", sourceTables);
+    Probe& component = engine.Make("c", sinkTables);
+    ASSERT_TRUE(VELD::Attach(source.Output("oOut"), component.Input("iIn")));
+    VELDEvent never(false, nullptr);
+    std::atomic<int> step(0);
+    std::vector<int> results(6, 0);
+    std::vector<std::function<void(Probe&)>> waits = {
+        [](Probe& self) { self.StartReading(self.Input("iIn")); },
+        [&](Probe& self) { self.Wait4Event(&never, VELD::Infinite); },
+        [&](Probe& self) { self.Wait4Event(&never, 60000000); },
+        [](Probe& self) { self.Rest(60000000); },
+        [&](Probe& self) {
+            VELDIOElt* elts[2];
+            self.NLastStartReading(self.Input("iIn"), 2, elts);
+        },
+        [&](Probe& self) {
+            VELDInput* inputs[1] = {&self.Input("iIn")};
+            int answered = 0;
+            self.StartReading(1, inputs, &answered, 1, std::vector<VELDEvent*>{&never}.data());
+        },
+    };
+    for (size_t w = 0; w < waits.size(); ++w) {
+        component.core = [&, w](Probe& self) {
+            step = 1;
+            try {
+                waits[w](self);
+            } catch (int code) {
+                results[w] = code;
+                throw;
+            }
+        };
+        step = 0;
+        component.Start();
+        while (step.load() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        component.Shutdown();
+        EXPECT_EQ(results[w], VELD::ModuleDied) << "wait " << w;
+        EXPECT_TRUE(component.State() & VELD::DeadState);
+        EXPECT_FALSE(component.State() & VELD::ErrorState);
+    }
+}
+
+TEST_F(Lifecycle, ASequentialComponentRunsOnItsWritersThread)
+{
+    Probe& writer = engine.Make("w", sourceTables);
+    ModelTables& tables = engine.NewTables();
+    tables.inputs.push_back(IntegerInput("iIn", VELD::FifoReader, 3));
+    tables.Finish(1, 0, 0, 0, VELD::Sequential, false);
+    Probe& reader = engine.Make("r", tables);
+    Seen seen;
+    reader.core = [&](Probe& self) {
+        if (VELDIOElt* element = self.StartReading(self.Input("iIn"))) seen.Add(ValueOf(element));
+    };
+    std::atomic<bool> written(false);
+    std::thread::id writerThread;
+    writer.core = [&](Probe& self) {
+        if (!written.exchange(true)) {
+            writerThread = std::this_thread::get_id();
+            for (int v = 1; v <= 9; ++v) Write(self, self.Output("oOut"), v);
+        }
+        self.Rest(1000);
+    };
+    ASSERT_TRUE(VELD::Attach(writer.Output("oOut"), reader.Input("iIn")));
+    reader.Start();
+    EXPECT_EQ(reader.Property("primaryThreadID").IntegerValue(), 0);
+    writer.Start();
+    ASSERT_TRUE(seen.WaitFor(3));
+    // Subsampling 3: the first two of each three are consumed unseen.
+    EXPECT_EQ(seen.Values(), (std::vector<int>{3, 6, 9}));
+    for (std::thread::id id : seen.Threads()) EXPECT_EQ(id, writerThread);
+    writer.Shutdown();
+    reader.Shutdown();
+    EXPECT_TRUE(reader.State() & VELD::DeadState);
+}
+
+TEST_F(Lifecycle, TheThreadingModelFollowsWhatTheModelAllows)
+{
+    ModelTables& tables = engine.NewTables();
+    tables.Finish(0, 0, 0, 0, VELD::Sequential, true);
+    Probe& component = engine.Make("c", tables);
+    component.Start();
+    EXPECT_TRUE(Reported("Threaded behaviour is not allowed anymore for this component"));
+    EXPECT_FALSE(component.Property("threaded").BoolValue());
+    component.Shutdown();
+    EXPECT_TRUE(component.State() & VELD::DeadState);
+}
+
+TEST_F(Lifecycle, FurtherThreadsAreLivesOfTheComponent)
+{
+    static std::atomic<int> freeRuns(0);
+    freeRuns = 0;
+    class Worker : public VELDModel<Worker, Probe> {
+    public:
+        using VELDModel::VELDModel;
+        void Loop()
+        {
+            ++loops;
+            Wait4Event(m_dieEvent, VELD::Infinite);
+        }
+        std::atomic<int> loops{0};
+    };
+    Worker& component = engine.Make<Worker>("c", sinkTables);
+    component.birth = [](Probe& self) {
+        Worker& worker = static_cast<Worker&>(self);
+        worker.CreateThread(static_cast<VELDThreadFunction>(&Worker::Loop));
+        VELDCouple<bool, unsigned long> made = worker.CreateThread([](void*) { ++freeRuns; }, nullptr);
+        EXPECT_TRUE(made.first());
+        EXPECT_NE(made.second(), 0ul);
+    };
+    component.Start();
+    ASSERT_EQ(component.BirthEvent().Wait(5000000), 0);
+    EXPECT_GE(component.NbThreads(), 2);
+    component.Shutdown();
+    EXPECT_EQ(component.loops.load(), 1);
+    EXPECT_EQ(freeRuns.load(), 1);
+    EXPECT_EQ(component.NbThreads(), 0);
+}
+
+TEST_F(Lifecycle, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
+{
+    std::atomic<bool> stubborn(true), entered(false);
+    Probe& component = engine.Make("c", sinkTables);
+    component.core = [&](Probe&) {
+        entered = true;
+        while (stubborn.load()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    };
+    component.Start();
+    while (!entered.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const auto start = std::chrono::steady_clock::now();
+    component.Shutdown();
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::seconds(10));
+    EXPECT_LT(took, std::chrono::seconds(60));
+    EXPECT_TRUE(Reported("Component c refuses to die after 10 seconds. The component model TestModel must be bugged."));
+    stubborn = false;
+    EXPECT_TRUE(Dead(component));
+}
+
+}  // namespace
