@@ -63,7 +63,9 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
         // 1: hardware time; a vector's element bears its first frame's.
         EXPECT_GE(hardware[k].ts - kHardwareAhead, before);
         EXPECT_LE(hardware[k].ts - kHardwareAhead, after);
-        if (hardware[k].index == 0) EXPECT_EQ(hardware[k].elementTs, hardware[k].ts);
+        if (hardware[k].index == 0) {
+            EXPECT_EQ(hardware[k].elementTs, hardware[k].ts);
+        }
         // 2: hardware time in the frame, the engine's time of the read on
         // the element, which comes after the frame's end.
         const long long received = hardwareFrames[k].ts - kHardwareAhead;

@@ -90,15 +90,22 @@ TEST_P(TrafficTest, EveryFrameArrivesOnceInOrderAndIntact)
             for (int b = 4; b < t.length; ++b) EXPECT_EQ(f.data[b], static_cast<std::uint8_t>((k + b) & 0xFF));
             // Only the universal record tells the bit rate switch.
             EXPECT_EQ(f.flags.count("BRS") == 1, universal && t.brs) << "frame " << k;
-            if (k > 0) EXPECT_GE(f.ts, frames[k - 1].ts);
-            if (!kMonitors[m].vectorize) EXPECT_EQ(f.size, 1);
-            if (f.index == 0) EXPECT_EQ(f.elementTs, f.ts);
+            if (k > 0) {
+                EXPECT_GE(f.ts, frames[k - 1].ts);
+            }
+            if (!kMonitors[m].vectorize) {
+                EXPECT_EQ(f.size, 1);
+            }
+            if (f.index == 0) {
+                EXPECT_EQ(f.elementTs, f.ts);
+            }
             largestElement = std::max(largestElement, f.size);
         }
         // Polling reads several frames at once: vectorised, they share an
         // element.
-        if (kMonitors[m].vectorize && std::string(kMonitors[m].sampling) == "Polling")
+        if (kMonitors[m].vectorize && std::string(kMonitors[m].sampling) == "Polling") {
             EXPECT_GT(largestElement, 1);
+        }
     }
 }
 
