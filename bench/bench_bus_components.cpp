@@ -239,11 +239,6 @@ void Replay()
             d.Make("CanFrameStats", "stats");
             d.Set("stats.csv", csv);
             d.Connect("rx.oCAN", "stats.iCAN");
-            d.Make("ReplayTimeSource", "times");
-            d.Set("times.log_start", std::to_string(logStart));
-            d.Set("times.replay_lead", "300000");
-            d.Set("times.log_end", std::to_string(logStart + count * period));
-            d.Set("times.eof_delay", "200000");
             d.Make("CanGenerator", "gen");
             d.Set("gen.count", std::to_string(count));
             d.Set("gen.period", std::to_string(period));
@@ -253,6 +248,12 @@ void Replay()
             d.OnChannel("NxCanInject", "tx", "NVX-CAN-1", false, "Synchronized");
             d.Set("tx.high_speed", highSpeed ? "true" : "false");
             d.Connect("gen.oCAN", "tx.iCAN");
+            // The replay times last: the lead counts from an injector that is up.
+            d.Make("ReplayTimeSource", "times");
+            d.Set("times.log_start", std::to_string(logStart));
+            d.Set("times.replay_lead", "300000");
+            d.Set("times.log_end", std::to_string(logStart + count * period));
+            d.Set("times.eof_delay", "200000");
             for (const char* input : {"LogStartTime", "ReplayStartTime", "ReplayStopTime", "ReplayEofTime"})
                 d.Connect(std::string("times.o") + input, std::string("tx.i") + input);
             d.Run();

@@ -25,8 +25,8 @@ enum ReplayState { Scheduled = 1, Started = 2, Stop = 3, End = 4 };
 
 class SynchronizedReplayTest : public ComponentTest {
 protected:
-    // The diagram: monitor and printer, probe, replay times, generator,
-    // injector; `stopAfter` and `eofDelay` (microseconds after the replay
+    // The diagram: monitor and printer, generator, injector, probe, replay
+    // times; `stopAfter` and `eofDelay` (microseconds after the replay
     // start and after birth) 0 when not used.
     std::string Build(long long stopAfter, long long eofDelay)
     {
@@ -34,15 +34,6 @@ protected:
         Set("rx.ts_behavior", "3|1|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
                               "output)|Keep HW timestamps (use Veldor timebase on output)");
         const std::string file = MakePrinter("print", "rx.oCAN");
-
-        Make("ReplayTimeSource", "times");
-        Set("times.log_start", std::to_string(kLogStart));
-        Set("times.replay_lead", "300000");
-        Set("times.replay_stop", std::to_string(stopAfter));
-        if (eofDelay > 0) {
-            Set("times.log_end", std::to_string(kLogStart + kFrames * kPeriod));
-            Set("times.eof_delay", std::to_string(eofDelay));
-        }
 
         Make("CanGenerator", "gen");
         Set("gen.output_type", "Universal CAN");
@@ -56,13 +47,25 @@ protected:
         MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", true);
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
         Connect("gen.oCAN", "tx.iCAN");
+
+        Make("ReplayStateProbe", "probe");
+        Connect("tx.oReplayStateInfo", "probe.iState");
+
+        // Made last, so that the lead counts from a moment when the
+        // injector is up.
+        Make("ReplayTimeSource", "times");
+        Set("times.log_start", std::to_string(kLogStart));
+        Set("times.replay_lead", "300000");
+        Set("times.replay_stop", std::to_string(stopAfter));
+        if (eofDelay > 0) {
+            Set("times.log_end", std::to_string(kLogStart + kFrames * kPeriod));
+            Set("times.eof_delay", std::to_string(eofDelay));
+        }
+
         Connect("times.oLogStartTime", "tx.iLogStartTime");
         Connect("times.oReplayStartTime", "tx.iReplayStartTime");
         Connect("times.oReplayStopTime", "tx.iReplayStopTime");
         Connect("times.oReplayEofTime", "tx.iReplayEofTime");
-
-        Make("ReplayStateProbe", "probe");
-        Connect("tx.oReplayStateInfo", "probe.iState");
         return file;
     }
 };

@@ -14,6 +14,15 @@ namespace {
 
 class TimeJumpTest : public ComponentTest {
 protected:
+    // The engine's time back on the monotonic clock, which the simulated
+    // hardware follows, for the tests after this one.
+    ~TimeJumpTest() override
+    {
+        engine.Graph().Clear();
+        engine.Clock().SetTime(veldor::EngineClock::Monotonic());
+        engine.Clock().Flush();
+    }
+
     // Frames sent from this process, on a channel of its own.
     void SendFrames(int n)
     {
