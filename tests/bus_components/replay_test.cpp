@@ -13,13 +13,14 @@ namespace bus_components {
 namespace {
 
 const long long kLogStart = 5000000;
-const long long kPeriod = 2000;
-const int kFrames = 60;
+const long long kPeriod = 10000;
+const int kFrames = 30;
 // A standard 8-byte data frame at 500 kbit/s: 135 bits.
 const long long kFrameTime = 270;
 // How far an emission may stray from its schedule here: generous, for a
-// loaded machine (bench_bus_components measures the real spread).
-const long long kTolerance = 10000;
+// loaded machine or a sanitizer (bench_bus_components measures the real
+// spread), and still far below the 290 ms over which the frames spread.
+const long long kTolerance = 30000;
 
 enum ReplayState { Scheduled = 1, Started = 2, Stop = 3, End = 4 };
 
@@ -100,7 +101,7 @@ TEST_F(SynchronizedReplayTest, EmitsOnScheduleThenClosesTheStreamAtTheEndOfData)
 
 TEST_F(SynchronizedReplayTest, EmitsNothingAfterTheStopTime)
 {
-    const long long stopAfter = kPeriod * 30 + kPeriod / 2;  // frames 0 to 30 are due before it
+    const long long stopAfter = kPeriod * 15 + kPeriod / 2;  // frames 0 to 15 are due before it
     const std::string file = Build(stopAfter, 0);
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("probe.state") == Stop; }, 10)) << Figure("probe.state");
@@ -113,9 +114,9 @@ TEST_F(SynchronizedReplayTest, EmitsNothingAfterTheStopTime)
     Shutdown();
 
     const std::vector<PrintedFrame> frames = ReadPrinted(file);
-    EXPECT_EQ(frames.size(), 31u);
+    EXPECT_EQ(frames.size(), 16u);
     for (const PrintedFrame& f : frames) {
-        EXPECT_LE(CounterOf(f), 30u);
+        EXPECT_LE(CounterOf(f), 15u);
         EXPECT_LE(f.ts - kFrameTime, start + stopAfter + kTolerance) << CounterOf(f);
     }
 }
