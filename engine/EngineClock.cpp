@@ -20,7 +20,7 @@ VELDTimestamp EngineClock::Monotonic()
 }
 
 EngineClock::EngineClock()
-    : m_baseTime(Monotonic()), m_baseMonotonic(m_baseTime), m_speed(1000), m_paused(false),
+    : m_sequence(0), m_baseTime(Monotonic()), m_baseMonotonic(m_baseTime.load()), m_speed(1000), m_paused(false),
       m_condition(&m_timeStateLock, nullptr), m_calling(nullptr), m_busy(false), m_stop(false)
 {
     m_thread = std::thread(&EngineClock::TimeThread, this);
@@ -36,41 +36,46 @@ EngineClock::~EngineClock()
     m_thread.join();
 }
 
-VELDTimestamp EngineClock::NowLocked(VELDTimestamp monotonic) const
+EngineClock::Base EngineClock::ReadBase() const
 {
-    if (m_paused || m_speed == 0) return m_baseTime;
-    return m_baseTime + (monotonic - m_baseMonotonic) * m_speed / 1000;
+    for (;;) {
+        unsigned before = m_sequence.load();
+        if (before & 1u) continue;
+        Base base{m_baseTime.load(), m_baseMonotonic.load(), m_speed.load(), m_paused.load()};
+        if (m_sequence.load() == before) return base;
+    }
 }
 
-VELDTimestamp EngineClock::Now() const
+void EngineClock::WriteBase(const Base& base)
 {
-    std::lock_guard<std::mutex> lock(m_baseMutex);
-    return NowLocked(Monotonic());
+    m_sequence.fetch_add(1);
+    m_baseTime.store(base.time);
+    m_baseMonotonic.store(base.monotonic);
+    m_speed.store(base.speed);
+    m_paused.store(base.paused);
+    m_sequence.fetch_add(1);
 }
 
-int EngineClock::Speed() const
+VELDTimestamp EngineClock::At(const Base& base, VELDTimestamp monotonic)
 {
-    std::lock_guard<std::mutex> lock(m_baseMutex);
-    return m_speed;
+    if (base.paused || base.speed == 0) return base.time;
+    return base.time + (monotonic - base.monotonic) * base.speed / 1000;
 }
 
-bool EngineClock::IsPaused() const
-{
-    std::lock_guard<std::mutex> lock(m_baseMutex);
-    return m_paused;
-}
+VELDTimestamp EngineClock::Now() const { return At(ReadBase(), Monotonic()); }
+int EngineClock::Speed() const { return m_speed.load(); }
+bool EngineClock::IsPaused() const { return m_paused.load(); }
 
 template <class Change>
 void EngineClock::ChangeState(Change change, const News& news)
 {
     m_timeStateLock.Lock();
-    {
-        std::lock_guard<std::mutex> lock(m_baseMutex);
-        VELDTimestamp monotonic = Monotonic();
-        m_baseTime = NowLocked(monotonic);
-        m_baseMonotonic = monotonic;
-        change();
-    }
+    Base base = ReadBase();
+    VELDTimestamp monotonic = Monotonic();
+    base.time = At(base, monotonic);
+    base.monotonic = monotonic;
+    change(base);
+    WriteBase(base);
     (m_condition.*m_condition.Signal)();
     m_timeStateLock.Release();
     {
@@ -82,17 +87,17 @@ void EngineClock::ChangeState(Change change, const News& news)
 
 void EngineClock::SetTime(VELDTimestamp time)
 {
-    ChangeState([&] { m_baseTime = time; }, News{Jumped, time, 0, false});
+    ChangeState([&](Base& base) { base.time = time; }, News{Jumped, time, 0, false});
 }
 
 void EngineClock::SetSpeed(int speed)
 {
-    ChangeState([&] { m_speed = speed; }, News{SpeedChanged, 0, speed, false});
+    ChangeState([&](Base& base) { base.speed = speed; }, News{SpeedChanged, 0, speed, false});
 }
 
 void EngineClock::SetPaused(bool paused)
 {
-    ChangeState([&] { m_paused = paused; }, News{PausedChanged, 0, 0, paused});
+    ChangeState([&](Base& base) { base.paused = paused; }, News{PausedChanged, 0, 0, paused});
 }
 
 void EngineClock::AddListener(VELDTimeStateListener* listener)

@@ -18,6 +18,7 @@
 #ifndef VELDOR_ENGINE_ENGINE_CLOCK_H
 #define VELDOR_ENGINE_ENGINE_CLOCK_H
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -74,19 +75,32 @@ private:
         bool paused;
     };
 
-    // Under the time-state lock: moves the base to now, applies `change`,
-    // signals the condition; then queues the news.
+    // Under the time-state lock: moves the base to now, applies `change` to
+    // it, signals the condition; then queues the news.
     template <class Change>
     void ChangeState(Change change, const News& news);
-    VELDTimestamp NowLocked(VELDTimestamp monotonic) const;
     void Tell(VELDTimeStateListener* listener, const News& news);
     void TimeThread();
 
-    mutable std::mutex m_baseMutex;  // the base, read without the time-state lock
-    VELDTimestamp m_baseTime;
-    VELDTimestamp m_baseMonotonic;
-    int m_speed;
-    bool m_paused;
+    // The base, read on every time stamp: a sequence lock, so that readers
+    // never wait and never take the time-state lock. Writers are the changes,
+    // one at a time under the time-state lock; an odd sequence means a write
+    // is under way, and a reader that saw the sequence move reads again.
+    struct Base {
+        VELDTimestamp time;
+        VELDTimestamp monotonic;
+        int speed;
+        bool paused;
+    };
+    Base ReadBase() const;
+    void WriteBase(const Base& base);
+    static VELDTimestamp At(const Base& base, VELDTimestamp monotonic);
+
+    std::atomic<unsigned> m_sequence;
+    std::atomic<VELDTimestamp> m_baseTime;
+    std::atomic<VELDTimestamp> m_baseMonotonic;
+    std::atomic<int> m_speed;
+    std::atomic<bool> m_paused;
 
     VELDMutex m_timeStateLock;
     VELDCondition m_condition;

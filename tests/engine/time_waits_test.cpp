@@ -36,15 +36,25 @@ protected:
         body();
         return Now() - start;
     }
-    // Runs `change` on another thread after `delay` microseconds.
+    // Runs `change` on another thread after `delay` microseconds. Times are
+    // measured from before the thread is made (SinceStart): a main thread
+    // that is late to begin its wait must not make the wait look short.
     std::thread Later(long delay, std::function<void()> change)
     {
+        m_start = Now();
         return std::thread([delay, change] {
             std::this_thread::sleep_for(std::chrono::microseconds(delay));
             change();
         });
     }
 
+    long SinceStart(const std::function<void()>& body)
+    {
+        body();
+        return Now() - m_start;
+    }
+
+    VELDTimestamp m_start = 0;
     veldor::Engine engine;
     TestModule module;
     VELDEvent never;
@@ -93,13 +103,13 @@ TEST_F(ClockWaits, StoppedOrPausedTimeWaitsForTheStateToChange)
 {
     VELD::SetTimeSpeed(0);
     std::thread restart = Later(50000, [] { VELD::SetTimeSpeed(1000); });
-    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
+    long real = SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
     restart.join();
     EXPECT_GE(real, 50000);
 
     VELD::Pause();
     std::thread play = Later(50000, [] { VELD::Play(); });
-    real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
+    real = SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
     play.join();
     EXPECT_GE(real, 50000);
 }
@@ -107,7 +117,7 @@ TEST_F(ClockWaits, StoppedOrPausedTimeWaitsForTheStateToChange)
 TEST_F(ClockWaits, ABackwardJumpRestartsTheWholeTimeout)
 {
     std::thread jump = Later(60000, [] { VELD::SetCurrentTime(VELD::CurrentTime(true, true) - 1000000); });
-    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 100000)); });
+    long real = SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 100000)); });
     jump.join();
     EXPECT_GE(real, 155000);  // 60 ms before the jump, then 100 ms again
 }
@@ -115,7 +125,7 @@ TEST_F(ClockWaits, ABackwardJumpRestartsTheWholeTimeout)
 TEST_F(ClockWaits, RestKeepsWhatWasSpentAcrossASpeedChange)
 {
     std::thread slower = Later(50000, [] { VELD::SetTimeSpeed(500); });
-    long real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Rest(module.owner, 100000, nullptr)); });
+    long real = SinceStart([&] { EXPECT_TRUE(VELDModuleWaits::Rest(module.owner, 100000, nullptr)); });
     slower.join();
     // 50 ms at full speed, the other 50 ms of clock time at half speed.
     EXPECT_GE(real, 140000);

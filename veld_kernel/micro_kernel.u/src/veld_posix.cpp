@@ -171,6 +171,9 @@ void VELDEvent::RemoveWaitingThread(VELDPosixWaitingThread* thread)
 int VELDPosixWaitingThread::WaitForAny(int n, VELDEvent** events, long timeout)
 {
     if (n <= 0 || !events) return VELD::TimeOut;
+    // An event already set answers without a registration.
+    for (int i = 0; i < n; ++i)
+        if (events[i]->IsSet()) return i;
     // One record per thread, made on its first multi-event wait.
     thread_local VELDPosixWaitingThread record;
     for (int i = 0; i < n; ++i) events[i]->AddWaitingThread(&record);
