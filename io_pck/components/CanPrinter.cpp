@@ -1,0 +1,82 @@
+// CanPrinter: one readable line per CAN frame, on standard output or into a
+// file. Takes any of the three frame records, one frame an element or many.
+//
+//   (12.345678) 123 [8] 00 00 00 00 04 05 06 07
+//   (12.345920) 18DAF110 [12] 01 00 00 00 05 06 07 08 09 0A 0B 0C  FD BRS
+//
+// With element_info each line also tells the element: its timestamp and the
+// frame's place in it, "  elt=12.345000 #0/4".
+#include <cstdio>
+#include <string>
+
+#include "CanRecords.h"
+#include "ModelTables.h"
+#include "veld_io_elt.h"
+
+namespace veldor_io {
+namespace {
+
+class CanPrinter : public VELDModel<CanPrinter> {
+public:
+    using VELDModel::VELDModel;
+
+    void Birth() override
+    {
+        m_printed = 0;
+        const VELDString path = GetStringProperty("file");
+        m_out = stdout;
+        if (path.Length() > 0) {
+            m_out = std::fopen(path.Beginning(), "w");
+            if (!m_out) {
+                m_out = stdout;
+                Error((std::string("Cannot write to ") + path.Beginning()).c_str(), 1, ErrorGeneric);
+            }
+        }
+        m_elementInfo = GetBoolProperty("element_info");
+    }
+
+    void Core() override
+    {
+        VELDInput& input = Input(0);
+        VELDIOElt* element = StartReading(input);
+        if (!element) return;
+        const int kind = KindOf(*element);
+        const int n = kind < 0 ? 0 : element->VectorSize();
+        for (int i = 0; i < n; ++i) {
+            std::string line = FormatFrame(ViewOf(*element, kind, i));
+            if (m_elementInfo)
+                line += "  elt=" + FormatTime(element->Timestamp()) + " #" + std::to_string(i) + "/" +
+                        std::to_string(n);
+            line += '\n';
+            std::fputs(line.c_str(), m_out);
+        }
+        StopReading(input);
+        std::fflush(m_out);
+        m_printed += n;
+        DirectSet(Property("printed"), m_printed);
+    }
+
+    void Death() override
+    {
+        if (m_out && m_out != stdout) std::fclose(m_out);
+        m_out = nullptr;
+    }
+
+private:
+    std::FILE* m_out = nullptr;
+    bool m_elementInfo = false;
+    VELDInt64 m_printed = 0;
+};
+
+VELDInputDefinition g_inputs[] = {CanInput("iCAN"), VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};
+VELDPropertyDefinition g_properties[] = {Setting("file", new VELDPropertyValue("")),
+                                         Setting("element_info", new VELDPropertyValue(false)),
+                                         Figure("printed"), VELDPropertyDefinition()};
+
+}  // namespace
+}  // namespace veldor_io
+
+VELDComponentDefinition CanPrinterDefinition =
+    veldor_io::Define<veldor_io::CanPrinter>("CanPrinter", "1.0.0", veldor_io::g_inputs, nullptr,
+                                             veldor_io::g_properties);
+VELD_DECLARE_MODEL(veldor_io::CanPrinter, CanPrinterDefinition, "CanPrinter", "1.0.0");

@@ -1,0 +1,83 @@
+// What the tests of the bus components share: an engine with the bus
+// package, the io package and the test probe loaded from their files, short
+// ways to build and run a diagram, and the frames a CanPrinter wrote, read
+// back from its file.
+//
+// The tests run under tools/with-sim-bus, on the simulator's default
+// topology: bus CAN1 at 127.0.0.1 (500 kbit/s, 2 Mbit/s data phase) with
+// NVX-CAN-1 (high-speed replay), NVX-CAN-2, NVX-VIRT-1 (virtual), ORV-CAN-1
+// (another vendor) and NVX-ZIRA-1. All tests of a run share the bus and the
+// package's channel registry; each shuts its diagram down when it ends.
+#ifndef VELDOR_TESTS_BUS_COMPONENT_TEST_H
+#define VELDOR_TESTS_BUS_COMPONENT_TEST_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Engine.h"
+
+namespace bus_components {
+
+// One line of a CanPrinter's file with element_info.
+struct PrintedFrame {
+    long long ts;
+    std::uint32_t id;
+    bool extended;
+    int length;
+    std::vector<std::uint8_t> data;
+    std::set<std::string> flags;  // FD, BRS, RTR
+    long long elementTs;
+    int index;  // in the element
+    int size;   // frames of the element
+};
+
+std::vector<PrintedFrame> ReadPrinted(const std::string& path);
+// The counter a CanGenerator puts into the first four bytes.
+std::uint32_t CounterOf(const PrintedFrame& frame);
+
+class ComponentTest : public ::testing::Test {
+protected:
+    ComponentTest();
+    ~ComponentTest() override;
+
+    void Make(const std::string& model, const std::string& name);
+    void Set(const std::string& property, const std::string& value);
+    // The reason a Set was refused; empty when it was taken.
+    std::string Refusal(const std::string& property, const std::string& value);
+    void Connect(const std::string& output, const std::string& input);
+    void Trigger(const std::string& action);
+    void Run();
+    void Shutdown() { engine.Graph().Shutdown(); }
+
+    // A bus component on `channel`: the list refreshed from the bus first.
+    // The bit rates are the bus's: 500 kbit/s, 2 Mbit/s with CAN FD. An
+    // injector's replay mode, when given, is set first: it decides the list.
+    void MakeOnChannel(const std::string& model, const std::string& name, const std::string& channel, bool canFd,
+                       const std::string& replayMode = "");
+    // A printer of `source` into a file of this test; returns the path.
+    std::string MakePrinter(const std::string& name, const std::string& source);
+
+    long long Figure(const std::string& property);
+    std::string Text(const std::string& property);
+    VELDComponent* Component(const std::string& name) { return engine.Graph().Find(name); }
+    bool HasProperty(const std::string& component, const std::string& property);
+    // Whether a captured report contains `text`.
+    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text); }
+    // The engine's time, in microseconds.
+    long long Now();
+
+    // Polls `done` for up to `seconds`.
+    static bool Eventually(const std::function<bool()>& done, double seconds = 20);
+
+    std::string m_folder;  // removed with the test
+    veldor::Engine engine;
+};
+
+}  // namespace bus_components
+
+#endif

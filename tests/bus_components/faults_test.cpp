@@ -1,0 +1,55 @@
+// Faults on the bus side, injected by the simulator (faults.conf): a
+// transmission that fails on ORV-CAN-1 and a channel, NVX-VIRT-1, that
+// can't be registered. The component concerned stops with the library's
+// words; the rest of the diagram runs on.
+#include <string>
+
+#include "ComponentTest.h"
+
+namespace bus_components {
+namespace {
+
+class BusFaultsTest : public ComponentTest {
+protected:
+    // A generator feeding statistics: the part of the diagram that has to
+    // keep running.
+    void MakeBystander()
+    {
+        Make("CanFrameStats", "stats");
+        Make("CanGenerator", "other");
+        Set("other.period", "1000");
+        Connect("other.oCAN", "stats.iCAN");
+    }
+    bool IsDead(const std::string& name) { return engine.Graph().IsDead(name); }
+};
+
+TEST_F(BusFaultsTest, FailedTransmissionStopsTheInjectorOnly)
+{
+    MakeBystander();
+    Make("CanGenerator", "gen");
+    MakeOnChannel("NxCanInject", "tx", "ORV-CAN-1", false, "Unsynchronized");
+    Connect("gen.oCAN", "tx.iCAN");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return IsDead("tx"); }, 10));
+    EXPECT_TRUE(Reported("component tx: NXCAN_TransmitMessages: "));
+    EXPECT_TRUE(Reported("(injected)"));
+    const long long frames = Figure("stats.frames");
+    EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
+    EXPECT_FALSE(IsDead("stats"));
+    EXPECT_FALSE(IsDead("other"));
+}
+
+TEST_F(BusFaultsTest, ChannelThatCannotBeRegisteredStopsTheMonitorAtBirth)
+{
+    MakeBystander();
+    MakeOnChannel("NxCanMonitoring", "rx", "NVX-VIRT-1", false);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return IsDead("rx"); }, 10));
+    EXPECT_TRUE(Reported("component rx: NXCAN_RegisterChannel: "));
+    const long long frames = Figure("stats.frames");
+    EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
+    EXPECT_FALSE(IsDead("stats"));
+}
+
+}  // namespace
+}  // namespace bus_components
