@@ -10,7 +10,7 @@ CMAKE_ARGS ?=
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build test asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
+.PHONY: all setup configure build test demo asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
 
 all: build
 
@@ -36,6 +36,12 @@ build: configure
 
 test: build
 	ctest --test-dir build --output-on-failure -j $(JOBS)
+
+# The main job on the simulated bus: the bundled recording replayed in sync
+# on one channel while another channel of the same bus is recorded, in one
+# engine, then the recording compared with the original.
+demo: build
+	tools/with-sim-bus build/bin/veldor demo examples/data/sample_drive.asc
 
 # Sanitizer builds live in folders of their own so that they never mix with
 # the normal build.

@@ -35,6 +35,7 @@ veldor::EngineOptions Silent()
 
 const char* const kBusLibrary = "/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so";
 const char* const kCustomChannel = "Custom channel";
+const char* const kDiedOfError = "died due to an error";
 const char* const kDropWarning = "Too many messages [msgBufferSize:";
 // Frames one read of a monitor can hand on; the rest of a larger read is
 // dropped, and the monitor says how large the read was.
@@ -135,7 +136,10 @@ bool BusSession::MakeOnChannel(const std::string& model, const std::string& name
 {
     std::string arbitration;
     std::string data;
-    if (!RateItem(options.bitRate, &arbitration, error) || !RateItem(options.dataBitRate, &data, error)) return false;
+    // A classic channel runs at one rate.
+    if (!RateItem(options.bitRate, &arbitration, error) ||
+        !RateItem(options.fd ? options.dataBitRate : options.bitRate, &data, error))
+        return false;
     if (!Make(model, name, error)) return false;
     if (!replayMode.empty() && !Set(name + ".replay_mode", replayMode, error)) return false;
     if (!Set(name + ".ip", options.ip, error)) return false;
@@ -182,13 +186,14 @@ bool BusSession::Run(std::string* error)
 {
     CatchInterrupts();
     const unsigned long errors = m_engine.GetConsole().ErrorCount();
-    if (m_engine.Graph().Run(error)) {
-        m_errorsSeen = m_engine.GetConsole().ErrorCount();
-        return true;
-    }
+    // A component that fails its birth after the run started is Watch's to
+    // see: the count before the run stays the reference.
+    m_errorsSeen = errors;
+    Relay();
+    m_firstError.clear();
+    if (m_engine.Graph().Run(error)) return true;
     // The component's own words say it best.
-    if (m_engine.GetConsole().ErrorCount() != errors) *error = Plain(m_engine.GetConsole().LastError());
-    m_engine.GetConsole().TakeCaptured();
+    NewError(error);
     return false;
 }
 
@@ -232,7 +237,9 @@ long long BusSession::Figure(const std::string& property)
 void BusSession::Relay()
 {
     for (const veldor::ReportRecord& report : m_engine.GetConsole().TakeCaptured()) {
-        if (report.level == VELD::Warning) {
+        if (report.level == VELD::Error && m_firstError.empty()) m_firstError = Plain(report.text);
+        // That a component died of its error says nothing the error did not.
+        if (report.level == VELD::Warning && report.text.find(kDiedOfError) == std::string::npos) {
             const std::size_t at = report.text.find(kDropWarning);
             if (at != std::string::npos) {
                 const long long read = std::atoll(report.text.c_str() + at + std::strlen(kDropWarning));
@@ -245,10 +252,13 @@ void BusSession::Relay()
 
 bool BusSession::NewError(std::string* reason)
 {
+    Relay();
     const unsigned long errors = m_engine.GetConsole().ErrorCount();
     if (errors == m_errorsSeen) return false;
     m_errorsSeen = errors;
-    *reason = Plain(m_engine.GetConsole().LastError());
+    // The first error is the cause; what follows tells its consequences.
+    *reason = m_firstError.empty() ? Plain(m_engine.GetConsole().LastError()) : m_firstError;
+    m_firstError.clear();
     return true;
 }
 

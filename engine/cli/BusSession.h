@@ -106,6 +106,7 @@ private:
     veldor::Engine m_engine;
     std::string m_failure;
     unsigned long m_errorsSeen = 0;
+    std::string m_firstError;  // the first error reported since the last NewError
     long long m_monitorDrops = 0;
 };
 

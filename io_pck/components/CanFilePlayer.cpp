@@ -137,7 +137,7 @@ private:
     {
         std::string error;
         m_reader = veldor::canlog::OpenFrameReader(m_path, error);
-        if (!m_reader) Error(("cannot play " + m_path + ": " + error).c_str(), 1, ErrorGeneric);
+        if (!m_reader) Error(error.c_str(), 1, ErrorGeneric);
     }
 
     // The next frame into m_frame; false at the end of the file. Lines that
