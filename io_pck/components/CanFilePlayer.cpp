@@ -71,13 +71,14 @@ public:
         m_busTime.Reset();
         m_sent = m_late = m_badLines = m_unfit = m_passedOver = m_jumps = 0;
         m_finished = false;
+        m_stop.clear();
         m_jumped.Reset();
         for (const char* figure : {"sent", "late", "bad_lines", "unfit", "passed_over", "jumps", "finished",
                                    "position", "bus_time", "end_of_data"})
             DirectSet(Property(figure), VELDInt64(0));
 
         Open();
-        if (!Next()) Error((m_path + " holds no CAN frame").c_str(), 1, ErrorGeneric);
+        if (!Next()) StopOnLine(m_path + " holds no CAN frame");
         m_logStart = m_frame.timestamp;
         m_replayStart = VELD::CurrentTime(true, true) + GetIntegerProperty("replay_lead");
         const VELDInt64 stopAfter = GetIntegerProperty("replay_stop");
@@ -122,6 +123,8 @@ public:
         StopWriting(element, n == 0);
         m_sent += n;
         Publish();
+        // The frames read before a line that stops the player are out.
+        if (!more) StopOnLine("");
         if (!more) Finish();
     }
 
@@ -140,8 +143,10 @@ private:
         if (!m_reader) Error(error.c_str(), 1, ErrorGeneric);
     }
 
-    // The next frame into m_frame; false at the end of the file. Lines that
-    // can't be read are told and counted unless `quiet`.
+    // The next frame into m_frame; false at the end of the file, or at a
+    // line that can't be read when such a line stops the player (its text
+    // then waits in m_stop for StopOnLine). Other lines that can't be read
+    // are told and counted unless `quiet`.
     bool Next(bool quiet = false)
     {
         for (;;) {
@@ -152,15 +157,27 @@ private:
             }
             if (quiet) continue;
             ++m_badLines;
+            DirectSet(Property("bad_lines"), m_badLines);
             const veldor::canlog::ReadIssue& issue = m_reader->Issue();
             const std::string text = m_path + ": " + issue.Describe();
-            if (m_stopOnError) Error(text.c_str(), 1, ErrorGeneric);
+            if (m_stopOnError) {
+                m_stop = text;
+                return false;
+            }
             ReportWarning((text + (issue.kind == IssueKind::Truncated ? "; the frames before it are played"
                                                                        : "; the line is skipped"))
                               .c_str(),
                           0);
-            DirectSet(Property("bad_lines"), m_badLines);
         }
+    }
+
+    // Ends the player with the line that stopped it, or with `otherwise`
+    // when that is not empty; else does nothing.
+    void StopOnLine(const std::string& otherwise)
+    {
+        const std::string text = m_stop.empty() ? otherwise : m_stop;
+        m_stop.clear();
+        if (!text.empty()) Error(text.c_str(), 1, ErrorGeneric);
     }
 
     // After a jump of the clock: the first frame not yet due at the new time
@@ -180,6 +197,7 @@ private:
             ++m_passedOver;
             more = Next(!m_finished);
         }
+        StopOnLine("");
         m_finished = !more;
         Publish();
     }
@@ -214,6 +232,7 @@ private:
 
     VELD::DynamicOutputModelSet m_outputs;
     std::string m_path;
+    std::string m_stop;
     std::unique_ptr<FrameReader> m_reader;
     CanFrame m_frame;
     int m_kind = 0;

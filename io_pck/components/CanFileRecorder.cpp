@@ -55,7 +55,7 @@ public:
         m_busTime.SetRates(GetIntegerProperty("bit_rate"), GetIntegerProperty("data_bit_rate"));
         m_busTime.Reset();
         m_recorded = m_refused = 0;
-        m_idle = false;
+        m_idle = m_failed = false;
         for (const char* figure : {"recorded", "refused", "first_time", "last_time", "bus_time", "idle"})
             DirectSet(Property(figure), VELDInt64(0));
         std::string error;
@@ -93,7 +93,8 @@ public:
         if (!m_writer) return;
         const bool closed = m_writer->Close();
         DirectSet(Property("recorded"), m_recorded);
-        if (!closed) Fail();
+        // A file that failed before was told then.
+        if (!closed && !m_failed) Fail();
     }
 
 private:
@@ -119,6 +120,7 @@ private:
 
     [[noreturn]] void Fail()
     {
+        m_failed = true;
         Error(("cannot write " + m_path + ": " + m_writer->Error()).c_str(), 1, ErrorGeneric);
         throw VELD::ErrorException;
     }
@@ -140,6 +142,7 @@ private:
     VELDTimestamp m_firstTime = 0;
     VELDTimestamp m_lastTime = 0;
     bool m_idle = false;
+    bool m_failed = false;
     BusTime m_busTime;
 };
 

@@ -17,13 +17,13 @@ canlog::CanFrame Frame(std::size_t k)
     case 1:
         f.id = 0x18FF0000 + static_cast<std::uint32_t>(k % 16);
         f.extended = true;
-        f.length = 8;
+        f.length = 4;
         break;
     default:
         f.id = 0x200 + static_cast<std::uint32_t>(k % 16);
         f.fd = true;
         f.bitRateSwitch = true;
-        f.length = 24;
+        f.length = 48;
         break;
     }
     for (std::size_t i = 0; i < f.length; ++i)
@@ -50,7 +50,7 @@ std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const Bu
     // A frame starts once the one before has ended, at the latest: each gap
     // is the longer of the two frames, stretched so that the whole comes to
     // the load asked for.
-    const double stretch = spaced > 0 ? spaced / busy / load : 1;
+    const double stretch = spaced > 0 ? busy / spaced / load : 1;
     double t = static_cast<double>(start) * 1000;
     for (std::size_t k = 0; k < count; ++k) {
         if (k > 0) t += static_cast<double>(std::max(held[k], held[k - 1])) * stretch;

@@ -1,6 +1,8 @@
 // A recording of a bus kept busy a given share of the time: classic,
-// extended and CAN FD frames in turn, each stamped when it is complete and
-// spaced so that no frame would have to wait for the one before it. Frame k
+// extended and CAN FD frames in turn, of about the same length on the bus
+// (at 500 kbit/s and 2 Mbit/s), each stamped when it is complete and spaced
+// so that no frame would have to wait for the one before it, even when a
+// replay starts each frame at its recorded time. Frame k
 // carries k in its first four bytes (little-endian), then (k + i) & 0xFF.
 #ifndef VELDOR_TOOLS_LOADED_BUS_H
 #define VELDOR_TOOLS_LOADED_BUS_H
