@@ -33,7 +33,13 @@ canlog::CanFrame Frame(std::size_t k)
 
 }  // namespace
 
-std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const BusRates& rates, std::int64_t start)
+FrameDuration ActualDuration(const BusRates& rates)
+{
+    return [rates](const canlog::CanFrame& frame) { return TimeOnBus(frame, rates).nanoseconds; };
+}
+
+std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const FrameDuration& duration,
+                                        std::int64_t start)
 {
     std::vector<canlog::CanFrame> frames;
     std::vector<std::int64_t> held;  // nanoseconds on the bus
@@ -41,7 +47,7 @@ std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const Bu
     double spaced = 0;
     for (std::size_t k = 0; k < count; ++k) {
         frames.push_back(Frame(k));
-        held.push_back(TimeOnBus(frames.back(), rates).nanoseconds);
+        held.push_back(duration(frames.back()));
         if (k > 0) {
             busy += static_cast<double>(held[k]);
             spaced += static_cast<double>(std::max(held[k], held[k - 1]));
@@ -59,11 +65,11 @@ std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const Bu
     return frames;
 }
 
-double BusLoad(const std::vector<canlog::CanFrame>& frames, const BusRates& rates)
+double BusLoad(const std::vector<canlog::CanFrame>& frames, const FrameDuration& held)
 {
     if (frames.size() < 2) return 0;
     double busy = 0;
-    for (std::size_t k = 1; k < frames.size(); ++k) busy += static_cast<double>(TimeOnBus(frames[k], rates).nanoseconds);
+    for (std::size_t k = 1; k < frames.size(); ++k) busy += static_cast<double>(held(frames[k]));
     return busy / 1000 / static_cast<double>(frames.back().timestamp - frames.front().timestamp);
 }
 

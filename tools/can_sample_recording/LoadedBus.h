@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "BusTiming.h"
@@ -16,13 +17,19 @@
 
 namespace veldor::sample {
 
+// How long a frame holds the bus, in nanoseconds: by its actual bits
+// (TimeOnBus), or as a bus simulator reckons it.
+typedef std::function<std::int64_t(const canlog::CanFrame&)> FrameDuration;
+FrameDuration ActualDuration(const BusRates& rates);
+
 // `load` in (0, 1): the time the frames hold the bus over the time they
 // span. The first frame is complete at `start` (microseconds).
-std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const BusRates& rates, std::int64_t start);
+std::vector<canlog::CanFrame> LoadedBus(std::size_t count, double load, const FrameDuration& held,
+                                        std::int64_t start);
 
 // The share of the time from the first frame's end to the last one's that
 // the frames after the first hold the bus.
-double BusLoad(const std::vector<canlog::CanFrame>& frames, const BusRates& rates);
+double BusLoad(const std::vector<canlog::CanFrame>& frames, const FrameDuration& held);
 
 }  // namespace veldor::sample
 
