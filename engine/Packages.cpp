@@ -55,12 +55,6 @@ Packages::~Packages()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (auto it = m_packages.rbegin(); it != m_packages.rend(); ++it) {
-#if defined(__SANITIZE_ADDRESS__)
-        // Under LeakSanitizer the files stay: what a package's globals hold
-        // would otherwise look lost once its file is gone, with frames that
-        // no longer resolve.
-        continue;
-#endif
         if (m_keepLoaded) continue;
         dlclose((*it)->handle);
         std::lock_guard<std::mutex> processLock(g_processMutex);
