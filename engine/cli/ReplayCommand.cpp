@@ -87,6 +87,9 @@ int ReplayCommand::Run(int argc, char** argv)
 
     if (!session.Open(true, &error)) return session.Fail(error);
     session.GetEngine().Clock().SetSpeed(static_cast<int>(speed * 1000 + 0.5));
+    // The news of the speed is told before any component listens: none
+    // hears it while it is being made.
+    session.GetEngine().Clock().Flush();
     if (!AddReplay(session, settings, &error) || !session.Run(&error)) return session.Fail(error);
 
     const auto start = std::chrono::steady_clock::now();
