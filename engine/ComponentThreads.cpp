@@ -1,9 +1,15 @@
 #include "ComponentThreads.h"
 
+#include <errno.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
+#include <thread>
 
 #include "veld.h"
 #include "veld_component.h"
@@ -75,7 +81,28 @@ void ComponentThreads::Leave(const VELDModule* module)
     std::lock_guard<std::mutex> lock(m_mutex);
     auto it = m_running.find(module);
     if (it != m_running.end() && --it->second <= 0) m_running.erase(it);
+    m_leaving.push_back(static_cast<pid_t>(syscall(SYS_gettid)));
     m_left.notify_all();
+}
+
+bool ComponentThreads::WaitForExits(long timeoutMicroseconds)
+{
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(timeoutMicroseconds);
+    const pid_t process = getpid();
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            // A thread that is gone no longer takes a signal.
+            m_leaving.erase(std::remove_if(m_leaving.begin(), m_leaving.end(),
+                                           [process](pid_t thread) {
+                                               return syscall(SYS_tgkill, process, thread, 0) != 0 && errno == ESRCH;
+                                           }),
+                            m_leaving.end());
+            if (m_leaving.empty()) return true;
+        }
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
 }
 
 int ComponentThreads::Running(const VELDModule* module)

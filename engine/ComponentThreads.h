@@ -14,12 +14,18 @@
 // Every thread is detached, and registers a VELDThread with its module while
 // it runs. The engine counts the threads still inside a body for each
 // module, so that a component is destroyed only once they have all left.
+// A thread that has left a body still returns through the code of the
+// package that started it: WaitForExits lets those threads end before the
+// package files are unloaded.
 #ifndef VELDOR_ENGINE_COMPONENT_THREADS_H
 #define VELDOR_ENGINE_COMPONENT_THREADS_H
 
 #include <condition_variable>
+#include <sys/types.h>
+
 #include <map>
 #include <mutex>
+#include <vector>
 
 class VELDComponent;
 class VELDModule;
@@ -41,6 +47,9 @@ public:
     int Running(const VELDModule* module);
     // Waits until none remains; false after `timeoutMicroseconds`.
     bool WaitUntilLeft(const VELDModule* module, long timeoutMicroseconds);
+    // Waits until every thread that has left a body has ended as a thread
+    // of the system; false after `timeoutMicroseconds`.
+    bool WaitForExits(long timeoutMicroseconds);
 
 private:
     void* FurtherThread(void* startRecord, bool component);
@@ -50,6 +59,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_left;
     std::map<const VELDModule*, int> m_running;
+    std::vector<pid_t> m_leaving;  // system ids of threads that have left a body
 };
 
 }  // namespace veldor

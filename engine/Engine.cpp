@@ -40,6 +40,9 @@ Engine::~Engine()
     // Code must not be unloaded under a thread: a component that outlived
     // its shutdown gets the default limit once more.
     if (m_diagram.ReleaseAbandoned(10000000) > 0) m_packages.KeepLoaded();
+    // A thread that has left its body may still be on its way out through
+    // a package's code.
+    if (!m_threads.WaitForExits(1000000)) m_packages.KeepLoaded();
     m_engineModule.reset();
     VELDPrivate::SetKernel(previous == this ? nullptr : previous);
 }

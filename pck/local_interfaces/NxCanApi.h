@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 typedef std::int32_t NXTCanError;   // 0 success, -1 vendor-specific, else a code
@@ -337,6 +338,11 @@ std::unique_ptr<NxCanLibraryObject> MakeNxCanSharedLibrary();
 extern std::unique_ptr<NxCanLibraryObject> hNxCanApiDll;
 // Wrappers alive in the process; the last one clears the table.
 extern std::uint32_t uCanApiWrapperCount;
+// Taken by loading and clearing the table, by discovery, and by a wrapper
+// while it counts itself in or out, so that components born and ending on
+// threads of their own never see a table half written or cleared under
+// them. A loaded table is not written again: its users read it unlocked.
+std::recursive_mutex& CanLibraryLock();
 
 // All 28 pointers to null.
 void InitCanFunctionPointers();

@@ -111,6 +111,23 @@ public:
         return Self().m_state->m_definition;
     }
 
+protected:
+    // Declares the item again from the kept state, or from a new state that
+    // replaces the old one only once the item exists; marks the model used.
+    template <class MakeState, class Declare>
+    auto& Renew(bool keep, MakeState makeState, Declare declare)
+    {
+        if (keep) {
+            declare(*Self().m_state);
+        } else {
+            std::unique_ptr<typename TModel::State> fresh(makeState());
+            declare(*fresh);
+            Self().m_state = std::move(fresh);
+        }
+        setUnused(false);
+        return Instance();
+    }
+
 private:
     const TModel& Self() const { return static_cast<const TModel&>(*this); }
     TModel& Self() { return static_cast<TModel&>(*this); }
@@ -169,15 +186,9 @@ public:
                           const std::string& typeName)
     {
         const bool keep = m_state && m_state->m_typeinfovalue == typeValue && TypeName() == typeName;
-        if (keep) {
-            m_state->m_output = &component.NewOutput(m_state->m_definition, nullptr);
-        } else {
-            std::unique_ptr<State> fresh(new State(name, typeValue, typeName));
-            fresh->m_output = &component.NewOutput(fresh->m_definition, nullptr);
-            m_state = std::move(fresh);
-        }
-        setUnused(false);
-        return Output();
+        return Renew(
+            keep, [&] { return new State(name, typeValue, typeName); },
+            [&](State& state) { state.m_output = &component.NewOutput(state.m_definition, nullptr); });
     }
 
 private:
@@ -241,15 +252,9 @@ public:
     {
         const bool keep = m_state && m_state->m_typeinfovalue == typeValue && TypeName() == typeName &&
                           m_state->m_definition.readerType == readerType;
-        if (keep) {
-            m_state->m_input = &component.NewInput(m_state->m_definition, nullptr);
-        } else {
-            std::unique_ptr<State> fresh(new State(name, typeValue, typeName, readerType));
-            fresh->m_input = &component.NewInput(fresh->m_definition, nullptr);
-            m_state = std::move(fresh);
-        }
-        setUnused(false);
-        return Input();
+        return Renew(
+            keep, [&] { return new State(name, typeValue, typeName, readerType); },
+            [&](State& state) { state.m_input = &component.NewInput(state.m_definition, nullptr); });
     }
 
 private:

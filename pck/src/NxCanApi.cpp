@@ -79,6 +79,12 @@ HANDLE CreateEventB(bool signalled)
     return raw;
 }
 
+std::recursive_mutex& CanLibraryLock()
+{
+    static std::recursive_mutex* lock = new std::recursive_mutex;
+    return *lock;
+}
+
 void InitCanFunctionPointers()
 {
 #define NXCAN_CLEAR_POINTER(name) pfnCan##name = nullptr;
@@ -88,6 +94,7 @@ void InitCanFunctionPointers()
 
 int LoadCanLibrary()
 {
+    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     if (!hNxCanApiDll) hNxCanApiDll = MakeNxCanSharedLibrary();
     NxCanLibraryObject& library = *hNxCanApiDll;
     // Bound once: another wrapper's threads call through the table while a
@@ -96,8 +103,11 @@ int LoadCanLibrary()
     if (!library.is_loaded()) library.load(kNxCanApiLibraryPath);
     if (!library.is_loaded()) return 1;
 
-#define NXCAN_RESOLVE_POINTER(name) \
-    pfnCan##name = reinterpret_cast<NXCANAPI_FUNC_PTR_##name>(library.get("NXCAN_" #name));
+#define NXCAN_RESOLVE_POINTER(name)                                                                    \
+    {                                                                                                  \
+        auto resolved = reinterpret_cast<NXCANAPI_FUNC_PTR_##name>(library.get("NXCAN_" #name));     \
+        if (pfnCan##name != resolved) pfnCan##name = resolved;                                         \
+    }
     NXCAN_API_OPERATIONS(NXCAN_RESOLVE_POINTER)
 #undef NXCAN_RESOLVE_POINTER
 
@@ -112,5 +122,6 @@ int LoadCanLibrary()
 
 void UnloadCanLibrary()
 {
+    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     if (hNxCanApiDll && hNxCanApiDll->is_loaded()) InitCanFunctionPointers();
 }

@@ -149,6 +149,7 @@ NxCanApiWrapper::NxCanApiWrapper(const NxCanApiWrapperSettings& settings)
       m_logStartTime(0),
       m_replayEofTime(0)
 {
+    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     ++uCanApiWrapperCount;
     try {
         LoadCanLibrary();
@@ -171,6 +172,7 @@ NxCanApiWrapper::~NxCanApiWrapper()
         if (m_isInitialized) DeactivateChannel();
         UnregisterCanInterface();
     }
+    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     if (uCanApiWrapperCount == 1) UnloadCanLibrary();
     --uCanApiWrapperCount;
     // m_receiveEvent stays alive: the library may still hold it.
@@ -193,6 +195,7 @@ std::vector<NXSCanChannelInfo> NxCanApiWrapper::RetrieveAvailableChannelsVector(
                                                                                 bool norvexHardwareOnly)
 {
     std::vector<NXSCanChannelInfo> channels;
+    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     if (LoadCanLibrary() != 0) return channels;
     std::uint32_t count = RetrieveChannelCount(ip);
     channels.resize(count);

@@ -76,17 +76,34 @@ std::uint32_t CounterOf(const PrintedFrame& frame)
     return counter;
 }
 
-ComponentTest::ComponentTest() : engine(Quiet())
+namespace {
+
+// The engine of the whole run, made with its packages on first use and
+// never destroyed: the package stays loaded until the process ends.
+veldor::Engine& SharedEngine()
+{
+    static veldor::Engine* engine = [] {
+        auto* made = new veldor::Engine(Quiet());
+        std::string error;
+        EXPECT_TRUE(made->LoadPackage(VELDOR_BUS_PACKAGE, &error)) << error;
+        EXPECT_TRUE(made->LoadPackage(VELDOR_IO_PACKAGE, &error)) << error;
+        EXPECT_TRUE(made->LoadPackage(VELDOR_PROBE_PACKAGE, &error)) << error;
+        return made;
+    }();
+    return *engine;
+}
+
+}  // namespace
+
+ComponentTest::ComponentTest() : engine(SharedEngine())
 {
     char pattern[] = "/tmp/bus_components.XXXXXX";
     const char* folder = mkdtemp(pattern);
     m_folder = folder ? folder : "/tmp";
-    std::string error;
-    EXPECT_TRUE(engine.LoadPackage(VELDOR_BUS_PACKAGE, &error)) << error;
-    EXPECT_TRUE(engine.LoadPackage(VELDOR_IO_PACKAGE, &error)) << error;
-    EXPECT_TRUE(engine.LoadPackage(VELDOR_PROBE_PACKAGE, &error)) << error;
+    engine.GetConsole().ClearCaptured();
     // Each component starts once the one before was born: a diagram made
     // readers first hears everything its senders send.
+    std::string error;
     EXPECT_TRUE(engine.Graph().SetProperty("Engine.sequentialStart", "true", false, &error)) << error;
 }
 

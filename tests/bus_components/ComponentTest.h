@@ -6,8 +6,10 @@
 // The tests run under tools/with-sim-bus, on the simulator's default
 // topology: bus CAN1 at 127.0.0.1 (500 kbit/s, 2 Mbit/s data phase) with
 // NVX-CAN-1 (high-speed replay), NVX-CAN-2, NVX-VIRT-1 (virtual), ORV-CAN-1
-// (another vendor) and NVX-ZIRA-1. All tests of a run share the bus and the
-// package's channel registry; each shuts its diagram down when it ends.
+// (another vendor) and NVX-ZIRA-1. All tests of a run share the bus, one
+// engine with the packages loaded once (the bus package keeps the CAN
+// library and its events for the life of the process), and the package's
+// channel registry; each test clears its diagram when it ends.
 #ifndef VELDOR_TESTS_BUS_COMPONENT_TEST_H
 #define VELDOR_TESTS_BUS_COMPONENT_TEST_H
 
@@ -20,6 +22,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "veld_component.h"
 
 namespace bus_components {
 
@@ -66,6 +69,8 @@ protected:
     std::string Text(const std::string& property);
     VELDComponent* Component(const std::string& name) { return engine.Graph().Find(name); }
     bool HasProperty(const std::string& component, const std::string& property);
+    // The threads that run for a component in the engine's thread bodies.
+    int Threads(const std::string& name) { return engine.Threads().Running(Component(name)); }
     // Whether a captured report contains `text`.
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text); }
     // The engine's time, in microseconds.
@@ -75,7 +80,7 @@ protected:
     static bool Eventually(const std::function<bool()>& done, double seconds = 20);
 
     std::string m_folder;  // removed with the test
-    veldor::Engine engine;
+    veldor::Engine& engine;
 };
 
 }  // namespace bus_components

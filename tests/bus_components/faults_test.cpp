@@ -1,7 +1,8 @@
 // Faults on the bus side, injected by the simulator (faults.conf): a
 // transmission that fails on ORV-CAN-1 and a channel, NVX-VIRT-1, that
 // can't be registered. The component concerned stops with the library's
-// words; the rest of the diagram runs on.
+// words; the rest of the diagram runs on. A hardware clock that can't be read
+// (NVX-ZIRA-1) ends a monitor's reader, which needs it to convert times.
 #include <string>
 
 #include "ComponentTest.h"
@@ -49,6 +50,16 @@ TEST_F(BusFaultsTest, ChannelThatCannotBeRegisteredStopsTheMonitorAtBirth)
     const long long frames = Figure("stats.frames");
     EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
     EXPECT_FALSE(IsDead("stats"));
+}
+
+TEST_F(BusFaultsTest, UnreadableHardwareClockEndsTheReaderThatConvertsTimes)
+{
+    MakeOnChannel("NxCanMonitoring", "rx", "NVX-ZIRA-1", false);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Reported("component rx: NXCAN_GetHardwareTime: "); }, 10));
+    // The reader is gone; the component, marked in error, is still there.
+    EXPECT_TRUE(Eventually([&] { return Threads("rx") == 1; }, 10)) << Threads("rx");
+    EXPECT_TRUE(Component("rx")->State() & VELD::ErrorState);
 }
 
 }  // namespace

@@ -56,6 +56,9 @@ TEST_F(BusPropertiesTest, ChannelListFollowsDiscoveryTheAddressAndTheReplayMode)
     Set("rx.ip", "127.0.0.1");
     EXPECT_EQ(Channels("rx"), kAllChannels);
     EXPECT_EQ(Text("rx.channel"), "Custom channel");
+    // The list's changes left NVX-ZIRA-1 registered for rx; choosing it
+    // again makes it rx's channel, which rx releases when it goes.
+    Set("rx.channel", "NVX-ZIRA-1");
 
     // A synchronised replay is offered the Norvex hardware only.
     Make("NxCanInject", "tx");

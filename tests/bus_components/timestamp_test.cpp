@@ -63,7 +63,9 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
         // 1: hardware time; a vector's element bears its first frame's.
         EXPECT_GE(hardware[k].ts - kHardwareAhead, before);
         EXPECT_LE(hardware[k].ts - kHardwareAhead, after);
-        if (hardware[k].index == 0) EXPECT_EQ(hardware[k].elementTs, hardware[k].ts);
+        if (hardware[k].index == 0) {
+            EXPECT_EQ(hardware[k].elementTs, hardware[k].ts);
+        }
         // 2: hardware time in the frame, the engine's time of the read on
         // the element, which comes after the frame's end.
         const long long received = hardwareFrames[k].ts - kHardwareAhead;
@@ -78,6 +80,35 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
         EXPECT_NEAR(static_cast<double>(converted[k].ts), static_cast<double>(hardware[k].ts - kHardwareAhead),
                     1000.0);
     }
+}
+
+}  // namespace
+}  // namespace bus_components
+
+namespace bus_components {
+namespace {
+
+TEST_F(ClockOffsetTest, SimulationTimeIsTheHardwareClockStampedWithTheEngines)
+{
+    Make("NxCanMonitoring", "rx");
+    Trigger("rx.Refresh_Devices");
+    Set("rx.channel", "NVX-CAN-2");
+    Set("rx.data_baudrate", "500");
+    Set("rx.sim_time_output", "true");
+    Set("rx.polling_period", "2000");
+    Make("TimeProbe", "time");
+    Connect("rx.oSimTime", "time.iTime");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("time.elements") >= 20; }));
+    const long long now = Now();
+    Shutdown();
+    const long long stamped = Figure("time.timestamp");
+    EXPECT_TRUE(Reported("\"NxCanMonitoring\" is the data replay time provider."));
+    EXPECT_LE(stamped, now);
+    EXPECT_GT(stamped, now - 1000000);
+    // The hardware's time, read after the wait that the stamp began.
+    EXPECT_GE(Figure("time.value") - kHardwareAhead, stamped);
+    EXPECT_LE(Figure("time.value") - kHardwareAhead, stamped + 100000);
 }
 
 }  // namespace

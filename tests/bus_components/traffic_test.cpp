@@ -90,16 +90,49 @@ TEST_P(TrafficTest, EveryFrameArrivesOnceInOrderAndIntact)
             for (int b = 4; b < t.length; ++b) EXPECT_EQ(f.data[b], static_cast<std::uint8_t>((k + b) & 0xFF));
             // Only the universal record tells the bit rate switch.
             EXPECT_EQ(f.flags.count("BRS") == 1, universal && t.brs) << "frame " << k;
-            if (k > 0) EXPECT_GE(f.ts, frames[k - 1].ts);
-            if (!kMonitors[m].vectorize) EXPECT_EQ(f.size, 1);
-            if (f.index == 0) EXPECT_EQ(f.elementTs, f.ts);
+            if (k > 0) {
+                EXPECT_GE(f.ts, frames[k - 1].ts);
+            }
+            if (!kMonitors[m].vectorize) {
+                EXPECT_EQ(f.size, 1);
+            }
+            if (f.index == 0) {
+                EXPECT_EQ(f.elementTs, f.ts);
+            }
             largestElement = std::max(largestElement, f.size);
         }
         // Polling reads several frames at once: vectorised, they share an
         // element.
-        if (kMonitors[m].vectorize && std::string(kMonitors[m].sampling) == "Polling")
+        if (kMonitors[m].vectorize && std::string(kMonitors[m].sampling) == "Polling") {
             EXPECT_GT(largestElement, 1);
+        }
     }
+}
+
+// A read of more than 256 frames passes on the first 256 and says so.
+class ReadLimitTest : public ComponentTest {};
+
+TEST_F(ReadLimitTest, OneReadPassesOnAtMost256Frames)
+{
+    MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
+    Set("rx.sampling_mode", "Polling");
+    Set("rx.sampling_period", "300000");
+    Set("rx.vectorize_frames", "true");
+    MakePrinter("print", "rx.oCAN");
+    // 257 frames at once from the virtual channel, which takes no bus time:
+    // they are all in the receive queue at the next read.
+    Make("CanGenerator", "gen");
+    Set("gen.count", "257");
+    Set("gen.frames_per_element", "256");
+    Set("gen.period", "1");
+    MakeOnChannel("NxCanInject", "tx", "NVX-VIRT-1", false, "Unsynchronized");
+    Connect("gen.oCAN", "tx.iCAN");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("print.printed") >= 256; }, 10));
+    EXPECT_TRUE(Eventually(
+        [&] { return Reported("Too many messages [msgBufferSize:257]. Outputting the first 256 messages ..."); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(Figure("print.printed"), 256);
 }
 
 INSTANTIATE_TEST_SUITE_P(
