@@ -97,9 +97,6 @@ int LoadCanLibrary()
     std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
     if (!hNxCanApiDll) hNxCanApiDll = MakeNxCanSharedLibrary();
     NxCanLibraryObject& library = *hNxCanApiDll;
-    // Bound once: another wrapper's threads call through the table while a
-    // new wrapper comes up, so a bound table is never written again.
-    if (library.is_loaded() && pfnCanReadReceiveQueue != nullptr) return 0;
     if (!library.is_loaded()) library.load(kNxCanApiLibraryPath);
     if (!library.is_loaded()) return 1;
 
