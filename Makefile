@@ -10,7 +10,7 @@ CMAKE_ARGS ?=
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build test asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
+.PHONY: all setup configure build test demo asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
 
 all: build
 
@@ -37,6 +37,12 @@ build: configure
 test: build
 	ctest --test-dir build --output-on-failure -j $(JOBS)
 
+# The main job on the simulated bus: the bundled recording replayed in sync
+# on one channel while another channel of the same bus is recorded, in one
+# engine, then the recording compared with the original.
+demo: build
+	tools/with-sim-bus build/bin/veldor demo examples/data/sample_drive.asc
+
 # Sanitizer builds live in folders of their own so that they never mix with
 # the normal build.
 asan: setup
@@ -54,7 +60,9 @@ test-tsan: tsan
 	ctest --test-dir build-tsan --output-on-failure -j $(JOBS)
 
 bench: build
-	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@for b in build/bench/bench_*; do \
+	  case "$$b" in */bench_round_trip) ;; *) [ -x "$$b" ] && "$$b";; esac; done
+	tools/with-sim-bus build/bench/bench_round_trip
 
 # The CAN bus access simulator at the package's fixed path. Never replaces
 # or removes a library that it did not install itself (tools/install-sim).

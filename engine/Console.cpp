@@ -71,6 +71,14 @@ std::vector<ReportRecord> Console::Captured() const
     return m_captured;
 }
 
+std::vector<ReportRecord> Console::TakeCaptured()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<ReportRecord> taken;
+    taken.swap(m_captured);
+    return taken;
+}
+
 void Console::ClearCaptured()
 {
     std::lock_guard<std::mutex> lock(m_mutex);

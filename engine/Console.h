@@ -37,6 +37,9 @@ public:
 
     std::vector<ReportRecord> Captured() const;
     void ClearCaptured();
+    // What was captured so far, the capture left empty: a tool that relays
+    // reports as they come takes them in turns and misses none.
+    std::vector<ReportRecord> TakeCaptured();
     // True when a captured report at `level` (or any level for -1) contains
     // `text`.
     bool Contains(const std::string& text, int level = -1) const;

@@ -1,4 +1,5 @@
-// veldor: runs diagram scripts and lists what packages offer.
+// veldor: runs diagram scripts, lists what packages offer, and records and
+// replays CAN buses (the bus commands live in their own classes).
 #include <signal.h>
 
 #include <atomic>
@@ -8,9 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "ChannelsCommand.h"
+#include "DemoCommand.h"
 #include "Engine.h"
 #include "EngineVersion.h"
 #include "ModelListing.h"
+#include "RecordCommand.h"
+#include "ReplayCommand.h"
 #include "Script.h"
 #include "ScriptRunner.h"
 
@@ -26,9 +31,17 @@ const char* const kUsage =
     "      --set Engine.NAME=VALUE\n"
     "                             set an engine property before the script runs\n"
     "  models PACKAGE         list the component models of a package file (.pck)\n"
+    "  channels [--ip ADDR]   list the CAN channels the bus library offers\n"
+    "  record can --channel ID [options] FILE\n"
+    "                         record a CAN channel into a log file (.asc or .log)\n"
+    "  replay can --channel ID [--sync] [--speed X] [options] FILE\n"
+    "                         replay a log file onto a CAN channel\n"
+    "  demo [FILE]            replay the sample in sync while recording the bus, and\n"
+    "                         compare (on the simulated bus: make demo)\n"
     "  version                print the engine's version\n"
     "\n"
-    "The script language is described in docs/scripts.md.\n";
+    "veldor COMMAND --help tells a command's options. The script language is\n"
+    "described in docs/scripts.md.\n";
 
 std::atomic<bool> g_interrupted(false);
 
@@ -137,6 +150,10 @@ int main(int argc, char** argv)
         return 0;
     }
     if (command == "run") return RunScript(argc - 2, argv + 2);
+    if (command == "channels") return veldor::cli::ChannelsCommand().Run(argc - 2, argv + 2);
+    if (command == "record") return veldor::cli::RecordCommand().Run(argc - 2, argv + 2);
+    if (command == "replay") return veldor::cli::ReplayCommand().Run(argc - 2, argv + 2);
+    if (command == "demo") return veldor::cli::DemoCommand().Run(argc - 2, argv + 2);
     if (command == "models") {
         if (argc != 3) {
             std::fprintf(stderr, "usage: veldor models PACKAGE\n");

@@ -37,13 +37,14 @@ FrameView ViewOf(VELDIOElt& element, int kind, int i)
         const VELDCANUniFrame& f = static_cast<const VELDCANUniFrame*>(element.Data())[i];
         view = {f.GetId(), f.HasExtendedId(), static_cast<int>(f.GetDataLength()), f.data, 64, f.IsFD(),
                 f.HasFlag<VELDCANUniFrame::Flag_BRS>() && f.GetFlag<VELDCANUniFrame::Flag_BRS>(),
-                f.HasFlag<VELDCANUniFrame::Flag_Remote>() && f.GetFlag<VELDCANUniFrame::Flag_Remote>(), f.ts};
+                f.HasFlag<VELDCANUniFrame::Flag_Remote>() && f.GetFlag<VELDCANUniFrame::Flag_Remote>(), f.ts,
+                f.HasFlag<VELDCANUniFrame::Flag_FD>()};
     } else if (kind == FdRecord) {
         const VELDCANFDFrame& f = static_cast<const VELDCANFDFrame*>(element.Data())[i];
         view = {f.GetId(), f.HasExtendedId(), f.dataLength, f.data, 64, false, false, false, f.ts};
     } else {
         const VELDCANFrame& f = static_cast<const VELDCANFrame*>(element.Data())[i];
-        view = {f.GetId(), f.HasExtendedId(), f.dataLength, f.data, 8, false, false, f.isRemote, f.ts};
+        view = {f.GetId(), f.HasExtendedId(), f.dataLength, f.data, 8, false, false, f.isRemote, f.ts, true};
     }
     return view;
 }
@@ -73,6 +74,8 @@ void WriteFrame(VELDIOElt& element, int kind, int i, const FrameSpec& spec, cons
         f.SetFD(spec.fd);
         f.SetFlag<VELDCANUniFrame::Flag_BRS>(spec.brs);
         f.SetFlag<VELDCANUniFrame::Flag_TX>(true);
+        f.SetFlag<VELDCANUniFrame::Flag_Remote>(spec.remote);
+        f.SetFrameType(spec.remote ? VELDCANUniFrame::Type_Remote : VELDCANUniFrame::Type_Data);
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     } else if (kind == FdRecord) {
         VELDCANFDFrame& f = static_cast<VELDCANFDFrame*>(element.Data())[i];
@@ -83,6 +86,7 @@ void WriteFrame(VELDIOElt& element, int kind, int i, const FrameSpec& spec, cons
         VELDCANFrame& f = static_cast<VELDCANFrame*>(element.Data())[i];
         std::memset(&f, 0, sizeof f);
         FillIdentity(f, spec);
+        f.isRemote = spec.remote;
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     }
 }

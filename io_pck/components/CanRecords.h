@@ -20,7 +20,8 @@ enum RecordKind { ClassicRecord = 0, FdRecord = 1, UniversalRecord = 2 };
 extern const char* const kRecordKinds;
 
 // A frame as the printer and the statistics see it. A flag that the record
-// cannot tell (FD in a classic record) is false.
+// cannot tell (FD in a classic record) is false; fdKnown tells whether the
+// record said.
 struct FrameView {
     std::uint32_t id;
     bool extended;
@@ -31,6 +32,7 @@ struct FrameView {
     bool brs;
     bool remote;
     VELDTimestamp ts;
+    bool fdKnown = false;  // the record says whether the frame is FD
 };
 
 // The record kind of an element's type, or -1 for one that is no CAN frame.
@@ -48,6 +50,7 @@ struct FrameSpec {
     bool fd;   // universal record only; the FD record is FD by kind
     bool brs;  // universal record only
     VELDTimestamp ts;
+    bool remote = false;  // classic and universal records; the FD record has no remote frames
 };
 // Writes frame `i` of an element of that kind; `data` holds `length` bytes.
 void WriteFrame(VELDIOElt& element, int kind, int i, const FrameSpec& spec, const std::uint8_t* data);

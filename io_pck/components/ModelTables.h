@@ -25,6 +25,13 @@ inline VELDInputDefinition CanInput(const char* name)
     return VELDInputDefinition{name, 0, &VELD::FilterAnyCANFrame, VELD::NeverSkippingReader, 1};
 }
 
+// An output of one 64-bit time in microseconds, such as an injector's time
+// inputs take.
+inline VELDOutputDefinition TimeOutput(const char* name)
+{
+    return VELDOutputDefinition{name, 0, VELDTypeInfo(VELD::Integer64, nullptr, "us"), 1, 16, 1, 1};
+}
+
 const VELDUInt32 kWholeTable = 0xFFFFFFFFu;
 
 // A threaded model whose tables end with a null name.

@@ -55,11 +55,6 @@ private:
     bool m_eofWritten = false;
 };
 
-VELDOutputDefinition TimeOutput(const char* name)
-{
-    return VELDOutputDefinition{name, 0, VELDTypeInfo(VELD::Integer64, nullptr, "us"), 1, 16, 1, 1};
-}
-
 VELDOutputDefinition g_outputs[] = {TimeOutput("oLogStartTime"), TimeOutput("oReplayStartTime"),
                                     TimeOutput("oReplayStopTime"), TimeOutput("oReplayEofTime"),
                                     VELDOutputDefinition{nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0}};

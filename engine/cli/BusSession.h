@@ -1,0 +1,120 @@
+// What the bus commands of veldor share: an engine with the bus package and
+// the io package loaded from the build's package folder, components on a bus
+// channel chosen by name, the run of the diagram with Ctrl-C, the component
+// reports relayed to the user, and the orderly stop that leaves no frame in
+// a FIFO behind.
+//
+// Everything the user is told goes to the standard error stream as
+// "<command>: <text>"; the engine's own printing is off. A failure is told
+// once, by the caller, with the reason that these operations hand back.
+#ifndef VELDOR_CLI_BUS_SESSION_H
+#define VELDOR_CLI_BUS_SESSION_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Engine.h"
+
+namespace veldor::cli {
+
+struct ChannelEntry {
+    std::string id;
+    std::string description;
+};
+
+// A CAN channel as the bus components take it. Rates in bit/s.
+struct ChannelOptions {
+    std::string ip = "127.0.0.1";
+    std::string channel;
+    bool fd = false;
+    long bitRate = 500000;
+    long dataBitRate = 2000000;
+};
+
+class BusSession {
+public:
+    // `who` prefixes every line told: "veldor record".
+    explicit BusSession(const std::string& who);
+    ~BusSession();
+    BusSession(const BusSession&) = delete;
+    BusSession& operator=(const BusSession&) = delete;
+
+    veldor::Engine& GetEngine() { return m_engine; }
+    const std::string& Who() const { return m_who; }
+
+    // The folder of the package files: $VELDOR_PACKAGE_DIR, else "packages"
+    // beside the folder of this program.
+    static std::string PackageFolder();
+    // Where the package loads the CAN bus access library from.
+    static const char* BusLibraryPath();
+
+    // Loads both packages; with `needBus`, fails when the bus access library
+    // is missing.
+    bool Open(bool needBus, std::string* error);
+
+    // The channels the bus library offers at `ip`, through a bus
+    // component's discovery, with their descriptions.
+    bool Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error);
+
+    // A bus component (NxCanMonitoring or NxCanInject) on a channel; an
+    // injector's replay mode first, as it decides the list of channels.
+    bool MakeOnChannel(const std::string& model, const std::string& name, const ChannelOptions& options,
+                       const std::string& replayMode, std::string* error);
+    bool Make(const std::string& model, const std::string& name, std::string* error);
+    bool Set(const std::string& property, const std::string& value, std::string* error);
+    bool Connect(const std::string& output, const std::string& input, std::string* error);
+
+    // Runs the diagram; Ctrl-C is caught from here on.
+    bool Run(std::string* error);
+
+    // Watches the run every `periodSeconds` until `done` answers true, the
+    // user interrupts, a component fails or `limitSeconds` (> 0) pass;
+    // `tick` runs at each turn. The reports of the components are relayed.
+    enum class End { Done, Interrupted, Failed, TimeUp };
+    End Watch(const std::function<bool()>& done, const std::function<void()>& tick, double limitSeconds,
+              double periodSeconds = 0.25);
+    // The reason of the last failure Watch saw.
+    const std::string& Failure() const { return m_failure; }
+    // True, with the reason, when a component reported an error since the
+    // run started or since the last call.
+    bool NewError(std::string* reason);
+
+    // Stops `sources` first, then waits until each of `sinks` has taken all
+    // that reached it (its "idle" figure), then stops the rest.
+    void StopDraining(const std::vector<std::string>& sources, const std::vector<std::string>& sinks);
+
+    long long Figure(const std::string& property);
+    long long Now() { return m_engine.CurrentTime(true, true); }
+
+    // Prints the warnings of the components reported so far (errors are the
+    // caller's to tell);
+    // counts the frames that the monitor said it had to drop.
+    void Relay();
+    long long DroppedByMonitor() const { return m_monitorDrops; }
+
+    // Tells `text` as one line; returns 1, the exit code of a failure.
+    int Fail(const std::string& text) const;
+    void Tell(const std::string& text) const;
+
+    // A component's error as the user reads it: without the "component
+    // <name>: " in front.
+    static std::string Plain(const std::string& report);
+
+private:
+    std::string m_who;
+    veldor::Engine m_engine;
+    std::string m_failure;
+    unsigned long m_errorsSeen = 0;
+    std::string m_firstError;  // the first error reported since the last NewError
+    long long m_monitorDrops = 0;
+};
+
+// Ctrl-C and SIGTERM: the first one asks the running command to stop; a
+// second one ends the process as usual.
+void CatchInterrupts();
+bool Interrupted();
+
+}  // namespace veldor::cli
+
+#endif

@@ -1,0 +1,137 @@
+#include "ReplayCommand.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include "BusDiagrams.h"
+#include "CommonOptions.h"
+#include "StatusLine.h"
+
+namespace veldor::cli {
+
+namespace {
+
+const char* const kWho = "veldor replay";
+
+double Since(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+bool ReadTime(const CommandLine& line, const char* option, long long* microseconds, std::string* error)
+{
+    if (!line.Has(option)) return true;
+    double seconds = 0;
+    if (!ParseDuration(line.Get(option), &seconds)) {
+        *error = std::string(option) + " takes a time such as 500ms or 2s, not \"" + line.Get(option) + "\"";
+        return false;
+    }
+    *microseconds = static_cast<long long>(seconds * 1e6);
+    return true;
+}
+
+}  // namespace
+
+const char* ReplayCommand::Usage()
+{
+    static const std::string text =
+        std::string("usage: veldor replay can --channel ID [options] FILE\n"
+                    "Replays FILE (.asc or .log) onto a CAN channel with its recorded timing, until its\n"
+                    "end or Ctrl-C. CAN FD frames in the file make the channel a CAN FD one.\n\n") +
+        kChannelOptionsUsage +
+        "  --sync               hardware-timed synchronised replay (a channel that can replay)\n"
+        "  --high-speed         with --sync: the channel's high-speed replay path\n"
+        "  --speed X            X times faster than recorded (0.5 slower); not with --sync\n"
+        "  --lead D             from the start to the first frame (500ms)\n"
+        "  --stop-after D       with --sync: the hardware stops D after the replay start\n"
+        "  --on-error ACTION    a line that can't be read: skip (told with its number; default)\n"
+        "                       or stop\n";
+    return text.c_str();
+}
+
+int ReplayCommand::Run(int argc, char** argv)
+{
+    CommandLine line;
+    DeclareChannelOptions(line);
+    line.Flag("--sync").Flag("--high-speed").Value("--speed").Value("--lead").Value("--stop-after").Value("--on-error");
+    std::string error;
+    ReplaySettings settings;
+    double speed = 1;
+    BusSession session(kWho);
+    if (!line.Parse(argc, argv, &error)) return session.Fail(error + "\n" + Usage()) + 1;
+    if (line.Has("-h") || line.Has("--help")) {
+        std::fputs(Usage(), stdout);
+        return 0;
+    }
+    if (!ReadCanFile(line, &settings.file, &error) || !ReadChannelOptions(line, &settings.channel, &error) ||
+        !ReadTime(line, "--lead", &settings.lead, &error) || !ReadTime(line, "--stop-after", &settings.stopAfter, &error))
+        return session.Fail(error) + 1;
+    settings.sync = line.Has("--sync");
+    settings.highSpeed = line.Has("--high-speed");
+    if (line.Has("--speed") && !ParseSpeed(line.Get("--speed"), &speed))
+        return session.Fail("--speed takes a positive number such as 2 or 0.5, not \"" + line.Get("--speed") + "\"") + 1;
+    if (settings.sync && speed != 1)
+        return session.Fail("--speed is for a replay paced here; a synchronised replay runs on the hardware's clock, "
+                            "in real time") +
+               1;
+    const std::string onError = line.Get("--on-error", "skip");
+    if (onError != "skip" && onError != "stop")
+        return session.Fail("--on-error is skip or stop, not \"" + onError + "\"") + 1;
+    settings.stopOnError = onError == "stop";
+
+    // What the file holds, for the channel's kind and the remaining time. A
+    // file that can't be read is the player's to tell, in its own words.
+    LogSummary recording;
+    std::string unreadable;
+    if (Summarize(settings.file, &recording, &unreadable)) settings.channel.fd = settings.channel.fd || recording.fd;
+
+    if (!session.Open(true, &error)) return session.Fail(error);
+    session.GetEngine().Clock().SetSpeed(static_cast<int>(speed * 1000 + 0.5));
+    // The news of the speed is told before any component listens: none
+    // hears it while it is being made.
+    session.GetEngine().Clock().Flush();
+    if (!AddReplay(session, settings, &error) || !session.Run(&error)) return session.Fail(error);
+
+    const auto start = std::chrono::steady_clock::now();
+    ReplayProgress progress(session, settings, recording, speed);
+    StatusLine status;
+    RateMeter rate;
+    long long lastBusTime = 0;
+    double lastTime = 0;
+    double load = 0;
+    auto show = [&] {
+        const long long sent = progress.Sent();
+        const double now = Since(start);
+        const long long busTime = session.Figure("player.bus_time");
+        if (now > lastTime) load = static_cast<double>(busTime - lastBusTime) / 1e6 / (now - lastTime);
+        lastBusTime = busTime;
+        lastTime = now;
+        status.Show("replaying onto " + settings.channel.channel + ": " + std::to_string(sent) + " of " +
+                    std::to_string(recording.frames) + " frames  " +
+                    std::to_string(static_cast<long long>(rate.Update(sent) + 0.5)) + "/s  bus load " +
+                    Percent(load) + "  " + Seconds(now) + ", " + Seconds(progress.Remaining()) + " to go");
+    };
+    // The replay lasts the file's time, the lead and a margin for the bus.
+    const double limit = (static_cast<double>(recording.Duration() + settings.lead) / 1e6) / speed + 30;
+    const BusSession::End end = session.Watch([&] { return progress.Ended(); }, show, limit);
+    status.Clear();
+    const long long sent = progress.Sent();
+    const long long dropped = progress.Dropped();
+    const long long late = progress.Late();
+    const long long unreadableLines = progress.UnreadableLines();
+    session.GetEngine().Graph().Shutdown();
+    session.Relay();
+    std::string failure = session.Failure();
+    if (end == BusSession::End::Failed || session.NewError(&failure)) return session.Fail(failure);
+    if (end == BusSession::End::TimeUp) return session.Fail("the replay did not end in time");
+
+    std::printf("replayed %lld frames of %s in %s onto %s (%s); dropped %lld, late %lld", sent, settings.file.c_str(),
+                Seconds(Since(start)).c_str(), settings.channel.channel.c_str(),
+                settings.sync ? "synchronised" : ("speed " + std::to_string(speed).substr(0, 4)).c_str(), dropped,
+                late);
+    if (unreadableLines > 0) std::printf(", unreadable lines %lld", unreadableLines);
+    std::printf("%s\n", end == BusSession::End::Interrupted ? " (interrupted)" : "");
+    return 0;
+}
+
+}  // namespace veldor::cli

@@ -1,0 +1,67 @@
+// What the tests of the file player, the file recorder and the bus commands
+// share: log files of counted frames, the veldor command run as a user runs
+// it, and the frames a CanFrameStats wrote into its csv file.
+#ifndef VELDOR_TESTS_MAIN_JOB_TEST_H
+#define VELDOR_TESTS_MAIN_JOB_TEST_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "can_log/CanFrame.h"
+
+namespace mainjob {
+
+using veldor::canlog::CanFrame;
+
+// `count` classic frames `period` apart from `start`, frame k carrying k in
+// its first four bytes (what CanFrameStats counts).
+std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std::int64_t start = 1700000000000000);
+void WriteLog(const std::string& path, const std::vector<CanFrame>& frames);
+std::vector<CanFrame> ReadLog(const std::string& path);
+std::string ReadText(const std::string& path);
+void WriteText(const std::string& path, const std::string& text);
+
+// One line of a CanFrameStats csv file.
+struct Arrival {
+    long long counter;
+    long long frameTime;
+    long long arrival;  // engine time
+};
+std::vector<Arrival> ReadArrivals(const std::string& path);
+
+struct CommandResult {
+    int code = -1;  // -1: did not end in time (it was killed)
+    std::string out;
+    std::string err;
+    // Lines of the standard error stream.
+    std::vector<std::string> ErrLines() const;
+};
+
+// The veldor command, started with its outputs going to files of `folder`.
+class Veldor {
+public:
+    Veldor(const std::vector<std::string>& arguments, const std::string& folder);
+    ~Veldor();
+    // Ctrl-C.
+    void Interrupt();
+    // Waits for the end, at most `seconds`; kills it after that.
+    CommandResult Wait(double seconds = 60);
+    // What it printed so far.
+    std::string Out() const;
+
+private:
+    pid_t m_pid;
+    std::string m_out;
+    std::string m_err;
+    bool m_waited = false;
+};
+
+// Runs the command to its end.
+CommandResult RunVeldor(const std::vector<std::string>& arguments, const std::string& folder, double seconds = 60);
+
+}  // namespace mainjob
+
+#endif

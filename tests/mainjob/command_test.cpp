@@ -1,0 +1,195 @@
+// The bus commands of veldor as a user runs them, on the simulated bus (the
+// test runs under tools/with-sim-bus; the commands it starts share its bus):
+// the channel list, a replay recorded by another process, Ctrl-C, and each
+// bad input with its one message and exit code.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "MainJobTest.h"
+#include "can_log/CanFrame.h"
+
+namespace mainjob {
+namespace {
+
+class Command : public ::testing::Test {
+protected:
+    Command()
+    {
+        char pattern[] = "/tmp/veldor_command.XXXXXX";
+        m_folder = mkdtemp(pattern);
+    }
+    ~Command() override { std::system(("rm -rf " + m_folder).c_str()); }
+
+    std::string File(const std::string& name) const { return m_folder + "/" + name; }
+    CommandResult Veldor(const std::vector<std::string>& args, double seconds = 60)
+    {
+        return RunVeldor(args, m_folder, seconds);
+    }
+    // Waits until a background command says something on its standard
+    // output or writes its file.
+    static bool Eventually(const std::function<bool()>& done, double seconds = 10)
+    {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > until) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+    std::string m_folder;
+};
+
+TEST_F(Command, ChannelsListsTheBusWithDescriptions)
+{
+    const CommandResult r = Veldor({"channels"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    for (const char* line : {"NVX-CAN-1   Vendor: Norvex; Interface: NVX CAN FD Interface 4",
+                             "NVX-VIRT-1  Vendor: Norvex; Interface: Virtual", "ORV-CAN-1   Vendor: Orvik Labs"})
+        EXPECT_NE(r.out.find(line), std::string::npos) << r.out;
+    const CommandResult elsewhere = Veldor({"channels", "--ip", "10.9.9.9"});
+    EXPECT_EQ(elsewhere.code, 1);
+    EXPECT_EQ(elsewhere.err, "veldor channels: the bus library offers no CAN channel at 10.9.9.9\n");
+}
+
+TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)
+{
+    // Classic and FD frames, 2 ms apart; the recorder takes the channel as
+    // FD to hear both.
+    std::vector<CanFrame> frames = CountedFrames(400, 2000);
+    for (std::size_t k = 0; k < frames.size(); k += 3) {
+        frames[k].fd = true;
+        frames[k].bitRateSwitch = k % 2 == 0;
+        frames[k].length = 16;
+    }
+    WriteLog(File("original.asc"), frames);
+    mainjob::Veldor recorder({"record", "can", "--channel", "NVX-CAN-2", "--fd", File("copy.log")}, m_folder);
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));  // its channel is open by then
+    const CommandResult replay = Veldor({"replay", "can", "--channel", "NVX-CAN-1", File("original.asc")});
+    EXPECT_EQ(replay.code, 0) << replay.err;
+    EXPECT_NE(replay.out.find("replayed 400 frames"), std::string::npos) << replay.out;
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    recorder.Interrupt();
+    const CommandResult recorded = recorder.Wait(20);
+    ASSERT_EQ(recorded.code, 0) << recorded.err;
+    EXPECT_NE(recorded.out.find("recorded 400 frames"), std::string::npos) << recorded.out;
+    EXPECT_NE(recorded.out.find("(interrupted)"), std::string::npos) << recorded.out;
+
+    const std::vector<CanFrame> copy = ReadLog(File("copy.log"));
+    ASSERT_EQ(copy.size(), frames.size());
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        EXPECT_EQ(copy[k].id, frames[k].id) << k;
+        EXPECT_EQ(copy[k].fd, frames[k].fd) << k;
+        EXPECT_EQ(copy[k].bitRateSwitch, frames[k].bitRateSwitch) << k;
+        ASSERT_EQ(copy[k].length, frames[k].length) << k;
+        EXPECT_TRUE(std::equal(copy[k].data.begin(), copy[k].data.begin() + copy[k].length, frames[k].data.begin()))
+            << k;
+    }
+    // The file's times are on the calendar: the recording was made now.
+    const long long now = std::chrono::duration_cast<std::chrono::microseconds>(
+                              std::chrono::system_clock::now().time_since_epoch())
+                              .count();
+    EXPECT_NEAR(static_cast<double>(copy.back().timestamp), static_cast<double>(now), 30e6);
+}
+
+TEST_F(Command, CtrlCClosesTheFileAndPrintsTheCounts)
+{
+    mainjob::Veldor recorder({"record", "can", "--channel", "NVX-CAN-2", File("quiet.asc")}, m_folder);
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    recorder.Interrupt();
+    const CommandResult r = recorder.Wait(20);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_NE(r.out.find("recorded 0 frames in"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("into " + File("quiet.asc") + "; dropped 0 (interrupted)"), std::string::npos) << r.out;
+}
+
+TEST_F(Command, AChannelInUseIsRefusedAndTheOtherUserGoesOn)
+{
+    mainjob::Veldor first({"record", "can", "--channel", "NVX-CAN-2", File("first.asc")}, m_folder);
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    const CommandResult second = Veldor({"record", "can", "--channel", "NVX-CAN-2", File("second.asc")});
+    EXPECT_EQ(second.code, 1);
+    ASSERT_EQ(second.ErrLines().size(), 1u) << second.err;
+    EXPECT_NE(second.err.find("veldor record: "), std::string::npos);
+    EXPECT_NE(second.err.find("NVX-CAN-2"), std::string::npos) << second.err;
+    EXPECT_NE(second.err.find("in use"), std::string::npos) << second.err;
+    first.Interrupt();
+    const CommandResult r = first.Wait(20);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("recorded 0 frames"), std::string::npos) << r.out;
+}
+
+// One bad input: a file's text (none: the file does not exist) and the
+// command's arguments; what it must say and its exit code.
+struct BadInput {
+    const char* name;
+    const char* extension;
+    const char* text;  // null: no file
+    std::vector<std::string> options;
+    int code;
+    const char* message;
+    int replayed;  // -1: nothing replayed
+};
+
+class CommandBadInput : public Command, public ::testing::WithParamInterface<BadInput> {};
+
+const char* const kGoodLines =
+    "(1700000000.000000) can0 100#0011223344556677\n"
+    "(1700000000.001000) can0 101#0011223344556677\n";
+
+TEST_P(CommandBadInput, GivesOneClearMessage)
+{
+    const BadInput& c = GetParam();
+    const std::string file = File(std::string("input.") + c.extension);
+    if (c.text) WriteText(file, c.text);
+    std::vector<std::string> args{"replay", "can", "--channel", "NVX-CAN-1"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    args.push_back(file);
+    const CommandResult r = Veldor(args);
+    EXPECT_EQ(r.code, c.code) << r.err;
+    ASSERT_EQ(r.ErrLines().size(), 1u) << r.err;
+    EXPECT_EQ(r.err.rfind("veldor replay: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    if (c.replayed >= 0)
+        EXPECT_NE(r.out.find("replayed " + std::to_string(c.replayed) + " frames"), std::string::npos) << r.out;
+    else
+        EXPECT_EQ(r.out, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, CommandBadInput,
+    ::testing::Values(
+        BadInput{"Missing", "log", nullptr, {}, 1, "input.log: No such file or directory", -1},
+        BadInput{"Empty", "log", "", {}, 1, "input.log holds no CAN frame", -1},
+        BadInput{"Truncated", "log", "(1700000000.000000) can0 100#0011223344556677\n(1700000000.001000) can0 10", {}, 0,
+                 "input.log: line 2: ", 1},
+        BadInput{"InvalidIdentifier", "log",
+                 "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
+                 "(1700000000.001000) can0 101#0011223344556677\n",
+                 {}, 0, "input.log: line 2: invalid identifier", 2},
+        BadInput{"InvalidIdentifierStops", "log",
+                 "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
+                 "(1700000000.001000) can0 101#0011223344556677\n",
+                 {"--on-error", "stop"}, 1, "input.log: line 2: invalid identifier", -1},
+        BadInput{"InvalidDlc", "asc",
+                 "date Tue Nov 14 10:13:20.123 pm 2023\nbase hex  timestamps absolute\n"
+                 "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n"
+                 "   0.000100 1  123             Rx   d 2 01 02\n"
+                 "   0.000200 1  124             Rx   d 19 01 02\n"
+                 "   0.000300 1  125             Rx   d 1 01\n"
+                 "End TriggerBlock\n",
+                 {}, 0, "input.asc: line 5: invalid DLC", 2},
+        BadInput{"UnknownChannel", "log", kGoodLines, {"--channel", "NVX-CAN-9"}, 1,
+                 "unknown channel \"NVX-CAN-9\" at 127.0.0.1; channels: NVX-CAN-1, NVX-CAN-2", -1},
+        BadInput{"SpeedWithSync", "log", kGoodLines, {"--sync", "--speed", "2"}, 2, "--speed is for a replay paced here", -1}),
+    [](const ::testing::TestParamInfo<BadInput>& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace mainjob
