@@ -83,6 +83,8 @@ void Console::ClearCaptured()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_captured.clear();
+    m_errorCount = 0;
+    m_lastError.clear();
 }
 
 size_t Console::CountContaining(const std::string& text, int level) const

@@ -36,6 +36,7 @@ public:
     void SetCapture(bool on);
 
     std::vector<ReportRecord> Captured() const;
+    // Forgets what was said: the capture, the error count and the last error.
     void ClearCaptured();
     // What was captured so far, the capture left empty: a tool that relays
     // reports as they come takes them in turns and misses none.
