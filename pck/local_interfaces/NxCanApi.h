@@ -210,10 +210,10 @@ static_assert(sizeof(EventHandle) == 96, "EventHandle layout");
 static_assert(offsetof(EventHandle, m_mutex) == 8, "EventHandle layout");
 static_assert(offsetof(EventHandle, m_cond) == 48, "EventHandle layout");
 
-// A new event on the heap, with default mutex and condition attributes. The
-// library may hold on to an event after its wrapper is gone, so events are
-// never destroyed: each one stays alive, and reachable, until the process
-// ends.
+// A new event, with default mutex and condition attributes. The library may
+// hold on to an event after its wrapper is gone, so events are never
+// destroyed: each one stays alive until the process ends, also when the
+// package is unloaded before.
 HANDLE CreateEventB(bool signalled);
 
 // --- the operations --------------------------------------------------------------

@@ -1,10 +1,13 @@
 // Loading of the CAN bus access library and the table of its operations.
 #include "NxCanApi.h"
 
+#include <dlfcn.h>
+#include <sys/mman.h>
+
 #include <boost/dll/shared_library.hpp>
 
 #include <mutex>
-#include <vector>
+#include <new>
 
 #define NXCAN_DEFINE_POINTER(name) NXCANAPI_FUNC_PTR_##name pfnCan##name = nullptr;
 NXCAN_API_OPERATIONS(NXCAN_DEFINE_POINTER)
@@ -23,24 +26,20 @@ NxCanLibraryObject::~NxCanLibraryObject() = default;
 
 namespace {
 
-// Libraries that stay mapped until the process ends.
-std::vector<boost::dll::shared_library>& KeptLibraries()
-{
-    static auto* kept = new std::vector<boost::dll::shared_library>;
-    return *kept;
-}
-
 class NxCanSharedLibrary : public NxCanLibraryObject {
 public:
-    // The bus library runs threads of its own and keeps state for the whole
-    // process; it is never unmapped, not even when the process-wide object
-    // goes at exit, just as UnloadCanLibrary only clears the table.
-    ~NxCanSharedLibrary() override
-    {
-        if (m_library.is_loaded()) KeptLibraries().push_back(std::move(m_library));
-    }
     bool is_loaded() const override { return m_library.is_loaded(); }
-    void load(const std::string& path) override { m_library.load(boost::dll::fs::path(path)); }
+    // The bus library runs threads of its own and keeps state for the whole
+    // process, so it must never be unmapped, not even when this object or
+    // the package goes. A first opening with RTLD_NODELETE marks it so; the
+    // handle that Boost keeps is then released as usual when this object is
+    // destroyed, and the library stays. A path that can't be opened is left
+    // to Boost, which says why.
+    void load(const std::string& path) override
+    {
+        if (void* pinned = dlopen(path.c_str(), RTLD_NOW | RTLD_NODELETE)) dlclose(pinned);
+        m_library.load(boost::dll::fs::path(path));
+    }
     void* get(const std::string& symbol) override
     {
         return reinterpret_cast<void*>(&m_library.get<void()>(symbol));
@@ -50,17 +49,36 @@ private:
     boost::dll::shared_library m_library;
 };
 
-// Every event ever handed out, so that they stay reachable until the end.
-struct EventKeeper {
-    std::mutex mutex;
-    std::vector<std::unique_ptr<EventHandle>> events;
+// Events are handed to the library, which may signal one after its wrapper,
+// and even this package, is gone; so they live in pages mapped for the rest
+// of the process, which no unloading takes away. An event is never freed.
+class EventPages {
+public:
+    EventHandle* Make()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_page || m_used + sizeof(EventHandle) > kPageBytes) {
+            void* page = mmap(nullptr, kPageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (page == MAP_FAILED) throw std::bad_alloc();
+            m_page = static_cast<unsigned char*>(page);
+            m_used = 0;
+        }
+        void* place = m_page + m_used;
+        m_used += sizeof(EventHandle);
+        return new (place) EventHandle();
+    }
+
+private:
+    static constexpr std::size_t kPageBytes = 4096;
+    static_assert(sizeof(EventHandle) % alignof(EventHandle) == 0, "events follow each other aligned");
+
+    std::mutex m_mutex;
+    unsigned char* m_page = nullptr;
+    std::size_t m_used = 0;
 };
 
-EventKeeper& Events()
-{
-    static EventKeeper* keeper = new EventKeeper;
-    return *keeper;
-}
+EventPages g_eventPages;
+std::recursive_mutex g_canLibraryLock;
 
 }  // namespace
 
@@ -68,22 +86,14 @@ std::unique_ptr<NxCanLibraryObject> MakeNxCanSharedLibrary() { return std::make_
 
 HANDLE CreateEventB(bool signalled)
 {
-    auto event = std::make_unique<EventHandle>();
+    EventHandle* event = g_eventPages.Make();
     event->m_signalled = signalled;
     pthread_mutex_init(&event->m_mutex, nullptr);
     pthread_cond_init(&event->m_cond, nullptr);
-    EventHandle* raw = event.get();
-    EventKeeper& keeper = Events();
-    std::lock_guard<std::mutex> lock(keeper.mutex);
-    keeper.events.push_back(std::move(event));
-    return raw;
+    return event;
 }
 
-std::recursive_mutex& CanLibraryLock()
-{
-    static std::recursive_mutex* lock = new std::recursive_mutex;
-    return *lock;
-}
+std::recursive_mutex& CanLibraryLock() { return g_canLibraryLock; }
 
 void InitCanFunctionPointers()
 {

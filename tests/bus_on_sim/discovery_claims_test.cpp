@@ -1,7 +1,10 @@
 // Finding channels at an address, and claiming one: the real loading code and
 // the real wrapper against the simulated library at the fixed path.
+#include <dlfcn.h>
+
 #include <map>
 
+#include "NxCanApi.h"
 #include "SimBusTest.h"
 
 namespace nxbus_on_sim {
@@ -105,6 +108,29 @@ TEST_F(ChannelClaims, AChannelThatAnotherWrapperHoldsIsRefusedUntilItIsReleased)
     replay.reset();
     holder.reset();
     EXPECT_TRUE(Open(Monitoring("NVX-CAN-2")));
+}
+
+using LibraryLifetime = SimBusTest;
+
+// The library runs threads of its own: it stays mapped when the object that
+// loaded it goes (as it does when the package is unloaded), and a later
+// load finds it as it was.
+TEST_F(LibraryLifetime, TheLibraryStaysMappedWhenItsObjectIsGone)
+{
+    ASSERT_EQ(LoadCanLibrary(), 0);
+    ASSERT_TRUE(hNxCanApiDll);
+    hNxCanApiDll.reset();
+    void* mapped = dlopen(kNxCanApiLibraryPath, RTLD_NOW | RTLD_NOLOAD);
+    EXPECT_NE(mapped, nullptr) << "the library was unmapped";
+    if (mapped) dlclose(mapped);
+
+    ASSERT_EQ(LoadCanLibrary(), 0);
+    auto rx = Open(Monitoring("NVX-CAN-2"));
+    auto tx = Open(Monitoring("NVX-CAN-1"));
+    ASSERT_TRUE(rx && tx);
+    std::vector<NXSCanMessage> sent = ToMessages({MixedTraffic().front()});
+    ASSERT_EQ(tx->TransmitMessages(sent.data(), 1).errorCode, 0);
+    EXPECT_EQ(Receive(*rx, 1).size(), 1u);
 }
 
 }  // namespace
