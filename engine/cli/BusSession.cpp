@@ -68,7 +68,7 @@ bool RateItem(long bitsPerSecond, std::string* item, std::string* error)
 
 }  // namespace
 
-void CatchInterrupts()
+const std::atomic<bool>* CatchInterrupts()
 {
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
@@ -76,6 +76,7 @@ void CatchInterrupts()
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    return &g_interrupted;
 }
 
 bool Interrupted() { return g_interrupted.load(); }

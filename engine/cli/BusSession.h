@@ -10,6 +10,7 @@
 #ifndef VELDOR_CLI_BUS_SESSION_H
 #define VELDOR_CLI_BUS_SESSION_H
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -111,8 +112,9 @@ private:
 };
 
 // Ctrl-C and SIGTERM: the first one asks the running command to stop; a
-// second one ends the process as usual.
-void CatchInterrupts();
+// second one ends the process as usual. Returns the flag that the first one
+// sets.
+const std::atomic<bool>* CatchInterrupts();
 bool Interrupted();
 
 }  // namespace veldor::cli

@@ -1,6 +1,5 @@
 // veldor: runs diagram scripts, lists what packages offer, and records and
 // replays CAN buses (the bus commands live in their own classes).
-#include <signal.h>
 
 #include <atomic>
 #include <cstdio>
@@ -9,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "BusSession.h"
 #include "ChannelsCommand.h"
 #include "DemoCommand.h"
 #include "Engine.h"
@@ -42,16 +42,6 @@ const char* const kUsage =
     "\n"
     "veldor COMMAND --help tells a command's options. The script language is\n"
     "described in docs/scripts.md.\n";
-
-std::atomic<bool> g_interrupted(false);
-
-// The first Ctrl-C stops the diagram cleanly; a second one ends the process
-// as usual.
-void OnInterrupt(int signal)
-{
-    g_interrupted = true;
-    ::signal(signal, SIG_DFL);
-}
 
 int Usage(std::FILE* out, int code)
 {
@@ -110,14 +100,8 @@ int RunScript(int argc, char** argv)
         }
     }
 
-    struct sigaction action;
-    std::memset(&action, 0, sizeof action);
-    action.sa_handler = OnInterrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-
-    veldor::ScriptRunner runner(engine, &g_interrupted);
+    // The first Ctrl-C stops the diagram cleanly.
+    veldor::ScriptRunner runner(engine, veldor::cli::CatchInterrupts());
     if (!runner.Run(script, &error)) {
         std::fprintf(stderr, "%s\n", error.c_str());
         return 1;

@@ -2,7 +2,8 @@
 // say, kept in figures for whoever drives the diagram: state (the bus
 // library's replay state: 0 unknown, 1 scheduled, 2 started, 3 stopped at
 // the stop time, 4 ended with the end of data, 5 flushed), sent, dropped,
-// failed, error_data, and records (how many records came).
+// failed, error_data, records (how many records came), and states_seen (a
+// mask of every state that came: bit n for state n).
 #include "ModelTables.h"
 #include "NxBusReplayStateInfo.h"
 #include "veld_io_elt.h"
@@ -14,7 +15,7 @@ class CanReplayStatus : public VELDModel<CanReplayStatus> {
 public:
     using VELDModel::VELDModel;
 
-    void Birth() override { m_records = 0; }
+    void Birth() override { m_records = m_seen = 0; }
 
     void Core() override
     {
@@ -28,12 +29,15 @@ public:
         DirectSet(Property("failed"), VELDInt64(info.ui64SendFailed));
         DirectSet(Property("error_data"), VELDInt64(info.ui64ErrorData));
         DirectSet(Property("records"), ++m_records);
+        if (info.tReplayState < 32) m_seen |= VELDInt64(1) << info.tReplayState;
+        DirectSet(Property("states_seen"), m_seen);
         // Last: a reader that sees the final state sees the counts with it.
         DirectSet(Property("state"), VELDInt64(info.tReplayState));
     }
 
 private:
     VELDInt64 m_records = 0;
+    VELDInt64 m_seen = 0;
 };
 
 const VELDTypeFilterBase g_structures(VELD::NoMask, VELD::NoType, VELD::Structure);
@@ -42,7 +46,7 @@ VELDInputDefinition g_inputs[] = {{"iReplayStateInfo", 0, &g_structures, VELD::F
                                   VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};
 VELDPropertyDefinition g_properties[] = {Figure("state"),  Figure("sent"),       Figure("dropped"),
                                          Figure("failed"), Figure("error_data"), Figure("records"),
-                                         VELDPropertyDefinition()};
+                                         Figure("states_seen"), VELDPropertyDefinition()};
 
 }  // namespace
 }  // namespace veldor_io

@@ -49,8 +49,8 @@ protected:
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
         Connect("gen.oCAN", "tx.iCAN");
 
-        Make("ReplayStateProbe", "probe");
-        Connect("tx.oReplayStateInfo", "probe.iState");
+        Make("CanReplayStatus", "probe");
+        Connect("tx.oReplayStateInfo", "probe.iReplayStateInfo");
 
         // Made last, so that the lead counts from a moment when the
         // injector is up.

@@ -18,39 +18,26 @@
 #include "LoadedBus.h"
 #include "MainJobTest.h"
 #include "RoundTrip.h"
-#include "sim_frame.h"
+#include "SimulatedDuration.h"
 
 namespace mainjob {
 namespace {
 
-// How long the simulated bus holds a frame: its worst-case bit count at
-// 500 kbit/s and 2 Mbit/s, as the simulator reckons it.
-veldor::sample::FrameDuration SimulatedDuration()
-{
-    return [](const veldor::canlog::CanFrame& f) {
-        nxsim::FrameShape shape;
-        shape.extended = f.extended;
-        shape.fd = f.fd;
-        shape.brs = f.bitRateSwitch;
-        shape.remote = f.remote;
-        shape.length = f.length;
-        return static_cast<std::int64_t>(nxsim::FrameDurationNs(shape, 500000, 2000000));
-    };
-}
-
-// Stated tolerances of the gaps between frames, microseconds: the median
-// gap within the frames' own difference in length, nearly all within 2 ms
-// (generous: a busy machine may hold the replay or the reception back for a
-// moment; the benchmark tells the figures of a quiet one).
+// The median gap stays within the frames' own difference in length, and
+// the frames keep to the recorded time line: a replay that sent them as fast
+// as the bus takes them would drift from it by a fifth of the recording's
+// length. How far the rest spread depends on how busy the machine is;
+// bench_round_trip measures that on a quiet one.
 const double kGapP50 = 200;
-const double kGapP99 = 2000;
+const double kDriftP50 = 50000;
 
 TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
 {
     char pattern[] = "/tmp/round_trip.XXXXXX";
     const std::string folder = mkdtemp(pattern);
-    const std::vector<CanFrame> frames = veldor::sample::LoadedBus(3000, 0.8, SimulatedDuration(), 1700000000000000);
-    ASSERT_NEAR(veldor::sample::BusLoad(frames, SimulatedDuration()), 0.8, 0.01);
+    const veldor::sample::FrameDuration held = veldor::sample::SimulatedDuration();
+    const std::vector<CanFrame> frames = veldor::sample::LoadedBus(3000, 0.8, held, 1700000000000000);
+    ASSERT_NEAR(veldor::sample::BusLoad(frames, held), 0.8, 0.01);
     WriteLog(folder + "/loaded.asc", frames);
 
     veldor::cli::BusSession session("round trip");
@@ -74,7 +61,7 @@ TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
     EXPECT_EQ(c.recordedFrames, 3000u);
     EXPECT_EQ(c.differing, 0u) << c.firstDifference;
     EXPECT_LT(c.gaps.p50, kGapP50);
-    EXPECT_LT(c.gaps.p99, kGapP99);
+    EXPECT_LT(c.relativeToFirst.p50, kDriftP50);
     std::system(("rm -rf " + folder).c_str());
 }
 
