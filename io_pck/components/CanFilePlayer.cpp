@@ -162,7 +162,7 @@ public:
             if (const char* why = UnfitFor(m_frame, m_kind)) {
                 if (m_unfit++ == 0) ReportWarning((m_path + ": " + why + "; such frames are passed over").c_str(), 0);
             } else {
-                WriteFrame(*element, m_kind, n++, SpecOf(m_frame), m_frame.data.data());
+                WriteFrame(*element, m_kind, n++, FieldsOf(m_frame), m_frame.data.data());
                 if (now - Due(m_frame) > m_lateThreshold) ++m_late;
                 m_busTime.Add(m_frame);
                 m_position = m_frame.timestamp - m_logStart;

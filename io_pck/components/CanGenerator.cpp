@@ -40,11 +40,11 @@ public:
         m_period = GetIntegerProperty("period");
         m_firstTimestamp = GetIntegerProperty("first_timestamp");
         m_paced = GetBoolProperty("paced");
-        m_spec.id = static_cast<std::uint32_t>(GetIntegerProperty("identifier"));
-        m_spec.extended = GetBoolProperty("extended");
-        m_spec.length = static_cast<int>(GetIntegerProperty("length"));
-        m_spec.fd = GetBoolProperty("fd");
-        m_spec.brs = GetBoolProperty("brs");
+        m_fields.id = static_cast<std::uint32_t>(GetIntegerProperty("identifier"));
+        m_fields.extended = GetBoolProperty("extended");
+        m_fields.length = static_cast<int>(GetIntegerProperty("length"));
+        m_fields.fd = GetBoolProperty("fd");
+        m_fields.brs = GetBoolProperty("brs");
         m_sent = 0;
         m_payload.assign(64, 0);
         m_next = VELD::CurrentTime(true, true);
@@ -69,8 +69,8 @@ public:
             const std::uint32_t counter = static_cast<std::uint32_t>(m_sent + i);
             for (int b = 0; b < 4; ++b) m_payload[b] = static_cast<std::uint8_t>(counter >> (8 * b));
             for (int b = 4; b < 64; ++b) m_payload[b] = static_cast<std::uint8_t>((counter + b) & 0xFF);
-            m_spec.ts = m_firstTimestamp != 0 ? m_firstTimestamp + static_cast<VELDTimestamp>(counter) * m_period : now;
-            WriteFrame(*element, m_kind, i, m_spec, m_payload.data());
+            m_fields.ts = m_firstTimestamp != 0 ? m_firstTimestamp + static_cast<VELDTimestamp>(counter) * m_period : now;
+            WriteFrame(*element, m_kind, i, m_fields, m_payload.data());
         }
         element->Timestamp() = m_firstTimestamp != 0 ? m_firstTimestamp + m_sent * m_period : now;
         StopWriting(element);
@@ -87,7 +87,7 @@ private:
     VELDInt64 m_period = 1000;
     VELDInt64 m_firstTimestamp = 0;
     bool m_paced = true;
-    FrameSpec m_spec{};
+    FrameFields m_fields{};
     VELDInt64 m_sent = 0;
     VELDTimestamp m_next = 0;
     std::vector<std::uint8_t> m_payload;

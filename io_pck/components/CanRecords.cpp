@@ -52,41 +52,41 @@ FrameView ViewOf(VELDIOElt& element, int kind, int i)
 namespace {
 
 template <class Frame>
-void FillIdentity(Frame& frame, const FrameSpec& spec)
+void FillIdentity(Frame& frame, const FrameFields& fields)
 {
-    if (spec.extended)
-        frame.SetExtendedId(spec.id);
+    if (fields.extended)
+        frame.SetExtendedId(fields.id);
     else
-        frame.SetStandardId(spec.id);
-    frame.SetDataLength(static_cast<std::size_t>(spec.length));
-    frame.SetTimestamp(spec.ts);
+        frame.SetStandardId(fields.id);
+    frame.SetDataLength(static_cast<std::size_t>(fields.length));
+    frame.SetTimestamp(fields.ts);
 }
 
 }  // namespace
 
-void WriteFrame(VELDIOElt& element, int kind, int i, const FrameSpec& spec, const std::uint8_t* data)
+void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, const std::uint8_t* data)
 {
-    const std::size_t n = spec.length < 0 ? 0 : static_cast<std::size_t>(spec.length);
+    const std::size_t n = fields.length < 0 ? 0 : static_cast<std::size_t>(fields.length);
     if (kind == UniversalRecord) {
         VELDCANUniFrame& f = static_cast<VELDCANUniFrame*>(element.Data())[i];
         f.Reset();
-        FillIdentity(f, spec);
-        f.SetFD(spec.fd);
-        f.SetFlag<VELDCANUniFrame::Flag_BRS>(spec.brs);
+        FillIdentity(f, fields);
+        f.SetFD(fields.fd);
+        f.SetFlag<VELDCANUniFrame::Flag_BRS>(fields.brs);
         f.SetFlag<VELDCANUniFrame::Flag_TX>(true);
-        f.SetFlag<VELDCANUniFrame::Flag_Remote>(spec.remote);
-        f.SetFrameType(spec.remote ? VELDCANUniFrame::Type_Remote : VELDCANUniFrame::Type_Data);
+        f.SetFlag<VELDCANUniFrame::Flag_Remote>(fields.remote);
+        f.SetFrameType(fields.remote ? VELDCANUniFrame::Type_Remote : VELDCANUniFrame::Type_Data);
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     } else if (kind == FdRecord) {
         VELDCANFDFrame& f = static_cast<VELDCANFDFrame*>(element.Data())[i];
         std::memset(&f, 0, sizeof f);
-        FillIdentity(f, spec);
+        FillIdentity(f, fields);
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     } else {
         VELDCANFrame& f = static_cast<VELDCANFrame*>(element.Data())[i];
         std::memset(&f, 0, sizeof f);
-        FillIdentity(f, spec);
-        f.isRemote = spec.remote;
+        FillIdentity(f, fields);
+        f.isRemote = fields.remote;
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     }
 }

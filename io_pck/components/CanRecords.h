@@ -43,7 +43,7 @@ FrameView ViewOf(VELDIOElt& element, int kind, int i);
 VELDTypeInfoValue TypeOf(int kind);
 
 // What a frame is made of, for the writers.
-struct FrameSpec {
+struct FrameFields {
     std::uint32_t id;
     bool extended;
     int length;
@@ -53,7 +53,7 @@ struct FrameSpec {
     bool remote = false;  // classic and universal records; the FD record has no remote frames
 };
 // Writes frame `i` of an element of that kind; `data` holds `length` bytes.
-void WriteFrame(VELDIOElt& element, int kind, int i, const FrameSpec& spec, const std::uint8_t* data);
+void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, const std::uint8_t* data);
 
 // "(<s>.<us>) <id> [<len>] <data...>[  <flags>]": standard identifiers in 3
 // hex digits, extended ones in 8; flags FD, BRS, RTR as the record knows

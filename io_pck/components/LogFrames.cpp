@@ -34,17 +34,17 @@ const char* UnfitFor(const CanFrame& frame, int kind)
     return nullptr;
 }
 
-FrameSpec SpecOf(const CanFrame& frame)
+FrameFields FieldsOf(const CanFrame& frame)
 {
-    FrameSpec spec{};
-    spec.id = frame.id;
-    spec.extended = frame.extended;
-    spec.length = frame.length;
-    spec.fd = frame.fd;
-    spec.brs = frame.bitRateSwitch;
-    spec.ts = frame.timestamp;
-    spec.remote = frame.remote;
-    return spec;
+    FrameFields fields{};
+    fields.id = frame.id;
+    fields.extended = frame.extended;
+    fields.length = frame.length;
+    fields.fd = frame.fd;
+    fields.brs = frame.bitRateSwitch;
+    fields.ts = frame.timestamp;
+    fields.remote = frame.remote;
+    return fields;
 }
 
 void BusTime::SetRates(std::int64_t arbitration, std::int64_t data)

@@ -23,7 +23,7 @@ veldor::canlog::CanFrame ToLogFrame(const FrameView& frame, int kind, std::int64
 const char* UnfitFor(const veldor::canlog::CanFrame& frame, int kind);
 
 // What WriteFrame needs to write a log frame.
-FrameSpec SpecOf(const veldor::canlog::CanFrame& frame);
+FrameFields FieldsOf(const veldor::canlog::CanFrame& frame);
 
 // Adds up how long frames hold a bus at given rates. Rates of 0 switch it
 // off: Add does nothing and the total stays 0.

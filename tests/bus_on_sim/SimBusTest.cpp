@@ -78,7 +78,7 @@ std::string Describe(const NXSCanMessage& m)
 namespace {
 
 template <class Frame>
-void ExpectPayload(const FrameSpec& sent, const Frame& frame)
+void ExpectPayload(const FrameFields& sent, const Frame& frame)
 {
     const int stored = std::min(sent.length, static_cast<int>(sizeof frame.data));
     for (int i = 0; i < stored; ++i)
@@ -86,7 +86,7 @@ void ExpectPayload(const FrameSpec& sent, const Frame& frame)
 }
 
 template <class Frame>
-void ExpectIdentity(const FrameSpec& sent, const Frame& frame)
+void ExpectIdentity(const FrameFields& sent, const Frame& frame)
 {
     EXPECT_EQ(frame.GetId(), sent.id);
     EXPECT_EQ(frame.HasExtendedId(), sent.extended);
@@ -97,7 +97,7 @@ void ExpectIdentity(const FrameSpec& sent, const Frame& frame)
 
 }  // namespace
 
-void ExpectReceived(const FrameSpec& sent, const NXSCanMessage& got)
+void ExpectReceived(const FrameFields& sent, const NXSCanMessage& got)
 {
     SCOPED_TRACE(Describe(got));
     EXPECT_EQ(got.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
@@ -110,7 +110,7 @@ void ExpectReceived(const FrameSpec& sent, const NXSCanMessage& got)
         ASSERT_EQ(got.ucData[i], static_cast<std::uint8_t>(sent.seed + i)) << "payload byte " << i;
 }
 
-void ExpectFrameRecords(const FrameSpec& sent, const NXSCanMessage& got, std::uint64_t from, std::uint64_t to)
+void ExpectFrameRecords(const FrameFields& sent, const NXSCanMessage& got, std::uint64_t from, std::uint64_t to)
 {
     SCOPED_TRACE(Describe(got));
     const VELDTimestamp offset = 1000000;
@@ -141,7 +141,7 @@ void ExpectFrameRecords(const FrameSpec& sent, const NXSCanMessage& got, std::ui
     EXPECT_EQ(universal.GetFlag<VELDCANUniFrame::Flag_BRS>(), sent.brs);
 }
 
-void ExpectTraffic(const std::vector<FrameSpec>& sent, const std::vector<NXSCanMessage>& got, std::uint64_t from,
+void ExpectTraffic(const std::vector<FrameFields>& sent, const std::vector<NXSCanMessage>& got, std::uint64_t from,
                    std::uint64_t to)
 {
     ASSERT_EQ(got.size(), sent.size()) << "frames received";

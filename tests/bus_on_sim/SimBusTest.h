@@ -54,13 +54,13 @@ protected:
 };
 
 // The message as the receiving side must see it, the frame as it was sent.
-void ExpectReceived(const FrameSpec& sent, const NXSCanMessage& got);
+void ExpectReceived(const FrameFields& sent, const NXSCanMessage& got);
 // CopyFrameMon into each of the three records gives back the frame as it was
 // sent, at offset + the message's hardware time, which lies in [from, to]
 // (microseconds of hardware time).
-void ExpectFrameRecords(const FrameSpec& sent, const NXSCanMessage& got, std::uint64_t from, std::uint64_t to);
+void ExpectFrameRecords(const FrameFields& sent, const NXSCanMessage& got, std::uint64_t from, std::uint64_t to);
 // Both, for a whole sequence, in order.
-void ExpectTraffic(const std::vector<FrameSpec>& sent, const std::vector<NXSCanMessage>& got, std::uint64_t from,
+void ExpectTraffic(const std::vector<FrameFields>& sent, const std::vector<NXSCanMessage>& got, std::uint64_t from,
                    std::uint64_t to);
 
 // One-line picture of a message for failure output.

@@ -15,7 +15,7 @@ namespace nxbus_on_sim {
 // The record through which a frame reaches the wrapper.
 enum class Record { Classic, Fd, Universal };
 
-struct FrameSpec {
+struct FrameFields {
     Record record;
     std::uint32_t id;
     bool extended;
@@ -27,20 +27,20 @@ struct FrameSpec {
 };
 
 // The frames, built from their description.
-VELDCANFrame ClassicRecord(const FrameSpec& spec);
-VELDCANFDFrame FdRecord(const FrameSpec& spec);
-VELDCANUniFrame UniversalRecord(const FrameSpec& spec);
+VELDCANFrame ClassicRecord(const FrameFields& fields);
+VELDCANFDFrame FdRecord(const FrameFields& fields);
+VELDCANUniFrame UniversalRecord(const FrameFields& fields);
 
 // Every classic length and every CAN FD length with and without bit rate
 // switch, from all three records; identifiers up to both limits.
-std::vector<FrameSpec> MixedTraffic();
+std::vector<FrameFields> MixedTraffic();
 
 // The message that the wrapper's CopyFrame makes of the frame.
-NXSCanMessage ToMessage(const FrameSpec& spec);
-std::vector<NXSCanMessage> ToMessages(const std::vector<FrameSpec>& specs);
+NXSCanMessage ToMessage(const FrameFields& fields);
+std::vector<NXSCanMessage> ToMessages(const std::vector<FrameFields>& fieldSets);
 
 // Stages the frame for replay with the wrapper's CopyFrame2, through its record.
-NxBusError Stage(NxCanApiWrapper& wrapper, const FrameSpec& spec);
+NxBusError Stage(NxCanApiWrapper& wrapper, const FrameFields& fields);
 
 }  // namespace nxbus_on_sim
 

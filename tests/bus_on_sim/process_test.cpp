@@ -12,7 +12,7 @@ TEST_F(OtherProcess, ReceivesInOrderWhatItTransmits)
 {
     auto rx = Open(Monitoring("NVX-CAN-2"));
     ASSERT_TRUE(rx);
-    const std::vector<FrameSpec> sent = MixedTraffic();
+    const std::vector<FrameFields> sent = MixedTraffic();
     const std::uint64_t before = Now(*rx);
     nxtest::ChildProcess peer(NXBUS_WRAPPER_PEER, {"transmit", "NVX-CAN-1"});
     ASSERT_TRUE(peer.Started());

@@ -20,9 +20,9 @@ protected:
     }
     virtual const char* ReplayChannel() const { return "NVX-CAN-1"; }
 
-    void StageAndPush(const std::vector<FrameSpec>& frames)
+    void StageAndPush(const std::vector<FrameFields>& frames)
     {
-        for (const FrameSpec& frame : frames) {
+        for (const FrameFields& frame : frames) {
             NxBusError result = Stage(*replay, frame);
             ASSERT_EQ(result.errorCode, 0) << replay->GetErrorMessage(result);
         }
@@ -67,7 +67,7 @@ protected:
 
 TEST_F(ReplayTest, FramesGoOutAtTheReplayStartPlusTheirDistanceFromTheLogStart)
 {
-    const std::vector<FrameSpec> frames = {
+    const std::vector<FrameFields> frames = {
         {Record::Classic, 0x101, false, 8, false, false, 0x10, kLogStart},
         {Record::Fd, 0x1ABCDEF, true, 64, true, true, 0x20, kLogStart + 40000},
         {Record::Universal, 0x102, false, 12, true, false, 0x30, kLogStart + 41000},
@@ -120,7 +120,7 @@ TEST_F(ReplayTest, FramesGoOutAtTheReplayStartPlusTheirDistanceFromTheLogStart)
 
 TEST_F(ReplayTest, AStopTimeDropsTheFramesAfterIt)
 {
-    std::vector<FrameSpec> frames;
+    std::vector<FrameFields> frames;
     for (std::uint32_t i = 0; i < 5; ++i)
         frames.push_back({Record::Classic, 0x201 + i, false, 2, false, false, 0x60, kLogStart + 40000 * static_cast<VELDTimestamp>(i)});
     const std::uint64_t start = Now(*replay) + 100000;
@@ -149,8 +149,8 @@ TEST_F(PartialReplayTest, TheStagingBufferFillsToItsLastByteAndKeepsWhatAPushLea
     const std::uint32_t kBuffer = NxCanApiWrapper::kTxBufferSize;
     const std::uint32_t kClassicRecord = 64;  // a record of up to 8 bytes of payload
     const std::uint32_t kLongestRecord = 120;  // a record of 64 bytes of payload
-    std::vector<FrameSpec> frames;
-    auto stage = [&](const FrameSpec& frame) {
+    std::vector<FrameFields> frames;
+    auto stage = [&](const FrameFields& frame) {
         frames.push_back(frame);
         NxBusError result = Stage(*replay, frame);
         ASSERT_EQ(result.errorCode, 0) << replay->GetErrorMessage(result);

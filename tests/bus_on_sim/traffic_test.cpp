@@ -10,11 +10,11 @@
 namespace nxbus_on_sim {
 namespace {
 
-std::vector<FrameSpec> Classic(const std::vector<FrameSpec>& specs)
+std::vector<FrameFields> Classic(const std::vector<FrameFields>& fieldSets)
 {
-    std::vector<FrameSpec> classic;
-    for (const FrameSpec& spec : specs)
-        if (!spec.fd) classic.push_back(spec);
+    std::vector<FrameFields> classic;
+    for (const FrameFields& fields : fieldSets)
+        if (!fields.fd) classic.push_back(fields);
     return classic;
 }
 
@@ -36,7 +36,7 @@ TEST_P(Traffic, AMonitoringWrapperReceivesInOrderWhatAnotherTransmits)
     ASSERT_EQ(rx->GetHardwareTimeResolution(&ticksPerSecond).errorCode, 0);
     ASSERT_EQ(NxCanApiWrapper::GetTimeConvCoefficient(), ticksPerSecond / 1000000);
 
-    const std::vector<FrameSpec> sent = MixedTraffic();
+    const std::vector<FrameFields> sent = MixedTraffic();
     const std::uint64_t before = Now(*rx);
     NxBusError result = Transmit(*tx, ToMessages(sent));
     ASSERT_EQ(result.errorCode, 0) << tx->GetErrorMessage(result);
@@ -67,17 +67,17 @@ TEST_F(Reception, TheEventWakesAReaderThatWaitsForIt)
         if (now.tv_nsec < 300000000) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    const FrameSpec spec = MixedTraffic().front();
+    const FrameFields fields = MixedTraffic().front();
     std::thread sender([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_EQ(Transmit(*tx, {ToMessage(spec)}).errorCode, 0);
+        EXPECT_EQ(Transmit(*tx, {ToMessage(fields)}).errorCode, 0);
     });
     const bool woken = rx->WaitForReceiveEvent(600000, nullptr);
     sender.join();
     EXPECT_TRUE(woken) << "the library did not signal the package's event";
     const std::vector<NXSCanMessage> got = Receive(*rx, 1);
     ASSERT_EQ(got.size(), 1u);
-    ExpectReceived(spec, got[0]);
+    ExpectReceived(fields, got[0]);
 }
 
 TEST_F(Reception, AClassicChannelSetsItsBitRateAndHearsClassicFramesOnly)
@@ -92,12 +92,12 @@ TEST_F(Reception, AClassicChannelSetsItsBitRateAndHearsClassicFramesOnly)
     ASSERT_EQ(classic->GetBaudRate(&rate).errorCode, 0);
     EXPECT_EQ(rate, kBitrate);
 
-    const std::vector<FrameSpec> sent = MixedTraffic();
+    const std::vector<FrameFields> sent = MixedTraffic();
     const std::uint64_t before = Now(*classic);
     ASSERT_EQ(Transmit(*tx, ToMessages(sent)).errorCode, 0);
     // The CAN FD channel hearing everything marks the end of the traffic.
     EXPECT_EQ(Receive(*fd, sent.size()).size(), sent.size());
-    const std::vector<FrameSpec> expected = Classic(sent);
+    const std::vector<FrameFields> expected = Classic(sent);
     ExpectTraffic(expected, Receive(*classic, expected.size()), before, Now(*classic));
 }
 
