@@ -5,6 +5,7 @@
 
 #include "BusSession.h"
 #include "CommandLine.h"
+#include "CommonOptions.h"
 
 namespace veldor::cli {
 
@@ -20,13 +21,10 @@ int ChannelsCommand::Run(int argc, char** argv)
     BusSession session("veldor channels");
     CommandLine line;
     line.Value("--ip").Flag("-h").Flag("--help");
+    int exit = 0;
+    if (!ParseCommandLine(line, argc, argv, session, Usage(), &exit)) return exit;
     std::string error;
-    if (!line.Parse(argc, argv, &error) || !line.Arguments().empty())
-        return session.Fail((error.empty() ? "no arguments besides --ip" : error) + "\n" + Usage()) + 1;
-    if (line.Has("-h") || line.Has("--help")) {
-        std::fputs(Usage(), stdout);
-        return 0;
-    }
+    if (!line.Arguments().empty()) return session.Fail(std::string("no arguments besides --ip\n") + Usage()) + 1;
     const std::string ip = line.Get("--ip", ChannelOptions().ip);
     std::vector<ChannelEntry> channels;
     if (!session.Open(true, &error) || !session.Channels(ip, &channels, &error)) return session.Fail(error);

@@ -1,5 +1,7 @@
 #include "CommonOptions.h"
 
+#include <cstdio>
+
 namespace veldor::cli {
 
 const char* const kChannelOptionsUsage =
@@ -47,6 +49,22 @@ bool ReadCanFile(const CommandLine& line, std::string* file, std::string* error)
         return false;
     }
     *file = arguments[1];
+    return true;
+}
+
+bool ParseCommandLine(CommandLine& line, int argc, char** argv, const BusSession& session, const char* usage,
+                      int* exit)
+{
+    std::string error;
+    if (!line.Parse(argc, argv, &error)) {
+        *exit = session.Fail(error + "\n" + usage) + 1;
+        return false;
+    }
+    if (line.Has("-h") || line.Has("--help")) {
+        std::fputs(usage, stdout);
+        *exit = 0;
+        return false;
+    }
     return true;
 }
 

@@ -14,6 +14,12 @@ void DeclareChannelOptions(CommandLine& line);
 // The text of the usage that tells them.
 extern const char* const kChannelOptionsUsage;
 
+// Parses a command's line. True: the command goes on. False: it ends with
+// *exit, 0 once `usage` is printed for -h or --help, 2 once a mistake in the
+// line is told with the usage.
+bool ParseCommandLine(CommandLine& line, int argc, char** argv, const BusSession& session, const char* usage,
+                      int* exit);
+
 // Reads them; false with the reason for a missing channel or a bad rate.
 bool ReadChannelOptions(const CommandLine& line, ChannelOptions* options, std::string* error);
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "CommandLine.h"
+#include "CommonOptions.h"
 #include "RoundTrip.h"
 #include "StatusLine.h"
 
@@ -40,13 +41,10 @@ int DemoCommand::Run(int argc, char** argv)
     CommandLine line;
     line.Value("--replay-channel").Value("--record-channel").Value("--ip").Value("--bitrate").Value("--data-bitrate");
     line.Value("--out").Flag("-h").Flag("--help");
+    int exit = 0;
+    if (!ParseCommandLine(line, argc, argv, session, Usage(), &exit)) return exit;
     std::string error;
-    if (!line.Parse(argc, argv, &error) || line.Arguments().size() > 1)
-        return session.Fail((error.empty() ? "one recording at a time" : error) + "\n" + Usage()) + 1;
-    if (line.Has("-h") || line.Has("--help")) {
-        std::fputs(Usage(), stdout);
-        return 0;
-    }
+    if (line.Arguments().size() > 1) return session.Fail(std::string("one recording at a time\n") + Usage()) + 1;
     RoundTripSettings settings;
     settings.original = line.Arguments().empty() ? DefaultSample() : line.Arguments()[0];
     settings.replayChannel.channel = line.Get("--replay-channel", "NVX-CAN-1");

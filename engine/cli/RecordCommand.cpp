@@ -46,11 +46,8 @@ int RecordCommand::Run(int argc, char** argv)
     double duration = 0;
     double polling = 0;
     BusSession session(kWho);
-    if (!line.Parse(argc, argv, &error)) return session.Fail(error + "\n" + Usage()) + 1;
-    if (line.Has("-h") || line.Has("--help")) {
-        std::fputs(Usage(), stdout);
-        return 0;
-    }
+    int exit = 0;
+    if (!ParseCommandLine(line, argc, argv, session, Usage(), &exit)) return exit;
     if (!ReadCanFile(line, &settings.file, &error) || !ReadChannelOptions(line, &settings.channel, &error))
         return session.Fail(error) + 1;
     settings.outputType = line.Get("--output-type", "universal");
@@ -69,16 +66,11 @@ int RecordCommand::Run(int argc, char** argv)
     const auto start = std::chrono::steady_clock::now();
     StatusLine status;
     RateMeter rate;
-    long long lastBusTime = 0;
-    double lastTime = 0;
-    double load = 0;
+    RateMeter busTime;  // microseconds of bus time a second: the load
     auto show = [&] {
         const long long frames = session.Figure("recorder.recorded");
         const double now = Since(start);
-        const long long busTime = session.Figure("recorder.bus_time");
-        if (now > lastTime) load = static_cast<double>(busTime - lastBusTime) / 1e6 / (now - lastTime);
-        lastBusTime = busTime;
-        lastTime = now;
+        const double load = busTime.Update(session.Figure("recorder.bus_time")) / 1e6;
         std::string text = "recording " + settings.channel.channel + ": " + std::to_string(frames) + " frames  " +
                            std::to_string(static_cast<long long>(rate.Update(frames) + 0.5)) + "/s  bus load " +
                            Percent(load) + "  " + Seconds(now);

@@ -58,11 +58,8 @@ int ReplayCommand::Run(int argc, char** argv)
     ReplaySettings settings;
     double speed = 1;
     BusSession session(kWho);
-    if (!line.Parse(argc, argv, &error)) return session.Fail(error + "\n" + Usage()) + 1;
-    if (line.Has("-h") || line.Has("--help")) {
-        std::fputs(Usage(), stdout);
-        return 0;
-    }
+    int exit = 0;
+    if (!ParseCommandLine(line, argc, argv, session, Usage(), &exit)) return exit;
     if (!ReadCanFile(line, &settings.file, &error) || !ReadChannelOptions(line, &settings.channel, &error) ||
         !ReadTime(line, "--lead", &settings.lead, &error) || !ReadTime(line, "--stop-after", &settings.stopAfter, &error))
         return session.Fail(error) + 1;
@@ -96,16 +93,11 @@ int ReplayCommand::Run(int argc, char** argv)
     ReplayProgress progress(session, settings, recording, speed);
     StatusLine status;
     RateMeter rate;
-    long long lastBusTime = 0;
-    double lastTime = 0;
-    double load = 0;
+    RateMeter busTime;  // microseconds of bus time a second: the load
     auto show = [&] {
         const long long sent = progress.Sent();
         const double now = Since(start);
-        const long long busTime = session.Figure("player.bus_time");
-        if (now > lastTime) load = static_cast<double>(busTime - lastBusTime) / 1e6 / (now - lastTime);
-        lastBusTime = busTime;
-        lastTime = now;
+        const double load = busTime.Update(session.Figure("player.bus_time")) / 1e6;
         status.Show("replaying onto " + settings.channel.channel + ": " + std::to_string(sent) + " of " +
                     std::to_string(recording.frames) + " frames  " +
                     std::to_string(static_cast<long long>(rate.Update(sent) + 0.5)) + "/s  bus load " +
