@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 
 #include "LogTestSupport.h"
@@ -16,6 +17,21 @@ using namespace veldor::canlog;
 using namespace canlog_test;
 
 namespace {
+
+// python-can writes the file's date line from the wall clock, cutting the
+// microseconds to milliseconds with a text replacement that also cuts any
+// other place where the same digits stand: about one file in a few hundred
+// gets a date line such as "... PM 2" for "... PM 2026". That line is
+// unreadable and told as such; the frames count from the trigger block's
+// date and are not touched by it.
+std::vector<Issue> IssuesOfPythonCanHeader(const std::string& path)
+{
+    static const std::regex kWhole(R"(date \w{3} \w{3} \d{2} \d{2}:\d{2}:\d{2}\.\d{3} [AP]M \d{4})");
+    const std::string text = ReadText(path);
+    if (path.size() < 4 || path.compare(path.size() - 4, 4, ".asc") != 0) return {};
+    if (std::regex_match(text.substr(0, text.find('\n')), kWhole)) return {};
+    return {{IssueKind::Header, 1}};
+}
 
 class Interop : public ::testing::TestWithParam<const char*> {
 protected:
@@ -38,7 +54,7 @@ TEST_P(Interop, WeReadWhatPythonCanWrites)
     const std::vector<CanFrame> written = ParseFrames(RunPartner(VELDOR_CAN_LOG_INTEROP_SCRIPT, "write", Path()));
     ASSERT_EQ(written.size(), 9u);
     const ReadOutcome r = ReadAll(Path());
-    ASSERT_TRUE(r.issues.empty()) << r.messages.front();
+    ASSERT_EQ(r.issues, IssuesOfPythonCanHeader(Path())) << (r.messages.empty() ? "" : r.messages.front());
     ASSERT_EQ(r.frames.size(), written.size());
     for (std::size_t i = 0; i < written.size(); ++i) EXPECT_EQ(r.frames[i], written[i]) << "frame " << i;
 }
