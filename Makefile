@@ -3,14 +3,14 @@
 
 PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
             libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev \
-            python3-can
+            python3-can clang libclang-rt-14-dev
 JOBS       ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build test demo asan tsan test-asan test-tsan bench sample clean install-sim uninstall-sim
+.PHONY: all setup configure build test demo asan tsan test-asan test-tsan bench fuzz sample clean install-sim uninstall-sim
 
 all: build
 
@@ -64,13 +64,23 @@ bench: build
 	  case "$$b" in */bench_round_trip) ;; *) [ -x "$$b" ] && "$$b";; esac; done
 	tools/with-sim-bus build/bench/bench_round_trip
 
+# Each fuzz target for FUZZ_SECONDS (default 300) from its seed corpus; the
+# test suite gives each only a few seconds.
+FUZZ_SECONDS ?= 300
+fuzz: build
+	@while read -r program seeds; do \
+	  [ -n "$$program" ] || continue; \
+	  echo "== $$(basename $$program), $(FUZZ_SECONDS) s"; \
+	  tests/fuzz/run_fuzz.sh "$$program" $(FUZZ_SECONDS) "$$seeds" build/fuzz/artifacts || exit 1; \
+	done < build/fuzz-targets
+
 # The CAN bus access simulator at the package's fixed path. Never replaces
 # or removes a library that it did not install itself (tools/install-sim).
 install-sim: build
-	$(SUDO) tools/install-sim install build/busapi_sim/libNXBusApiCan.so
+	$(SUDO) tools/install-sim install build/sim-libraries
 
 uninstall-sim:
-	$(SUDO) tools/install-sim uninstall
+	$(SUDO) tools/install-sim uninstall build/sim-libraries
 
 # Regenerates the sample recording in examples/data.
 sample: configure

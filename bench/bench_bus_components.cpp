@@ -31,10 +31,11 @@
 #include <vector>
 
 #include "Engine.h"
+#include "NxBusLibraryPaths.h"
 
 namespace {
 
-const char* const kLibrary = "/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so";
+const char* const kLibrary = NX_BUSAPI_CAN_LIBRARY_PATH;
 const char* const kTs = "3|1|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on output)|Keep "
                         "HW timestamps (use Veldor timebase on output)";
 
@@ -292,8 +293,8 @@ int main(int argc, char** argv)
         }
         // Onto the simulated bus, once.
         setenv("VELDOR_BENCH_ON_SIM", "1", 1);
-        std::vector<char*> args{const_cast<char*>(VELDOR_WITH_SIM_BUS), const_cast<char*>("--lib"),
-                                const_cast<char*>(VELDOR_SIM_LIBRARY), const_cast<char*>("--")};
+        std::vector<char*> args{const_cast<char*>(VELDOR_WITH_SIM_BUS), const_cast<char*>("--libraries"),
+                                const_cast<char*>(VELDOR_SIM_LIBRARIES), const_cast<char*>("--")};
         for (int i = 0; i < argc; ++i) args.push_back(argv[i]);
         args.push_back(nullptr);
         execv(VELDOR_WITH_SIM_BUS, args.data());

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "NxBusLibraryPaths.h"
 #include "veld_component.h"
 #include "veld_constants.h"
 #include "veld_property.h"
@@ -33,7 +34,7 @@ veldor::EngineOptions Silent()
     return options;
 }
 
-const char* const kBusLibrary = "/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so";
+const char* const kBusLibrary = NX_BUSAPI_CAN_LIBRARY_PATH;
 const char* const kCustomChannel = "Custom channel";
 const char* const kDiedOfError = "died due to an error";
 const char* const kDropWarning = "Too many messages [msgBufferSize:";

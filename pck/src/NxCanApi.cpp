@@ -1,6 +1,8 @@
 // Loading of the CAN bus access library and the table of its operations.
 #include "NxCanApi.h"
 
+#include "NxBusLibraryPaths.h"
+
 #include <dlfcn.h>
 #include <sys/mman.h>
 
@@ -17,7 +19,7 @@ NXCAN_API_OPERATIONS(NXCAN_DEFINE_POINTER)
 const char* const kNxCanApiSymbolNames[kNxCanApiOperationCount] = {NXCAN_API_OPERATIONS(NXCAN_SYMBOL_NAME)};
 #undef NXCAN_SYMBOL_NAME
 
-const char* const kNxCanApiLibraryPath = "/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so";
+const char* const kNxCanApiLibraryPath = NX_BUSAPI_CAN_LIBRARY_PATH;
 
 std::unique_ptr<NxCanLibraryObject> hNxCanApiDll;
 std::uint32_t uCanApiWrapperCount = 0;

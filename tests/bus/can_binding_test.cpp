@@ -2,6 +2,7 @@
 // against a library object that hands out the double's functions.
 #include <boost/system/system_error.hpp>
 
+#include "NxBusLibraryPaths.h"
 #include "bus_test_fixture.h"
 
 namespace {
@@ -64,7 +65,7 @@ TEST_F(CanBinding, LoadsTheFixedPathOnceAndResolvesInTableOrderOnEveryLoad)
     ASSERT_TRUE(TableIsEmpty());
     EXPECT_EQ(LoadCanLibrary(), 0);
     EXPECT_EQ(bus.Object().loads,
-              std::vector<std::string>{"/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so"});
+              std::vector<std::string>{NX_BUSAPI_CAN_LIBRARY_PATH});
     EXPECT_EQ(bus.Object().requested, kTableOrder);
     std::vector<void*> table = Table();
     for (std::size_t i = 0; i < table.size(); ++i)

@@ -1,10 +1,11 @@
 #!/bin/sh
-# tools/with-sim-bus: inside, the simulator is at the fixed path and loads;
-# outside, nothing has changed.
-#   launcher_test.sh <with-sim-bus> <library> <nxsim_load_probe>
+# tools/with-sim-bus: inside, the simulated libraries are at their fixed
+# paths and the CAN one loads; outside, nothing has changed.
+#   launcher_test.sh <with-sim-bus> <list of simulated libraries> <nxsim_load_probe>
 set -u
-LAUNCHER=$1 LIB=$2 PROBE=$3
-FIXED=/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so
+LAUNCHER=$1 LIST=$2 PROBE=$3
+LIB=$(sed -n 's/^\(.*libNXBusApiCan.so\) .*/\1/p' "$LIST")
+FIXED=$(sed -n 's/^.*libNXBusApiCan.so \(.*\)/\1/p' "$LIST")
 
 fail() {
     echo "launcher_test: $*" >&2
@@ -22,17 +23,17 @@ export TMPDIR
 trap 'rm -rf "$TMPDIR"' EXIT
 before=$(state)
 
-out=$("$LAUNCHER" --lib "$LIB" -- sh -c '
-    cmp -s "$1" "$2" || { echo "not at the fixed path"; exit 1; }
+out=$("$LAUNCHER" --libraries "$LIST" -- sh -c '
+    while read -r lib fixed; do cmp -s "$lib" "$fixed" || { echo "$lib not at $fixed"; exit 1; }; done <"$5"
     for f in $3; do [ -e "$f" ] || { echo "$f hidden by the overlay"; exit 1; }; done
-    exec "$4" "$1"' sh "$FIXED" "$LIB" "$(ls -d /opt/* 2>/dev/null | grep -v '^/opt/norvex$')" "$PROBE" 2>&1)
+    exec "$4" "$1"' sh "$FIXED" "$LIB" "$(ls -d /opt/* 2>/dev/null | grep -v '^/opt/norvex$')" "$PROBE" "$LIST" 2>&1)
 rc=$?
 [ $rc -eq 77 ] && { echo "$out"; exit 77; }
 [ $rc -eq 0 ] || fail "inside the launcher (exit $rc): $out"
 [ "$out" = ok ] || fail "probe said: $out"
 
 # A command's own exit status passes through.
-"$LAUNCHER" --lib "$LIB" -- sh -c 'exit 5'
+"$LAUNCHER" --libraries "$LIST" -- sh -c 'exit 5'
 [ $? -eq 5 ] || fail "exit status of the command was not passed on"
 
 after=$(state)

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "ComponentTest.h"
+#include "NxBusLibraryPaths.h"
 #include "MainJobTest.h"
 #include "PythonPartner.h"
 
@@ -345,7 +346,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values(
 
 TEST(NoBusLibrary, TheCommandSaysWhereItLookedAndFails)
 {
-    if (access("/opt/norvex/common/busapi/2024-A/Deliverables/bin/libNXBusApiCan.so", F_OK) == 0)
+    if (access(NX_BUSAPI_CAN_LIBRARY_PATH, F_OK) == 0)
         GTEST_SKIP() << "a bus library is installed on this machine";
     char pattern[] = "/tmp/no_bus.XXXXXX";
     const std::string folder = mkdtemp(pattern);
