@@ -20,6 +20,39 @@ function(veld_add_package target file_name)
     "LINKER:--exclude-libs,ALL"
     "LINKER:-z,defs")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${VELD_PACKAGE_EXPORTS})
+  set_property(GLOBAL APPEND PROPERTY VELD_PACKAGE_TARGETS ${target})
+  get_property(dirs GLOBAL PROPERTY VELD_PACKAGE_DIRECTORIES)
+  if(NOT ARG_OUTPUT_DIRECTORY IN_LIST dirs)
+    set_property(GLOBAL APPEND PROPERTY VELD_PACKAGE_DIRECTORIES ${ARG_OUTPUT_DIRECTORY})
+  endif()
+endfunction()
+
+# veld_package_companion(<target>)
+# A file that a package finds in the folder "bin" beside itself (a library
+# that it loads, a tool that it runs). Every package folder of the build gets
+# a copy, and every package depends on it, so that a package is never built
+# without what it looks for beside itself.
+function(veld_package_companion target)
+  set_property(GLOBAL APPEND PROPERTY VELD_PACKAGE_COMPANIONS ${target})
+endfunction()
+
+# Called once, at the end of the top CMakeLists.txt, when every package and
+# companion is known.
+function(veld_place_package_companions)
+  get_property(companions GLOBAL PROPERTY VELD_PACKAGE_COMPANIONS)
+  get_property(dirs GLOBAL PROPERTY VELD_PACKAGE_DIRECTORIES)
+  get_property(packages GLOBAL PROPERTY VELD_PACKAGE_TARGETS)
+  foreach(companion IN LISTS companions)
+    foreach(dir IN LISTS dirs)
+      add_custom_command(TARGET ${companion} POST_BUILD
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${dir}/bin
+        COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_FILE:${companion}> ${dir}/bin/
+        VERBATIM)
+    endforeach()
+    foreach(package IN LISTS packages)
+      add_dependencies(${package} ${companion})
+    endforeach()
+  endforeach()
 endfunction()
 
 set(VELD_PACKAGE_EXPORTS ${CMAKE_CURRENT_LIST_DIR}/package_exports.map)
