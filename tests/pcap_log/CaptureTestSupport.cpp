@@ -1,0 +1,210 @@
+#include "CaptureTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+using namespace veldor::pcaplog;
+
+namespace pcaplog_test {
+
+Bytes Hex(const std::string& hex)
+{
+    Bytes out;
+    for (std::size_t i = 0; i + 1 < hex.size();) {
+        if (hex[i] == ' ') {
+            ++i;
+            continue;
+        }
+        out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+        i += 2;
+    }
+    return out;
+}
+
+std::string ToHex(const std::uint8_t* bytes, std::size_t size)
+{
+    std::string out;
+    char two[3];
+    for (std::size_t i = 0; i < size; ++i) {
+        std::snprintf(two, sizeof two, "%02x", bytes[i]);
+        out += two;
+    }
+    return out;
+}
+
+Bytes Pcapng::U16(std::uint16_t v, bool big)
+{
+    return big ? Bytes{char(v >> 8), char(v)} : Bytes{char(v), char(v >> 8)};
+}
+
+Bytes Pcapng::U32(std::uint32_t v, bool big)
+{
+    return big ? U16(v >> 16, big) + U16(v & 0xFFFF, big) : U16(v & 0xFFFF, big) + U16(v >> 16, big);
+}
+
+Bytes Pcapng::U64(std::uint64_t v, bool big)
+{
+    const auto high = static_cast<std::uint32_t>(v >> 32), low = static_cast<std::uint32_t>(v);
+    return big ? U32(high, big) + U32(low, big) : U32(low, big) + U32(high, big);
+}
+
+static Bytes Padded(Bytes b)
+{
+    b.resize((b.size() + 3) & ~std::size_t{3});
+    return b;
+}
+
+Bytes Pcapng::Options(const std::vector<Option>& options) const
+{
+    if (options.empty()) return {};
+    Bytes out;
+    for (const Option& o : options) out += U16(o.code, m_big) + U16(o.value.size(), m_big) + Padded(o.value);
+    return out + Bytes(4, '\0');
+}
+
+Pcapng& Pcapng::Block(std::uint32_t type, const Bytes& body)
+{
+    const Bytes padded = Padded(body);
+    const auto length = static_cast<std::uint32_t>(padded.size() + 12);
+    bytes += U32(type, m_big) + U32(length, m_big) + padded + U32(length, m_big);
+    return *this;
+}
+
+Pcapng& Pcapng::Raw(const Bytes& more)
+{
+    bytes += more;
+    return *this;
+}
+
+Pcapng& Pcapng::Section(bool bigEndian, std::uint16_t major)
+{
+    m_big = bigEndian;
+    return Block(0x0A0D0D0A, U32(0x1A2B3C4D, m_big) + U16(major, m_big) + U16(0, m_big) + U64(~0ull, m_big));
+}
+
+Pcapng& Pcapng::Interface(std::uint16_t linkType, std::vector<Option> options, std::uint32_t snapLength)
+{
+    return Block(1, U16(linkType, m_big) + U16(0, m_big) + U32(snapLength, m_big) + Options(options));
+}
+
+Pcapng& Pcapng::Enhanced(std::uint32_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options)
+{
+    return Block(6, U32(interface, m_big) + U32(ticks >> 32, m_big) + U32(ticks & 0xFFFFFFFF, m_big) +
+                        U32(data.size(), m_big) + U32(data.size(), m_big) + Padded(data) + Options(options));
+}
+
+Pcapng& Pcapng::Obsolete(std::uint16_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options)
+{
+    return Block(2, U16(interface, m_big) + U16(0, m_big) + U32(ticks >> 32, m_big) + U32(ticks & 0xFFFFFFFF, m_big) +
+                        U32(data.size(), m_big) + U32(data.size(), m_big) + Padded(data) + Options(options));
+}
+
+Pcapng& Pcapng::Simple(std::uint32_t originalLength, const Bytes& data)
+{
+    return Block(3, U32(originalLength, m_big) + data);
+}
+
+Bytes PcapFile(std::uint32_t linkType, const std::vector<std::pair<std::uint64_t, Bytes>>& packets, bool nanoseconds,
+               bool big)
+{
+    Bytes out = Pcapng::U32(nanoseconds ? 0xA1B23C4D : 0xA1B2C3D4, big) + Pcapng::U16(2, big) + Pcapng::U16(4, big) +
+                Pcapng::U64(0, big) + Pcapng::U32(262144, big) + Pcapng::U32(linkType, big);
+    for (const auto& [time, data] : packets) {
+        const std::uint64_t fraction = nanoseconds ? time % 1000000000 : time % 1000000000 / 1000;
+        out += Pcapng::U32(time / 1000000000, big) + Pcapng::U32(fraction, big) + Pcapng::U32(data.size(), big) +
+               Pcapng::U32(data.size(), big) + data;
+    }
+    return out;
+}
+
+std::string Describe(const veldor::canlog::CanFrame& f)
+{
+    std::ostringstream out;
+    out << "can " << f.timestamp << "us id=" << std::hex << f.id << std::dec << (f.extended ? "x" : "")
+        << (f.remote ? " remote" : "") << (f.fd ? " fd" : "") << (f.bitRateSwitch ? " brs" : "")
+        << (f.errorStateIndicator ? " esi" : "") << " len=" << int(f.length) << " ch=" << int(f.channel);
+    if (!f.remote) out << " " << ToHex(f.data.data(), f.length);
+    return out.str();
+}
+
+namespace {
+
+ReadOutcome ReadFrom(std::unique_ptr<PacketReader> reader, const std::string& error)
+{
+    ReadOutcome out;
+    if (!reader) {
+        out.openError = error;
+        return out;
+    }
+    Packet p;
+    for (ReadResult r; (r = reader->Next(p)) != ReadResult::End;) {
+        if (r == ReadResult::Issue) {
+            const ReadIssue& i = reader->Issue();
+            out.lines.push_back(std::string("issue ") + IssueKindName(i.kind) + (i.final ? " final" : "") + " @" +
+                                std::to_string(i.offset) + ": " + i.message);
+            continue;
+        }
+        const Interface& in = reader->InterfaceAt(p.interface);
+        std::ostringstream line;
+        line << p.interface << " " << (in.name.empty() ? "-" : in.name) << " " << p.time << " "
+             << (p.direction == veldor::canlog::Direction::Tx ? "Tx " : "Rx ") << p.capturedLength << "/"
+             << p.originalLength << " " << ToHex(p.data, p.capturedLength);
+        if (in.Kind() == LinkKind::Can) line << " " << Describe(p.canFrame);
+        out.lines.push_back(line.str());
+        out.data.emplace_back(reinterpret_cast<const char*>(p.data), p.capturedLength);
+        out.packets.push_back(p);
+        out.packets.back().data = nullptr;
+    }
+    out.interfaces = reader->Interfaces();
+    out.blocksSkipped = reader->BlocksSkipped();
+    out.leftOut = reader->PacketsLeftOut();
+    out.errorFrames = reader->ErrorFrames();
+    out.format = reader->Format();
+    return out;
+}
+
+}  // namespace
+
+ReadOutcome ReadAll(const std::string& path)
+{
+    std::string error;
+    auto reader = OpenPacketReader(path, error);
+    return ReadFrom(std::move(reader), error);
+}
+
+ReadOutcome ReadBytes(const Bytes& bytes)
+{
+    std::string error;
+    auto reader = OpenPacketReader(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), "mem", error);
+    return ReadFrom(std::move(reader), error);
+}
+
+void WriteFile(const std::string& path, const Bytes& bytes)
+{
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string Run(const std::string& command)
+{
+    std::string out;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        ADD_FAILURE() << "cannot run " << command;
+        return out;
+    }
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    EXPECT_EQ(pclose(pipe), 0) << command << " printed:\n" << out;
+    return out;
+}
+
+bool Have(const std::string& program)
+{
+    return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+}  // namespace pcaplog_test
