@@ -27,11 +27,11 @@ Bytes Hex(const std::string& hex)
 
 std::string ToHex(const std::uint8_t* bytes, std::size_t size)
 {
-    std::string out;
-    char two[3];
+    static const char digits[] = "0123456789abcdef";
+    std::string out(2 * size, '0');
     for (std::size_t i = 0; i < size; ++i) {
-        std::snprintf(two, sizeof two, "%02x", bytes[i]);
-        out += two;
+        out[2 * i] = digits[bytes[i] >> 4];
+        out[2 * i + 1] = digits[bytes[i] & 15];
     }
     return out;
 }

@@ -55,7 +55,8 @@ WriteResult PacketWriter::Write(const Packet& packet)
 
 WriteResult PacketWriter::Write(std::uint32_t interface, const canlog::CanFrame& frame)
 {
-    if (interface < m_interfaces.size() && m_interfaces[interface].Kind() != LinkKind::Can) {
+    if (interface >= m_interfaces.size()) return Refuse("no interface " + std::to_string(interface) + " in the file");
+    if (m_interfaces[interface].Kind() != LinkKind::Can) {
         return Refuse("interface " + std::to_string(interface) + " is no CAN interface");
     }
     if (const char* why = canlog::CheckFrame(frame)) return Refuse(why);
