@@ -5,9 +5,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 
+#include "LogTestSupport.h"
+
 using namespace veldor::pcaplog;
+using veldor::canlog::CanFrame;
+using veldor::canlog::Direction;
 
 namespace pcaplog_test {
 
@@ -188,7 +193,80 @@ void WriteFile(const std::string& path, const Bytes& bytes)
     std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-std::string Run(const std::string& command)
+std::vector<std::string> TimesAndBytes(const ReadOutcome& outcome)
+{
+    std::vector<std::string> out;
+    for (std::size_t i = 0; i < outcome.packets.size(); ++i) {
+        out.push_back(std::to_string(outcome.packets[i].time) + " " +
+                      ToHex(reinterpret_cast<const std::uint8_t*>(outcome.data[i].data()), outcome.data[i].size()));
+    }
+    return out;
+}
+
+Interface Named(std::string name, std::uint16_t linkType)
+{
+    Interface i;
+    i.name = std::move(name);
+    i.linkType = linkType;
+    return i;
+}
+
+Drive MakeDrive(bool multiBus, std::size_t count)
+{
+    Drive d;
+    d.interfaces = {Named("eth0")};
+    if (multiBus) {
+        d.interfaces.push_back(Named("can0", kLinkTypeSocketCan));
+        d.interfaces.push_back(Named("eth1"));
+        d.interfaces.push_back(Named("can1", kLinkTypeSocketCan));
+    }
+    std::mt19937 random(11);
+    const std::vector<CanFrame> frames = canlog_test::VariedFrames(1700000000000000, count, 5);
+    for (std::size_t i = 0; i < count; ++i) {
+        Packet p;
+        p.interface = static_cast<std::uint32_t>(random() % d.interfaces.size());
+        p.time = frames[i].timestamp * 1000 + static_cast<std::int64_t>(random() % 1000);
+        p.direction = random() % 4 == 0 ? Direction::Tx : Direction::Rx;
+        if (d.interfaces[p.interface].Kind() == LinkKind::Can) {
+            p.canFrame = frames[i];
+            p.canFrame.channel = static_cast<std::uint8_t>(p.interface);
+            p.canFrame.direction = p.direction;
+            p.time = frames[i].timestamp * 1000;
+            d.data.emplace_back();
+        } else {
+            Bytes bytes(i % 50 == 0 ? 9000 : 14 + random() % 1500, '\0');
+            for (char& c : bytes) c = static_cast<char>(random());
+            p.capturedLength = static_cast<std::uint32_t>(bytes.size());
+            p.originalLength = p.capturedLength + (i % 9 == 0 ? 4 : 0);
+            d.data.push_back(bytes);
+        }
+        d.packets.push_back(p);
+    }
+    return d;
+}
+
+void WriteDrive(PacketWriter& writer, const Drive& d)
+{
+    for (std::size_t i = 0; i < d.packets.size(); ++i) {
+        Packet p = d.packets[i];
+        p.data = reinterpret_cast<const std::uint8_t*>(d.data[i].data());
+        const WriteResult r = writer.Interfaces()[p.interface].Kind() == LinkKind::Can
+                                  ? writer.Write(p.interface, p.canFrame)
+                                  : writer.Write(p);
+        ASSERT_EQ(r, WriteResult::Written) << writer.Error();
+    }
+}
+
+void WriteDriveFile(const std::string& path, const Drive& drive, const WriterOptions& options)
+{
+    std::string error;
+    std::unique_ptr<PacketWriter> writer = OpenPacketWriter(path, drive.interfaces, error, options);
+    ASSERT_TRUE(writer) << error;
+    WriteDrive(*writer, drive);
+    ASSERT_TRUE(writer->Close()) << writer->Error();
+}
+
+std::string RunTool(const std::string& command)
 {
     std::string out;
     FILE* pipe = popen(command.c_str(), "r");

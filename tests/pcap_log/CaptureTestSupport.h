@@ -72,11 +72,31 @@ struct ReadOutcome {
 ReadOutcome ReadAll(const std::string& path);
 ReadOutcome ReadBytes(const Bytes& bytes);
 
+// "<ns> <hex bytes>" of each packet: what two files hold alike whatever
+// their format, names and directions.
+std::vector<std::string> TimesAndBytes(const ReadOutcome& outcome);
+
 void WriteFile(const std::string& path, const Bytes& bytes);
+
+veldor::pcaplog::Interface Named(std::string name, std::uint16_t linkType = veldor::pcaplog::kLinkTypeEthernet);
+
+// A drive on two Ethernet ports and two CAN channels, or on one port: frames
+// of every length from 14 bytes to jumbo, at nanosecond times, some sent;
+// CAN frames of every kind.
+struct Drive {
+    std::vector<veldor::pcaplog::Interface> interfaces;
+    std::vector<veldor::pcaplog::Packet> packets;  // the CAN ones with their frame
+    std::vector<Bytes> data;
+};
+Drive MakeDrive(bool multiBus, std::size_t count);
+// Fails the test if a packet is not written.
+void WriteDrive(veldor::pcaplog::PacketWriter& writer, const Drive& drive);
+void WriteDriveFile(const std::string& path, const Drive& drive,
+                    const veldor::pcaplog::WriterOptions& options = veldor::pcaplog::WriterOptions());
 
 // Runs a shell command; its standard output (its errors go to the test's
 // log), with the test failing when it ends badly.
-std::string Run(const std::string& command);
+std::string RunTool(const std::string& command);
 // Whether a program is on this machine.
 bool Have(const std::string& program);
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <random>
 
 #include "CaptureTestSupport.h"
 #include "LogTestSupport.h"
@@ -14,73 +13,6 @@ using namespace veldor::pcaplog;
 using namespace pcaplog_test;
 using veldor::canlog::CanFrame;
 using veldor::canlog::Direction;
-
-namespace {
-
-Interface Named(std::string name, std::uint16_t linkType = kLinkTypeEthernet)
-{
-    Interface i;
-    i.name = std::move(name);
-    i.linkType = linkType;
-    return i;
-}
-
-// A drive on two Ethernet ports and two CAN channels (a pcap file gets the
-// first port only): frames of every length from 14 bytes to jumbo, at
-// nanosecond times, some sent; CAN frames of every kind.
-struct Drive {
-    std::vector<Interface> interfaces;
-    std::vector<Packet> packets;  // the CAN ones with their frame
-    std::vector<Bytes> data;
-};
-
-Drive MakeDrive(bool multiBus, std::size_t count)
-{
-    Drive d;
-    d.interfaces = {Named("eth0")};
-    if (multiBus) {
-        d.interfaces.push_back(Named("can0", kLinkTypeSocketCan));
-        d.interfaces.push_back(Named("eth1"));
-        d.interfaces.push_back(Named("can1", kLinkTypeSocketCan));
-    }
-    std::mt19937 random(11);
-    const std::vector<CanFrame> frames = canlog_test::VariedFrames(1700000000000000, count, 5);
-    for (std::size_t i = 0; i < count; ++i) {
-        Packet p;
-        p.interface = static_cast<std::uint32_t>(random() % d.interfaces.size());
-        p.time = frames[i].timestamp * 1000 + static_cast<std::int64_t>(random() % 1000);
-        p.direction = random() % 4 == 0 ? Direction::Tx : Direction::Rx;
-        if (d.interfaces[p.interface].Kind() == LinkKind::Can) {
-            p.canFrame = frames[i];
-            p.canFrame.channel = static_cast<std::uint8_t>(p.interface);
-            p.canFrame.direction = p.direction;
-            p.time = frames[i].timestamp * 1000;
-            d.data.emplace_back();
-        } else {
-            Bytes bytes(i % 50 == 0 ? 9000 : 14 + random() % 1500, '\0');
-            for (char& c : bytes) c = static_cast<char>(random());
-            p.capturedLength = static_cast<std::uint32_t>(bytes.size());
-            p.originalLength = p.capturedLength + (i % 9 == 0 ? 4 : 0);
-            d.data.push_back(bytes);
-        }
-        d.packets.push_back(p);
-    }
-    return d;
-}
-
-void WriteDrive(PacketWriter& writer, const Drive& d)
-{
-    for (std::size_t i = 0; i < d.packets.size(); ++i) {
-        Packet p = d.packets[i];
-        p.data = reinterpret_cast<const std::uint8_t*>(d.data[i].data());
-        const WriteResult r = writer.Interfaces()[p.interface].Kind() == LinkKind::Can
-                                  ? writer.Write(p.interface, p.canFrame)
-                                  : writer.Write(p);
-        ASSERT_EQ(r, WriteResult::Written) << writer.Error();
-    }
-}
-
-}  // namespace
 
 class WriterRoundTrip : public ::testing::TestWithParam<const char*> {};
 
@@ -94,11 +26,7 @@ TEST_P(WriterRoundTrip, EveryPacketReadsBackExactly)
     const Drive d = MakeDrive(pcapng, 5000);
     WriterOptions options;
     options.pcapNanoseconds = nano;
-    std::string error;
-    std::unique_ptr<PacketWriter> writer = OpenPacketWriter(path, d.interfaces, error, options);
-    ASSERT_TRUE(writer) << error;
-    WriteDrive(*writer, d);
-    ASSERT_TRUE(writer->Close()) << writer->Error();
+    WriteDriveFile(path, d, options);
 
     const ReadOutcome r = ReadAll(path);
     ASSERT_EQ(r.openError, "");
