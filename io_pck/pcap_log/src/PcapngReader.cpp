@@ -4,23 +4,13 @@
 #include <cstring>
 #include <limits>
 
+#include "PcapngFormat.h"
+
 namespace veldor::pcaplog {
 
 namespace {
 
-constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
-constexpr std::uint32_t kInterfaceDescription = 1;
-constexpr std::uint32_t kObsoletePacket = 2;
-constexpr std::uint32_t kSimplePacket = 3;
-constexpr std::uint32_t kEnhancedPacket = 6;
-constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
-
-constexpr std::uint16_t kEndOfOptions = 0;
-constexpr std::uint16_t kIfName = 2;
-constexpr std::uint16_t kIfDescription = 3;
-constexpr std::uint16_t kIfTsResol = 9;
-constexpr std::uint16_t kIfTsOffset = 14;
-constexpr std::uint16_t kPacketFlags = 2;  // epb_flags, and pack_flags of the obsolete block
+using namespace pcapng;
 
 constexpr std::uint64_t kNanosecondsPerSecond = 1000000000;
 
@@ -290,7 +280,7 @@ PacketReader::Step PcapngReader::TimedPacket(const std::uint8_t* block, std::uin
         const std::uint16_t code = Load16(option);
         const std::uint16_t size = Load16(option + 2);
         if (code == kEndOfOptions || static_cast<std::size_t>(end - option - 4) < Padded(size)) break;
-        if (code == kPacketFlags && size == 4 && (Load32(option + 4) & 3u) == 2u) {
+        if (code == kPacketFlags && size == 4 && (Load32(option + 4) & 3u) == kOutbound) {
             packet.direction = canlog::Direction::Tx;
         }
         option += 4 + Padded(size);

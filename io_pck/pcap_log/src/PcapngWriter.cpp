@@ -10,22 +10,14 @@
 #include <limits>
 
 #include "CaptureStream.h"
+#include "PcapngFormat.h"
 #include "Writers.h"
 
 namespace veldor::pcaplog {
 
 namespace {
 
-constexpr std::uint32_t kSectionHeader = 0x0A0D0D0A;
-constexpr std::uint32_t kInterfaceDescription = 1;
-constexpr std::uint32_t kEnhancedPacket = 6;
-constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
-constexpr std::uint16_t kShbUserApplication = 4;
-constexpr std::uint16_t kIfName = 2;
-constexpr std::uint16_t kIfDescription = 3;
-constexpr std::uint16_t kIfTsResol = 9;
-constexpr std::uint16_t kEpbFlags = 2;
-constexpr std::uint32_t kOutbound = 2;
+using namespace pcapng;
 
 // A block built in memory: the header blocks, written once.
 class Block {
@@ -117,7 +109,7 @@ private:
         std::uint8_t tail[3 + 12 + 4] = {};
         std::size_t size = padding;
         if (outbound) {
-            const std::uint16_t option[2] = {kEpbFlags, 4};
+            const std::uint16_t option[2] = {kPacketFlags, 4};
             const std::uint32_t flags = kOutbound;
             std::memcpy(tail + size, option, 4);
             std::memcpy(tail + size + 4, &flags, 4);
