@@ -253,7 +253,7 @@ void WriteDrive(PacketWriter& writer, const Drive& d)
         const WriteResult r = writer.Interfaces()[p.interface].Kind() == LinkKind::Can
                                   ? writer.Write(p.interface, p.canFrame)
                                   : writer.Write(p);
-        ASSERT_EQ(r, WriteResult::Written) << writer.Error();
+        ASSERT_EQ(r, WriteResult::Written) << writer.Error() << " (packet " << i << ")";
     }
 }
 

@@ -60,10 +60,7 @@ std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::str
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
         if (magic == kPcapngMagic) return PcapngReader::Open(std::make_unique<ByteSource>(fd), path, error);
-        if (std::FILE* file = ::fdopen(fd, "rb")) {
-            std::setvbuf(file, nullptr, _IOFBF, ByteSource::kChunk);
-            return PcapReader::Open(file, magic, path, error);
-        }
+        if (std::FILE* file = ::fdopen(fd, "rb")) return PcapReader::Open(file, magic, path, error);
         error = "cannot read " + path + ": " + std::strerror(errno);
     }
     ::close(fd);

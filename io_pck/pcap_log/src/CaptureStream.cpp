@@ -14,7 +14,8 @@ bool CaptureStream::Open(const std::string& path, std::string& error)
         error = "cannot create " + path + ": " + std::strerror(errno);
         return false;
     }
-    std::setvbuf(m_file, nullptr, _IOFBF, kBufferSize);
+    m_buffer.reset(new char[kBufferSize]);
+    std::setvbuf(m_file, m_buffer.get(), _IOFBF, kBufferSize);
     return true;
 }
 

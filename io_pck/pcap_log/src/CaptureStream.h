@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 namespace veldor::pcaplog {
@@ -31,6 +32,7 @@ public:
 
 private:
     std::FILE* m_file = nullptr;
+    std::unique_ptr<char[]> m_buffer;  // stdio's own would be one page
     std::string m_error;
 };
 

@@ -11,6 +11,8 @@ constexpr std::uint32_t kNanoseconds = 0xA1B23C4D;
 // An old variant of libpcap's own, with 8 more bytes in each record header.
 constexpr std::uint32_t kModified = 0xA1B2CD34;
 
+constexpr std::size_t kBufferSize = 1 << 20;
+
 bool Is(std::uint32_t magic, std::uint32_t kind) { return magic == kind || magic == __builtin_bswap32(kind); }
 
 }  // namespace
@@ -20,9 +22,10 @@ bool IsPcapMagic(std::uint32_t magic)
     return Is(magic, kMicroseconds) || Is(magic, kNanoseconds) || Is(magic, kModified);
 }
 
-PcapReader::PcapReader(pcap_t* pcap, std::uint32_t magic, const std::string& name)
+PcapReader::PcapReader(pcap_t* pcap, std::unique_ptr<char[]> buffer, std::uint32_t magic, const std::string& name)
     : PacketReader(name),
       m_pcap(pcap),
+      m_buffer(std::move(buffer)),
       m_nanoseconds(Is(magic, kNanoseconds)),
       m_recordHeaderSize(Is(magic, kModified) ? 24 : 16)
 {
@@ -33,6 +36,10 @@ PcapReader::~PcapReader() { pcap_close(m_pcap); }
 std::unique_ptr<PacketReader> PcapReader::Open(std::FILE* file, std::uint32_t magic, const std::string& name,
                                                std::string& error)
 {
+    // libpcap reads a record at a time, its header and then its bytes; a
+    // large buffer makes that a read of the system now and then.
+    std::unique_ptr<char[]> buffer(new char[kBufferSize]);
+    std::setvbuf(file, buffer.get(), _IOFBF, kBufferSize);
     char message[PCAP_ERRBUF_SIZE] = "";
     pcap_t* pcap = pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, message);
     if (pcap == nullptr) {
@@ -40,7 +47,7 @@ std::unique_ptr<PacketReader> PcapReader::Open(std::FILE* file, std::uint32_t ma
         error = name + ": " + message;
         return nullptr;
     }
-    std::unique_ptr<PcapReader> reader(new PcapReader(pcap, magic, name));
+    std::unique_ptr<PcapReader> reader(new PcapReader(pcap, std::move(buffer), magic, name));
     Interface interface;
     interface.linkType = static_cast<std::uint16_t>(pcap_datalink(pcap));
     interface.snapLength = static_cast<std::uint32_t>(pcap_snapshot(pcap));

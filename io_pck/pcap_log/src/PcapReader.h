@@ -25,11 +25,12 @@ public:
     bool Nanoseconds() const override { return m_nanoseconds; }
 
 private:
-    PcapReader(pcap_t* pcap, std::uint32_t magic, const std::string& name);
+    PcapReader(pcap_t* pcap, std::unique_ptr<char[]> buffer, std::uint32_t magic, const std::string& name);
 
     Step Fetch(Packet& packet) override;
 
     pcap_t* m_pcap;
+    std::unique_ptr<char[]> m_buffer;  // of the stream, which libpcap closes
     bool m_nanoseconds;
     std::uint32_t m_recordHeaderSize;  // 16, or 24 in the old variant with more fields
     std::uint64_t m_offset = 24;       // of the next packet's header
