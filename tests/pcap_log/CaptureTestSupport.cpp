@@ -19,43 +19,27 @@ namespace pcaplog_test {
 Bytes Hex(const std::string& hex)
 {
     Bytes out;
-    for (std::size_t i = 0; i + 1 < hex.size();) {
-        if (hex[i] == ' ') {
-            ++i;
-            continue;
-        }
-        out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-        i += 2;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
+        if (hex[i] != ' ') out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
     }
     return out;
 }
 
-std::string ToHex(const std::uint8_t* bytes, std::size_t size)
+std::string ToHex(const void* bytes, std::size_t size)
 {
     static const char digits[] = "0123456789abcdef";
     std::string out(2 * size, '0');
     for (std::size_t i = 0; i < size; ++i) {
-        out[2 * i] = digits[bytes[i] >> 4];
-        out[2 * i + 1] = digits[bytes[i] & 15];
+        const std::uint8_t b = static_cast<const std::uint8_t*>(bytes)[i];
+        out[2 * i] = digits[b >> 4];
+        out[2 * i + 1] = digits[b & 15];
     }
     return out;
 }
 
-Bytes Pcapng::U16(std::uint16_t v, bool big)
-{
-    return big ? Bytes{char(v >> 8), char(v)} : Bytes{char(v), char(v >> 8)};
-}
-
-Bytes Pcapng::U32(std::uint32_t v, bool big)
-{
-    return big ? U16(v >> 16, big) + U16(v & 0xFFFF, big) : U16(v & 0xFFFF, big) + U16(v >> 16, big);
-}
-
-Bytes Pcapng::U64(std::uint64_t v, bool big)
-{
-    const auto high = static_cast<std::uint32_t>(v >> 32), low = static_cast<std::uint32_t>(v);
-    return big ? U32(high, big) + U32(low, big) : U32(low, big) + U32(high, big);
-}
+Bytes U16(std::uint16_t v, bool big) { return big ? Bytes{char(v >> 8), char(v)} : Bytes{char(v), char(v >> 8)}; }
+Bytes U32(std::uint32_t v, bool big) { return big ? U16(v >> 16, big) + U16(v, big) : U16(v, big) + U16(v >> 16, big); }
+Bytes U64(std::uint64_t v, bool big) { return big ? U32(v >> 32, big) + U32(v, big) : U32(v, big) + U32(v >> 32, big); }
 
 static Bytes Padded(Bytes b)
 {
@@ -63,65 +47,48 @@ static Bytes Padded(Bytes b)
     return b;
 }
 
-Bytes Pcapng::Options(const std::vector<Option>& options) const
+static Bytes Options(const std::vector<Pcapng::Option>& options, bool big)
 {
-    if (options.empty()) return {};
     Bytes out;
-    for (const Option& o : options) out += U16(o.code, m_big) + U16(o.value.size(), m_big) + Padded(o.value);
-    return out + Bytes(4, '\0');
+    for (const auto& o : options) out += U16(o.code, big) + U16(o.value.size(), big) + Padded(o.value);
+    return options.empty() ? out : out + Bytes(4, '\0');
 }
 
 Pcapng& Pcapng::Block(std::uint32_t type, const Bytes& body)
 {
     const Bytes padded = Padded(body);
     const auto length = static_cast<std::uint32_t>(padded.size() + 12);
-    bytes += U32(type, m_big) + U32(length, m_big) + padded + U32(length, m_big);
-    return *this;
-}
-
-Pcapng& Pcapng::Raw(const Bytes& more)
-{
-    bytes += more;
+    bytes += U32(type, big) + U32(length, big) + padded + U32(length, big);
     return *this;
 }
 
 Pcapng& Pcapng::Section(bool bigEndian, std::uint16_t major)
 {
-    m_big = bigEndian;
-    return Block(0x0A0D0D0A, U32(0x1A2B3C4D, m_big) + U16(major, m_big) + U16(0, m_big) + U64(~0ull, m_big));
+    big = bigEndian;
+    return Block(0x0A0D0D0A, U32(0x1A2B3C4D, big) + U16(major, big) + U16(0, big) + U64(~0ull, big));
 }
 
 Pcapng& Pcapng::Interface(std::uint16_t linkType, std::vector<Option> options, std::uint32_t snapLength)
 {
-    return Block(1, U16(linkType, m_big) + U16(0, m_big) + U32(snapLength, m_big) + Options(options));
+    return Block(1, U16(linkType, big) + U16(0, big) + U32(snapLength, big) + Options(options, big));
 }
 
-Pcapng& Pcapng::Enhanced(std::uint32_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options)
+Pcapng& Pcapng::Packet(std::uint32_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options,
+                       bool obsolete)
 {
-    return Block(6, U32(interface, m_big) + U32(ticks >> 32, m_big) + U32(ticks & 0xFFFFFFFF, m_big) +
-                        U32(data.size(), m_big) + U32(data.size(), m_big) + Padded(data) + Options(options));
-}
-
-Pcapng& Pcapng::Obsolete(std::uint16_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options)
-{
-    return Block(2, U16(interface, m_big) + U16(0, m_big) + U32(ticks >> 32, m_big) + U32(ticks & 0xFFFFFFFF, m_big) +
-                        U32(data.size(), m_big) + U32(data.size(), m_big) + Padded(data) + Options(options));
-}
-
-Pcapng& Pcapng::Simple(std::uint32_t originalLength, const Bytes& data)
-{
-    return Block(3, U32(originalLength, m_big) + data);
+    const Bytes id = obsolete ? U16(interface, big) + U16(0, big) : U32(interface, big);
+    return Block(obsolete ? 2 : 6, id + U32(ticks >> 32, big) + U32(ticks, big) + U32(data.size(), big) +
+                                       U32(data.size(), big) + Padded(data) + Options(options, big));
 }
 
 Bytes PcapFile(std::uint32_t linkType, const std::vector<std::pair<std::uint64_t, Bytes>>& packets, bool nanoseconds,
                bool big)
 {
-    Bytes out = Pcapng::U32(nanoseconds ? 0xA1B23C4D : 0xA1B2C3D4, big) + Pcapng::U16(2, big) + Pcapng::U16(4, big) +
-                Pcapng::U64(0, big) + Pcapng::U32(262144, big) + Pcapng::U32(linkType, big);
+    Bytes out = U32(nanoseconds ? 0xA1B23C4D : 0xA1B2C3D4, big) + U16(2, big) + U16(4, big) + U64(0, big) +
+                U32(262144, big) + U32(linkType, big);
     for (const auto& [time, data] : packets) {
         const std::uint64_t fraction = nanoseconds ? time % 1000000000 : time % 1000000000 / 1000;
-        out += Pcapng::U32(time / 1000000000, big) + Pcapng::U32(fraction, big) + Pcapng::U32(data.size(), big) +
-               Pcapng::U32(data.size(), big) + data;
+        out += U32(time / 1000000000, big) + U32(fraction, big) + U32(data.size(), big) + U32(data.size(), big) + data;
     }
     return out;
 }
@@ -197,8 +164,7 @@ std::vector<std::string> TimesAndBytes(const ReadOutcome& outcome)
 {
     std::vector<std::string> out;
     for (std::size_t i = 0; i < outcome.packets.size(); ++i) {
-        out.push_back(std::to_string(outcome.packets[i].time) + " " +
-                      ToHex(reinterpret_cast<const std::uint8_t*>(outcome.data[i].data()), outcome.data[i].size()));
+        out.push_back(std::to_string(outcome.packets[i].time) + " " + ToHex(outcome.data[i].data(), outcome.data[i].size()));
     }
     return out;
 }

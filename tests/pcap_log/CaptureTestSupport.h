@@ -1,7 +1,7 @@
-// Helpers of the capture file tests: capture files built byte by byte (in
-// either byte order, with blocks as wrong as a test wants them), a file read
-// whole into lines that a test compares, and the tools of the field run on
-// files.
+// Helpers of the capture file tests: files built byte by byte (either byte
+// order, blocks as wrong as a test wants them), a file read whole into lines
+// that a test compares, a drive of Ethernet and CAN packets to write, and
+// the tools of the field run on files.
 #ifndef VELDOR_TESTS_PCAP_LOG_SUPPORT_H
 #define VELDOR_TESTS_PCAP_LOG_SUPPORT_H
 
@@ -17,36 +17,26 @@ namespace pcaplog_test {
 using Bytes = std::string;
 
 Bytes Hex(const std::string& hex);  // "0a 0b" or "0a0b"
-std::string ToHex(const std::uint8_t* bytes, std::size_t size);
+std::string ToHex(const void* bytes, std::size_t size);
+Bytes U16(std::uint16_t v, bool big = false);
+Bytes U32(std::uint32_t v, bool big = false);
+Bytes U64(std::uint64_t v, bool big = false);
 
-// A pcapng file in the making, in one byte order per section.
-class Pcapng {
-public:
+// A pcapng file in the making; a section header sets the byte order.
+struct Pcapng {
     struct Option {
         std::uint16_t code;
         Bytes value;
     };
-
     Pcapng& Section(bool bigEndian = false, std::uint16_t major = 1);
     Pcapng& Interface(std::uint16_t linkType, std::vector<Option> options = {}, std::uint32_t snapLength = 0);
-    Pcapng& Enhanced(std::uint32_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options = {});
-    Pcapng& Obsolete(std::uint16_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options = {});
-    Pcapng& Simple(std::uint32_t originalLength, const Bytes& data);
-    // Any block; the lengths are written as they should be.
-    Pcapng& Block(std::uint32_t type, const Bytes& body);
-    Pcapng& Raw(const Bytes& bytes);
-
-    static Bytes U16(std::uint16_t v, bool big);
-    static Bytes U32(std::uint32_t v, bool big);
-    static Bytes U64(std::uint64_t v, bool big);
-    // Options, padded and ended, in the section's order.
-    Bytes Options(const std::vector<Option>& options) const;
-    bool BigEndian() const { return m_big; }
+    // Enhanced packet blocks, or obsolete ones (a 16-bit interface number).
+    Pcapng& Packet(std::uint32_t interface, std::uint64_t ticks, const Bytes& data, std::vector<Option> options = {},
+                   bool obsolete = false);
+    Pcapng& Block(std::uint32_t type, const Bytes& body);  // lengths as they should be
 
     Bytes bytes;
-
-private:
-    bool m_big = false;
+    bool big = false;
 };
 
 // A pcap file: micro- or nanoseconds, either byte order.
@@ -57,9 +47,8 @@ Bytes PcapFile(std::uint32_t linkType, const std::vector<std::pair<std::uint64_t
 std::string Describe(const veldor::canlog::CanFrame& frame);
 
 // What a reader gives for a file: a line per packet
-//   "<interface> <name> <ns> <Rx|Tx> <captured>/<original> <hex bytes>"
-// with " <Describe(frame)>" on CAN interfaces, and a line per issue
-//   "issue <kind>[ final] @<offset>: <message>".
+//   "<interface> <name or -> <ns> <Rx|Tx> <captured>/<original> <hex>[ <Describe(CAN frame)>]"
+// and a line per issue: "issue <kind>[ final] @<offset>: <message>".
 struct ReadOutcome {
     std::string openError;
     std::vector<std::string> lines;
@@ -71,33 +60,29 @@ struct ReadOutcome {
 };
 ReadOutcome ReadAll(const std::string& path);
 ReadOutcome ReadBytes(const Bytes& bytes);
-
-// "<ns> <hex bytes>" of each packet: what two files hold alike whatever
-// their format, names and directions.
+// "<ns> <hex>" a packet: what two files hold alike whatever their format.
 std::vector<std::string> TimesAndBytes(const ReadOutcome& outcome);
 
 void WriteFile(const std::string& path, const Bytes& bytes);
-
 veldor::pcaplog::Interface Named(std::string name, std::uint16_t linkType = veldor::pcaplog::kLinkTypeEthernet);
 
 // A drive on two Ethernet ports and two CAN channels, or on one port: frames
-// of every length from 14 bytes to jumbo, at nanosecond times, some sent;
-// CAN frames of every kind.
+// from 14 bytes to jumbo at nanosecond times, some sent, CAN frames of every
+// kind.
 struct Drive {
     std::vector<veldor::pcaplog::Interface> interfaces;
     std::vector<veldor::pcaplog::Packet> packets;  // the CAN ones with their frame
     std::vector<Bytes> data;
 };
 Drive MakeDrive(bool multiBus, std::size_t count);
-// Fails the test if a packet is not written.
+// Fail the test if a packet is not written.
 void WriteDrive(veldor::pcaplog::PacketWriter& writer, const Drive& drive);
 void WriteDriveFile(const std::string& path, const Drive& drive,
                     const veldor::pcaplog::WriterOptions& options = veldor::pcaplog::WriterOptions());
 
-// Runs a shell command; its standard output (its errors go to the test's
-// log), with the test failing when it ends badly.
+// A shell command's standard output (its errors go to the test's log); the
+// test fails when it ends badly.
 std::string RunTool(const std::string& command);
-// Whether a program is on this machine.
 bool Have(const std::string& program);
 
 }  // namespace pcaplog_test

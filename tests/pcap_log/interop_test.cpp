@@ -87,9 +87,8 @@ TEST_F(ToolInterop, WiresharkToolsMakeMultiInterfaceFilesWeRead)
     EXPECT_EQ(merged.interfaces[1].linkType, kLinkTypeSocketCan);
     // Each interface's packets, in their order, with their nanoseconds.
     std::vector<std::vector<std::string>> perInterface(3);
-    for (std::size_t i = 0; i < merged.lines.size(); ++i) {
-        perInterface.at(merged.packets.at(i).interface).push_back(TimesAndBytes(merged)[i]);
-    }
+    const std::vector<std::string> packets = TimesAndBytes(merged);
+    for (std::size_t i = 0; i < packets.size(); ++i) perInterface.at(merged.packets[i].interface).push_back(packets[i]);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(perInterface[i], TimesAndBytes(ReadAll(File("in" + std::to_string(i) + ".pcap")))) << i;
     }

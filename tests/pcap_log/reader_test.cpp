@@ -26,7 +26,7 @@ std::string Join(const std::vector<std::string>& lines)
 Pcapng Good()
 {
     Pcapng f;
-    f.Section().Interface(kLinkTypeEthernet).Enhanced(0, 1, kEth);
+    f.Section().Interface(kLinkTypeEthernet).Packet(0, 1, kEth);
     return f;
 }
 
@@ -41,17 +41,17 @@ TEST(PcapngReading, BlocksOptionsSectionsAndByteOrders)
     const std::uint64_t otherAt = f.bytes.size();
     f.Interface(105, {{2, "wlan0"}})
         .Block(4, Hex("00000000"))  // name resolution
-        .Enhanced(0, 1700000000123456789, kEth)
-        .Enhanced(1, 1700000000123456, Hex("00000123 02000000 0102 000000000000"))
-        .Enhanced(2, 5, kEth)
-        .Enhanced(0, 1700000000123456790, kEth, {{2, Pcapng::U32(2, false)}})  // outbound
+        .Packet(0, 1700000000123456789, kEth)
+        .Packet(1, 1700000000123456, Hex("00000123 02000000 0102 000000000000"))
+        .Packet(2, 5, kEth)
+        .Packet(0, 1700000000123456790, kEth, {{2, U32(2, false)}})  // outbound
         .Block(5, Hex("00000000 00000000 00000000"))                             // statistics
         .Section(true)
-        .Interface(kLinkTypeEthernet, {{2, "eth1"}, {9, Hex("8a")}, {14, Pcapng::U64(1700000000, true)}}, 8)
+        .Interface(kLinkTypeEthernet, {{2, "eth1"}, {9, Hex("8a")}, {14, U64(1700000000, true)}}, 8)
         .Interface(kLinkTypeEthernet, {{9, Hex("03")}})
-        .Enhanced(0, 1536, kEth)                                   // 1.5 s in 2^-10 s, after the offset
-        .Obsolete(1, 2500, kEth, {{2, Pcapng::U32(2, true)}})     // milliseconds, outbound
-        .Simple(15, kEth.substr(0, 8))                             // cut to the snap length of 8
+        .Packet(0, 1536, kEth)                                   // 1.5 s in 2^-10 s, after the offset
+        .Packet(1, 2500, kEth, {{2, U32(2, true)}}, true)     // obsolete block, ms, outbound
+        .Block(3, U32(15, true) + kEth.substr(0, 8))               // simple, cut to the snap length of 8
         .Block(0xBAD, "abcd")                                      // custom
         .Block(0x0A, Hex("00000000 00000000"));                    // decryption secrets
 
@@ -132,10 +132,10 @@ TEST(CaptureReading, BadInputGetsOneMessage)
         std::string expected;  // in the open's error ("open: ...") or in the lines
         std::size_t packets;
     };
-    const auto plus = [](Pcapng f, const Bytes& more) { return f.Raw(more).bytes; };
+    const auto plus = [](Pcapng f, const Bytes& more) { return f.bytes + more; };
     const std::string end = "@" + std::to_string(Good().bytes.size()) + ": ";
     Pcapng badTrailer = Good();
-    badTrailer.Enhanced(0, 2, kEth);
+    badTrailer.Packet(0, 2, kEth);
     badTrailer.bytes[badTrailer.bytes.size() - 4] = 0x34;
     Pcapng badMagic;
     badMagic.Block(0x0A0D0D0A, Hex("4d3c2b2a 01000000 ffffffffffffffff"));
@@ -144,7 +144,7 @@ TEST(CaptureReading, BadInputGetsOneMessage)
         {"no capture", "hello world", "open: mem: neither pcap nor pcapng: it begins with the bytes 68 65 6C 6C", 0},
         {"three bytes", Hex("0a0d0d"), "open: mem: neither pcap nor pcapng: it begins with the bytes 0A 0D 0D", 0},
         {"no interface", Pcapng().Section().bytes, "open: mem: no interface to play: the file declares none", 0},
-        {"other link type", Pcapng().Section().Interface(105).Enhanced(0, 1, kEth).bytes,
+        {"other link type", Pcapng().Section().Interface(105).Packet(0, 1, kEth).bytes,
          "open: mem: no interface to play: interface 0 is link type 105; only Ethernet and SocketCAN are played", 0},
         {"pcap of another link type", PcapFile(105, {{1, kEth}}),
          "open: mem: no interface to play: interface 0 is link type 105", 0},
@@ -152,7 +152,7 @@ TEST(CaptureReading, BadInputGetsOneMessage)
          0},
         {"version", Pcapng().Section(false, 2).bytes,
          "open: mem, byte 0: pcapng version 2.0, which this reader cannot read", 0},
-        {"block cut", plus(Good(), Good().Enhanced(0, 2, kEth).bytes.substr(Good().bytes.size(), 20)),
+        {"block cut", plus(Good(), Good().Packet(0, 2, kEth).bytes.substr(Good().bytes.size(), 20)),
          "issue truncated final " + end + "the file ends inside a block of 48 bytes (20 are there)", 1},
         {"header cut", plus(Good(), Hex("0600000030")),
          "issue truncated final " + end + "the file ends inside a block header", 1},
@@ -164,14 +164,14 @@ TEST(CaptureReading, BadInputGetsOneMessage)
          "issue bad block final " + end + "block length 8 is shorter than a block's 12 bytes", 1},
         {"length too long", plus(Good(), Hex("06000000 00000010")),
          "issue bad block final " + end + "block length 268435456 is above the 16 MiB a block may have", 1},
-        {"interface without block", Good().Enhanced(3, 2, kEth).Enhanced(0, 3, kEth).bytes,
+        {"interface without block", Good().Packet(3, 2, kEth).Packet(0, 3, kEth).bytes,
          "issue unknown interface " + end + "packet of interface 3, but its section declares 1 interface", 2},
         {"captured length past its block",
-         Good().Block(6, Pcapng::U64(0, false) + Pcapng::U32(2, false) + Pcapng::U64(256 * 0x100000001ull, false))
-             .Enhanced(0, 3, kEth)
+         Good().Block(6, U64(0, false) + U32(2, false) + U64(256 * 0x100000001ull, false))
+             .Packet(0, 3, kEth)
              .bytes,
          "issue bad packet " + end + "captured length 256 runs past its block of 32 bytes", 2},
-        {"time beyond 64 bits", Good().Interface(1, {{9, Hex("00")}}).Enhanced(1, 1ull << 40, kEth).bytes,
+        {"time beyond 64 bits", Good().Interface(1, {{9, Hex("00")}}).Packet(1, 1ull << 40, kEth).bytes,
          "the packet's time is beyond what 64 bits of nanoseconds hold", 1},
         {"pcap cut", PcapFile(1, {{1, kEth}, {2, kEth}}).substr(0, 24 + 2 * 31 - 10),
          "issue truncated final @55: truncated dump file; tried to read 15 captured bytes, only got 5", 1},
@@ -188,8 +188,8 @@ TEST(CaptureReading, BadInputGetsOneMessage)
     // An option that runs past its block is told, the interface kept.
     Pcapng f = Good();
     const std::size_t at = f.bytes.size();
-    f.Block(1, Hex("0100 0000 00000000") + Pcapng::U16(2, false) + Pcapng::U16(100, false) + "eth1");
-    f.Enhanced(1, 5, kEth);
+    f.Block(1, Hex("0100 0000 00000000") + U16(2, false) + U16(100, false) + "eth1");
+    f.Packet(1, 5, kEth);
     const ReadOutcome r = ReadBytes(f.bytes);
     EXPECT_EQ(Join(r.lines), "0 - 1000 Rx 15/15 " + kEthHex + "\nissue bad option @" + std::to_string(at + 16) +
                                  ": option 2 of 100 bytes runs past the end of its interface block\n1 - 5000 Rx 15/15 " +
