@@ -40,11 +40,12 @@ enum class CaptureFormat { Pcap, Pcapng };
 enum class IssueKind {
     ReadFailed,        // the system refused to read on (final)
     Truncated,         // the file ends inside a block or packet (final)
-    BadBlock,          // a block whose length or header cannot be trusted (final)
+    BadBlock,          // a block whose length or header cannot be trusted (final), or one
+                       // too short for its type (skipped)
     BadOption,         // an option that runs past its block; the rest are ignored
     UnknownInterface,  // a packet of an interface the section has not declared
     OtherLinkType,     // an interface that is not played; told once
-    BadTime,           // a time the reader cannot hold, or a resolution it cannot read
+    BadTime,           // a time beyond what 64 bits of nanoseconds hold
     BadPacket,         // a captured length past its block, a CAN record that is no frame
 };
 
