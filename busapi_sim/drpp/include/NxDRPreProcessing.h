@@ -107,14 +107,18 @@
  *     datagram. The TP header after the 16-byte SOME/IP header gives the
  *     offset (its upper 28 bits, in units of 16 bytes) and the more-segments
  *     bit (bit 0). A message is keyed by addresses, ports, message ID,
- *     client ID, interface version, message type without the TP flag and
- *     VLAN tags; its session ID is that of its first segment. A segment of
- *     a new session cancels the message of the old session if it is not
- *     complete (dropped) and starts the new one. Overlaps: the first-
- *     received bytes win; a segment that adds no byte is dropped (an exact
- *     duplicate or a redundant copy), one that contradicts bytes or the end
- *     already received is dropped, one that overlaps in agreement is kept
- *     (every receiver then reassembles the same bytes). A non-last segment
+ *     request ID (client and session ID), interface version, message type
+ *     without the TP flag and VLAN tags: a new session starts a message of
+ *     its own. A message must be complete with segments stamped before the
+ *     first segment of a later session of the same key; a segment of it
+ *     stamped after that cancels it (dropped), as a receiver has moved on
+ *     by then. This is decided in recorded time, not in order of arrival,
+ *     so that consecutive messages of a slightly disordered recording both
+ *     survive. Overlaps: the first-received bytes win; a segment that adds
+ *     no byte is dropped (an exact duplicate or a redundant copy), one that
+ *     contradicts bytes or the end already received is dropped, one that
+ *     overlaps in agreement is kept (every receiver then reassembles the
+ *     same bytes). A non-last segment
  *     whose payload is empty or not a multiple of 16 cancels its message.
  *     Other frames pass as in NXDRPP_GENERIC; IPv4 fragments are not joined.
  *   NXDRPP_TCP: segments of one connection direction (addresses, ports,

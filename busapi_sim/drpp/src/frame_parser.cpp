@@ -96,12 +96,12 @@ FrameInfo ParseRecord(const uint8_t* record, NxDRPPProtocolType protocol)
         key.destinationPort = Be16(l4 + 2);
         key.messageId = Be32(someIp);
         key.identification = Be16(someIp + 8);
+        key.session = Be16(someIp + 10);
         key.interfaceVersion = someIp[13];
         key.protocol = messageType & ~kSomeIpTpFlag;
         const uint32_t tp = Be32(someIp + 16);
         info.kind = FrameKind::TpSegment;
         info.key = key;
-        info.session = Be16(someIp + 10);
         info.position = tp & ~0xFu;
         info.more = (tp & 1u) != 0;
         info.payloadOffset = NXDRPP_RECORD_FRAME_OFFSET + payloadAt + 8 + 20;

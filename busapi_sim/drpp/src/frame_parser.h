@@ -26,7 +26,8 @@ struct GroupKey {
     uint8_t protocol = 0;          // IPv4 protocol, SOME/IP message type without TP
     uint8_t vlanCount = 0;
     uint8_t interfaceVersion = 0;  // SOME/IP
-    uint8_t unused[6] = {0, 0, 0, 0, 0, 0};
+    uint16_t session = 0;          // SOME/IP session ID
+    uint8_t unused[4] = {0, 0, 0, 0};
 
     bool operator==(const GroupKey& other) const { return std::memcmp(this, &other, sizeof *this) == 0; }
 };
@@ -56,7 +57,6 @@ struct FrameInfo {
     uint32_t payloadLength = 0;
     bool more = false;           // IPv4 MF, SOME/IP TP more segments
     uint8_t tcpFlags = 0;        // kTcpSyn | kTcpFin
-    uint16_t session = 0;        // SOME/IP session ID
 };
 
 // Looks into the frame of a valid record (head included) for what

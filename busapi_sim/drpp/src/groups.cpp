@@ -101,27 +101,51 @@ Stage::Placement Stage::AddFragment(const uint8_t* record, const FrameInfo& info
     return {group, false};
 }
 
-// A SOME/IP TP segment: the bytes and the end received first win.
+// A SOME/IP TP segment: the bytes and the end received first win. Each
+// session is a message of its own. A message must be complete with what is
+// stamped before a later session began: a segment of it stamped after that
+// cancels it, as the receiver has moved on by then. In recorded time, not in
+// order of arrival, so that a slightly disordered recording keeps both.
 Stage::Placement Stage::AddSegment(const uint8_t* record, const FrameInfo& info, uint64_t time)
 {
     const uint32_t begin = info.position;
     const uint32_t finish = begin + info.payloadLength;
     const uint8_t* payload = record + info.payloadOffset;
     uint32_t group = FindGroup(info.key);
-    if (group != kNone && m_groups[group].session != info.session) {
-        if (m_groups[group].state == GroupState::Open)
-            Doom(group, DropCause::Incomplete);
-        Forget(group);
-        group = kNone;
+    GroupKey base = info.key;
+    base.session = 0;
+    uint64_t supersededAt = UINT64_MAX;
+    const auto latest = m_latestSession.find(base);
+    if (latest == m_latestSession.end()) {
+        if (m_latestSession.size() >= size_t(m_depth) * 2)
+            m_latestSession.erase(m_latestSession.begin());
+        m_latestSession.emplace(base, SessionStart{info.key.session, time});
+    } else if (latest->second.session != info.key.session) {
+        SessionStart& last = latest->second;
+        if (group == kNone && time >= last.time) {
+            GroupKey previousKey = base;
+            previousKey.session = last.session;
+            const uint32_t previous = FindGroup(previousKey);
+            if (previous != kNone)
+                m_groups[previous].supersededAt = std::min(m_groups[previous].supersededAt, time);
+            last = {info.key.session, time};
+        } else {
+            supersededAt = last.time;
+        }
     }
     const bool breaks = info.payloadLength == 0 || (info.more && info.payloadLength % 16 != 0);
     if (group == kNone) {
         group = NewGroup(info.key, breaks ? GroupState::Dead : GroupState::Open, time);
-        m_groups[group].session = info.session;
+        m_groups[group].supersededAt = supersededAt;
     } else {
         Group& g = m_groups[group];
         if (g.state != GroupState::Open)
             return Dropped(group, DropCause::Duplicate);
+        g.supersededAt = std::min(g.supersededAt, supersededAt);
+        if (time >= g.supersededAt) {
+            Doom(group, DropCause::Incomplete);
+            return Dropped(group, DropCause::Incomplete);
+        }
         if (breaks)
             Doom(group, DropCause::Malformed);
     }
@@ -273,9 +297,9 @@ uint32_t Stage::NewGroup(const GroupKey& key, GroupState state, uint64_t time)
     g.key = key;
     g.state = state;
     g.inMap = true;
-    g.session = 0;
     g.newestTime = time;
     g.later = 0;
+    g.supersededAt = UINT64_MAX;
     g.end = kNone;
     g.bytes = 0;
     g.maxEnd = 0;
@@ -366,6 +390,7 @@ void Stage::FreeIfUnused(uint32_t group)
 void Stage::ForgetAllGroups()
 {
     m_groupIndex.clear();
+    m_latestSession.clear();
     m_aging.clear();
     m_freeGroups.clear();
     for (uint32_t group = 0; group < m_groups.size(); ++group) {

@@ -72,12 +72,12 @@ private:
         GroupKey key;
         GroupState state = GroupState::Open;
         bool inMap = false;
-        uint16_t session = 0;
         std::vector<uint32_t> members;  // slots, in the group's order
         uint64_t newestTime = 0;
         uint32_t later = 0;             // records stamped after newestTime since
         uint32_t agingIndex = kNone;
         uint32_t lruPrev = kNone, lruNext = kNone;
+        uint64_t supersededAt = UINT64_MAX;  // TP: when a later session began
         uint32_t end = kNone;           // length of the whole message, once known
         uint32_t bytes = 0;             // payload held (datagrams)
         uint32_t maxEnd = 0;            // furthest byte held
@@ -159,6 +159,13 @@ private:
     std::vector<uint32_t> m_freeGroups;
     std::unordered_map<GroupKey, uint32_t, GroupKeyHash> m_groupIndex;
     std::vector<uint32_t> m_aging;  // groups that time out: datagrams and TP messages
+    // SOME/IP TP: per message key without the session, the session that
+    // began last in recorded time, and when.
+    struct SessionStart {
+        uint16_t session;
+        uint64_t time;
+    };
+    std::unordered_map<GroupKey, SessionStart, GroupKeyHash> m_latestSession;
     uint32_t m_lruHead = kNone, m_lruTail = kNone;
 
     uint64_t m_taken = 0;
