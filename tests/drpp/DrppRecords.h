@@ -2,6 +2,7 @@
 // pre-processing tests, its fuzz target and its benchmark.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -83,15 +84,19 @@ public:
     NxDRPPErrorCode Insert(std::vector<uint8_t> block, uint64_t* consumed = nullptr, bool end = false)
     {
         uint64_t taken = 0;
-        const NxDRPPErrorCode result = NxDRPP_InsertFrames(handle, block.data(), block.size(), &end, &taken);
+        uint8_t nothing = 0;  // an empty block is still a block, not a null pointer
+        uint8_t* data = block.empty() ? &nothing : block.data();
+        const NxDRPPErrorCode result = NxDRPP_InsertFrames(handle, data, block.size(), &end, &taken);
         if (consumed != nullptr)
             *consumed = taken;
         return result;
     }
-    // Gives out into `out`; the answer of the stage.
+    // Gives out into `out`; the answer of the stage. The buffer behind
+    // `room` is only as large as what the stage holds, which is all it can
+    // write (a stage that wrote more would overrun it, to the sanitizers).
     NxDRPPErrorCode Get(std::vector<uint8_t>& out, uint64_t room = 1 << 21, bool drain = false)
     {
-        std::vector<uint8_t> buffer(room + 1);
+        std::vector<uint8_t> buffer(std::max<uint64_t>(1, std::min(room, Statistics().numOfBytesInOutputQueue)));
         uint64_t written = 0;
         const NxDRPPErrorCode result = NxDRPP_GetFrames(handle, buffer.data(), room, drain, &written);
         out.insert(out.end(), buffer.begin(), buffer.begin() + static_cast<ptrdiff_t>(written));

@@ -15,6 +15,7 @@ a message that could not complete may leave, the statistics must count
 every drop, and everything else must leave unchanged and in time order.
 
     reassembly_test.py <libNxDRPreProcessing.so> [unittest options]
+    reassembly_test.py --fuzz-seeds <folder>    (the fuzz target's seed corpus)
 """
 import collections
 import ctypes
@@ -407,6 +408,44 @@ class Exports(unittest.TestCase):
                                         "NxDRPP_GetFrames", "NxDRPP_FlushBuffers", "NxDRPP_GetStatistics"]))
 
 
+# ---- seeds of the fuzz target (tests/fuzz/drpp_fuzz.cpp reads them) --------
+
+def fuzz_seed(protocol, stream, fill=4, depth=24):
+    """Protocol (0 generic, 1 UDP, 2 SOME/IP, 3 TCP), fill level, depth, then
+    each frame with its time step, a take every 8 frames, the closing record
+    with the end flag and a last take."""
+    seed, time = bytearray([protocol, fill - 1, depth - fill - 1]), 0
+    for n, (t, frame) in enumerate(stream):
+        seed += struct.pack("<BHh", 0, len(frame), t - time) + frame
+        time = t
+        if n % 8 == 7:
+            seed += bytes([10, 255])
+    return bytes(seed + bytes([0x1D, 15]))
+
+
+def write_fuzz_seeds(folder):
+    random.seed(14)
+    udp = []
+    for ident in range(3):
+        parts = datagram(0x300 + ident, 900, 256, [(Dot1AD, 5), (Dot1Q, 6)] if ident == 2 else ())[1]
+        udp += parts + [parts[0] if ident == 0 else plain(ident)]
+    someip = []
+    for session in range(1, 4):
+        payload = random.randbytes(500)
+        someip += tp_segments(session, payload, 128 if session < 3 else 64) + [tp_frame(session, 16, payload[16:80], True)]
+    tcp = [ethernet(IP(src="10.0.0.1", dst="10.0.0.2") / TCP(sport=4000, dport=80, flags="PA", seq=1000 + 100 * i) /
+                    Raw(random.randbytes(100))) for i in range(12)]
+    tcp += tcp[3:5]
+    seeds = {"generic": (0, [plain(i) for i in range(20)]), "udp": (1, udp), "someip": (2, someip), "tcp": (3, tcp)}
+    os.makedirs(folder, exist_ok=True)
+    for name, (protocol, frames) in seeds.items():
+        with open(os.path.join(folder, name), "wb") as out:
+            out.write(fuzz_seed(protocol, shuffled(frames, 3)))
+
+
 if __name__ == "__main__":
+    if sys.argv[1] == "--fuzz-seeds":
+        write_fuzz_seeds(sys.argv[2])
+        sys.exit(0)
     LIBRARY = ctypes.CDLL(sys.argv[1])
     unittest.main(argv=sys.argv[:1] + sys.argv[2:])

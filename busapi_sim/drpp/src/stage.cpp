@@ -153,6 +153,11 @@ bool Stage::Release()
             else
                 g.recent[g.recentNext] = sent;
             g.recentNext = (g.recentNext + 1) % kRecentSegments;
+            const uint32_t end = s.position + s.payloadLength + ((s.tcpFlags & kTcpSyn) ? 1 : 0) +
+                                 ((s.tcpFlags & kTcpFin) ? 1 : 0);
+            if (!g.sent || static_cast<int32_t>(end - g.sentEnd) > 0)
+                g.sentEnd = end;
+            g.sent = true;
         }
         s.group = kNone;
         FreeIfUnused(group);

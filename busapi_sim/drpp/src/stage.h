@@ -83,6 +83,8 @@ private:
         uint32_t maxEnd = 0;            // furthest byte held
         std::vector<SentSegment> recent;
         uint32_t recentNext = 0;
+        uint32_t sentEnd = 0;  // TCP: sequence number after the furthest segment given out
+        bool sent = false;
     };
 
     // Records and the window.
