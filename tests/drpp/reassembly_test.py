@@ -269,16 +269,20 @@ class Reassembly(unittest.TestCase):
             frames += parts + [plain(2 * k), plain(2 * k + 1)]
         left, statistics, most = self.pass_through(UDP_PROTOCOL, shuffled(frames, 4))
 
-        rows = tshark(left, "ip.id", "vlan.id", "ip.reassembled.length", "udp.payload", "ip.fragment.overlap",
-                      "ip.fragment.error")
-        reassembled = {}
-        for ident, vlan, length, payload, overlap, error in rows:
+        rows = tshark(left, "ip.id", "vlan.id", "ip.frag_offset", "ip.reassembled.length", "udp.payload",
+                      "ip.fragment.overlap", "ip.fragment.error")
+        reassembled, offsets = {}, collections.defaultdict(list)
+        for ident, vlan, offset, length, payload, overlap, error in rows:
             self.assertEqual((overlap, error), ("", ""), "tshark saw no overlap and no error")
             ident = int(ident, 16)
+            key = (ident, "99" if vlan == "99" else "")
             self.assertNotIn(ident, lost, "no part of a datagram that could not complete leaves")
+            offsets[key].append(int(offset))
             if length:
-                reassembled[(ident, "99" if vlan == "99" else "")] = bytes.fromhex(payload)
+                reassembled[key] = bytes.fromhex(payload)
         self.assertSameMessages(reassembled, whole)
+        for key in whole:
+            self.assertEqual(offsets[key], sorted(offsets[key]), f"datagram {key} leaves in offset order")
         self.assertEqual(self.dropped(statistics), drops)
         self.assertEqual(sum(1 for _, f in left if b"plain" in f), sum(1 for f in frames if b"plain" in f))
         self.assertLess(most, 60, "no message holds the window until the end")
@@ -315,9 +319,10 @@ class Reassembly(unittest.TestCase):
                 drops += len(parts) - 8
                 lost.add(session)
             elif case == 7:
-                # a new session starts before the old message completes
-                old = tp_segments(0x8000 + session, random.randbytes(2000), 512)[:2]
-                parts = old + spaced(parts[0]) + parts[1:]
+                # a new session starts before the old message completes: the
+                # rest of the old one, stamped after that, cannot save it
+                old = tp_segments(0x8000 + session, random.randbytes(2000), 512)
+                parts = old[:2] + spaced(parts[0]) + parts[1:] + old[2:]
                 drops += len(old)
                 lost.add(0x8000 + session)
             if session not in lost:
@@ -325,25 +330,29 @@ class Reassembly(unittest.TestCase):
             frames += parts + [plain(session)]
         left, statistics, most = self.pass_through(SOMEIP, shuffled(frames, 4))
 
-        rows = tshark(left, "someip.sessionid", "someip.tp.reassembled.length", "someip.tp.reassembled.data",
-                      "someip.tp.fragment.overlap.conflicts", "someip.tp.fragment.error")
-        reassembled = {}
-        for session, length, data, conflicts, error in rows:
+        rows = tshark(left, "someip.sessionid", "someip.tp.offset", "someip.tp.reassembled.length",
+                      "someip.tp.reassembled.data", "someip.tp.fragment.overlap.conflicts", "someip.tp.fragment.error")
+        reassembled, offsets = {}, collections.defaultdict(list)
+        for session, offset, length, data, conflicts, error in rows:
             if not session:
                 continue
             self.assertEqual((conflicts, error), ("", ""))
             session = int(session, 16)
             self.assertNotIn(session, lost)
+            offsets[session].append(int(offset))
             if length:
                 reassembled[session] = bytes.fromhex(data)
         self.assertSameMessages(reassembled, whole)
+        for session in whole:
+            self.assertEqual(offsets[session], sorted(offsets[session]), f"message {session} in offset order")
         self.assertEqual(self.dropped(statistics), drops)
         self.assertLess(most, 60)
 
     def test_tcp_segments(self):
-        """Segments of a connection shuffled, some sent again: what leaves
-        is in sequence order without retransmissions (tshark's analysis),
-        the byte stream whole, duplicate acknowledgements kept."""
+        """Segments of a connection shuffled, some recorded before the one
+        they follow, some sent again: what leaves is in sequence order
+        without retransmissions (tshark's analysis), the byte stream whole,
+        duplicate acknowledgements kept."""
         data = random.randbytes(40000)
         base = 1000
         syn = ethernet(IP(src="10.0.0.1", dst="10.0.0.2") / TCP(sport=4000, dport=80, flags="S", seq=base - 1))
@@ -365,6 +374,8 @@ class Reassembly(unittest.TestCase):
         for i in range(2, len(segments), 7):
             frames.append(segments[i])  # sent again much later
             drops += 1
+        for i in range(5, len(frames) - 1, 11):
+            frames[i], frames[i + 1] = frames[i + 1], frames[i]  # stamped before the segment it follows
         left, statistics, _ = self.pass_through(TCP_PROTOCOL, shuffled(frames, 4))
 
         rows = tshark(left, "tcp.srcport", "tcp.seq_raw", "tcp.payload", "tcp.analysis.retransmission",
