@@ -38,6 +38,8 @@ NO_ERROR, NOT_REACHED, BUFFER_FULL = 0, 4, 6
 MARK, MARK_CLOSING = 0x4E584500, 0x4E584501
 SOMEIP_PORT = 30501
 FILL, DEPTH = 10, 1000  # what the replay wrapper passes
+# Tools run without what a sanitizer build preloads into this interpreter.
+TOOL_ENVIRONMENT = {k: v for k, v in os.environ.items() if k != "LD_PRELOAD"}
 TSHARK = ["tshark", "-n", "-o", "ip.defragment:TRUE", "-o", "someip.reassemble_tp:TRUE",
           "-d", f"udp.port=={SOMEIP_PORT},someip", "-o", "tcp.analyze_sequence_numbers:TRUE"]
 
@@ -191,7 +193,7 @@ def tshark(frames, *fields):
         command = TSHARK + ["-r", path, "-T", "fields", "-E", "separator=|", "-E", "occurrence=l"]
         for field in fields:
             command += ["-e", field]
-        result = subprocess.run(command, capture_output=True, text=True, check=True)
+        result = subprocess.run(command, capture_output=True, text=True, check=True, env=TOOL_ENVIRONMENT)
         return [line.split("|") for line in result.stdout.splitlines()]
 
 
@@ -413,7 +415,7 @@ class Reassembly(unittest.TestCase):
 class Exports(unittest.TestCase):
     def test_six_operations_and_nothing_else(self):
         result = subprocess.run(["nm", "-D", "--defined-only", LIBRARY._name], capture_output=True, text=True,
-                                check=True)
+                                check=True, env=TOOL_ENVIRONMENT)
         names = sorted(line.split()[-1] for line in result.stdout.splitlines() if " T " in line or " D " in line)
         self.assertEqual(names, sorted(["NxDRPP_CreateHandle", "NxDRPP_DestroyHandle", "NxDRPP_InsertFrames",
                                         "NxDRPP_GetFrames", "NxDRPP_FlushBuffers", "NxDRPP_GetStatistics"]))
