@@ -45,8 +45,9 @@
  *     The closing record is the one exception: it takes no room, so the
  *     end of a stream is always accepted (one closing record at a time).
  *   - F is the reordering window. A record is released for output only
- *     while at least F records wait in the window, so F - 1 later records
- *     have been seen before it leaves; F 1 passes records straight on.
+ *     while at least F records wait in the window, so F - 1 records that
+ *     came after it have been seen before it leaves; F 1 passes records
+ *     straight on.
  *     While the stage holds fewer than F records and no closing record,
  *     NxDRPP_GetFrames gives out nothing and answers
  *     NXDRPP_NOT_REACHED_MIN_FILL_LEVEL.
@@ -61,7 +62,8 @@
  *   called: the same input gives the same output. A recording whose frames
  *   are out of order by less than the window leaves in timestamp order. A
  *   record later than that (its time is before a time already released)
- *   is not dropped: it is released next, behind what already left.
+ *   is not dropped: it is the next to be released, behind what already
+ *   left.
  *   Groups: the fragments of a message (UDP, SOME/IP TP) and the segments
  *   of a TCP connection are grouped. The times of a group's records stay
  *   in the window as they came; each time the earliest of them is due, the
@@ -79,12 +81,14 @@
  *     taken;
  *   - end of stream: the closing record releases everything that can
  *     leave, gives up the messages that are not complete, and leaves last.
- *   A message given up is remembered (without its frames) for the same
- *   time-out, so that its stragglers are dropped instead of starting a new
- *   message that could not complete either; so is a message that is
- *   complete, so that late duplicates of its fragments are dropped.
+ *   A message given up, and one that is complete, is remembered (without
+ *   its frames) for one more such time-out: a fragment of it that comes
+ *   then (a straggler, a late duplicate) is dropped instead of starting a
+ *   message that could not complete.
  *   Memory is bounded by D whatever the input: at most D records (each at
- *   most 65584 bytes), at most 2 D remembered groups.
+ *   most 65584 bytes), at most 2 D remembered groups (messages, TCP
+ *   directions; the least recently seen without records forgotten first)
+ *   and 2 D SOME/IP session starts.
  *
  * PROTOCOLS
  *   Frames are Ethernet II, untagged or with one or two VLAN tags (0x8100,
@@ -118,8 +122,8 @@
  *     no byte is dropped (an exact duplicate or a redundant copy), one that
  *     contradicts bytes or the end already received is dropped, one that
  *     overlaps in agreement is kept (every receiver then reassembles the
- *     same bytes). A non-last segment
- *     whose payload is empty or not a multiple of 16 cancels its message.
+ *     same bytes). A non-last segment whose payload is empty or not a
+ *     multiple of 16 cancels its message.
  *     Other frames pass as in NXDRPP_GENERIC; IPv4 fragments are not joined.
  *   NXDRPP_TCP: segments of one connection direction (addresses, ports,
  *     VLAN tags) leave in sequence order (serial-number arithmetic) within
@@ -127,8 +131,7 @@
  *     number, length, SYN and FIN of a segment of the same direction that
  *     is in the window or among its last 64 given out, and the same payload
  *     - is dropped. Segments without payload, SYN or FIN (pure
- *     acknowledgements) are never dropped. Up to D directions are
- *     remembered, the least recently seen forgotten first.
+ *     acknowledgements) are never dropped.
  *   NXDRPP_UNDEFINED_PROTOCOL and any other value: NXDRPP_NOT_SUPPORTED_PROTOCOL.
  *
  * DROPS AND STATISTICS
@@ -139,10 +142,10 @@
  *   last two, so at any time
  *     dropped = numOfTotalFrames - numOfProcessedFrames - numOfFramesInOutputQueue.
  *   The stage drops nothing but: the fragments of a datagram or message
- *   given up, cancelled or discarded (above) and the stragglers of such a
- *   message; exact duplicates of fragments and segments, redundant and
- *   contradicting SOME/IP TP segments; exact TCP retransmissions; whatever
- *   NxDRPP_FlushBuffers discards. numOfFramesReadyToRead is what the next
+ *   given up, cancelled or discarded (above); fragments that come while
+ *   their message is remembered as given up or complete; exact duplicates
+ *   of fragments, redundant and contradicting SOME/IP TP segments; exact
+ *   TCP retransmissions; whatever NxDRPP_FlushBuffers discards. numOfFramesReadyToRead is what the next
  *   NxDRPP_GetFrames would give out with room enough. Closing records are
  *   records in all these counts. Records refused (corrupt, incomplete, not
  *   taken at the depth) are not counted: they were not taken.
