@@ -82,9 +82,9 @@
  *   - end of stream: the closing record releases everything that can
  *     leave, gives up the messages that are not complete, and leaves last.
  *   A message given up, and one that is complete, is remembered (without
- *   its frames) for one more such time-out: a fragment of it that comes
- *   then (a straggler, a late duplicate) is dropped instead of starting a
- *   message that could not complete.
+ *   its frames) for one more such time-out from then: a fragment of it
+ *   that comes meanwhile (a straggler, a late duplicate) is dropped
+ *   instead of starting a message that could not complete.
  *   Memory is bounded by D whatever the input: at most D records (each at
  *   most 65584 bytes), at most 2 D remembered groups (messages, TCP
  *   directions; the least recently seen without records forgotten first)

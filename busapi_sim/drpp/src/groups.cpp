@@ -242,8 +242,10 @@ void Stage::AddMember(uint32_t group, uint32_t slot, uint64_t time)
         g.later = 0;
     }
     const bool complete = g.key.kind == FrameKind::IpFragment ? g.end != kNone && g.bytes == g.end : SegmentComplete(g);
-    if (complete)
+    if (complete) {
         g.state = GroupState::Complete;
+        g.later = 0;  // remembered for a time-out from now on
+    }
 }
 
 bool Stage::SegmentComplete(const Group& group) const
