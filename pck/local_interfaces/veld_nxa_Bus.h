@@ -36,6 +36,7 @@
 #include "veld_definitions.h"
 #include "veld_event.h"
 #include "veld_object_types.h"
+#include "veld_periodic_schedule.h"
 
 template <class TNxApiWrapper, class TNxApiSettings>
 class VELDBusCmnComponent : public virtual VELDComponent, public VELDTimeStateListener {
@@ -98,6 +99,8 @@ protected:
     void SetIfMutable(VELDProperty& property, const T& value);
     // The registry steps of a channel change.
     void CheckDuplicateChannel();
+    // The meta thread's schedule and its jump handshake.
+    VELDPeriodicSchedule MetaSchedule();
 
     const VELDTypeFilterBase VELDBusReplayStateInfo;
     std::unique_ptr<TNxApiWrapper> m_pNxApiWrapper;

@@ -120,6 +120,12 @@ VELDBusCmnComponent<W, S>::~VELDBusCmnComponent()
 // Helpers
 
 template <class W, class S>
+VELDPeriodicSchedule VELDBusCmnComponent<W, S>::MetaSchedule()
+{
+    return VELDPeriodicSchedule(*this, m_replayStateInfoPollingTimestamp, m_timeJumped, m_timeJumpedHandled);
+}
+
+template <class W, class S>
 bool VELDBusCmnComponent<W, S>::IsSynchronizedReplay()
 {
     return m_dataReplayEnabled && HasProperty("replay_mode") && GetIntegerProperty("replay_mode") != 0;
@@ -390,9 +396,7 @@ void VELDBusCmnComponent<W, S>::Birth()
     }
     if (m_dataReplayEnabled) CheckHighSpeedConnection(supported);
 
-    m_replayStateInfoPollingTimestamp = VELD::CurrentTime(true, true);
-    m_timeJumped.Reset();
-    m_timeJumpedHandled.Reset();
+    MetaSchedule().Begin();
     m_timeSpeed = VELD::TimeSpeed();
 
     if (IsSynchronizedReplay() || m_isSimTimeProvider) {
@@ -461,17 +465,16 @@ template <class W, class S>
 void VELDBusCmnComponent<W, S>::ReadThreadBusMetaInfo()
 {
     const bool synchronized = IsSynchronizedReplay();
+    VELDPeriodicSchedule schedule = MetaSchedule();
     while (!IsDying()) {
+        // Elements carry the time at which the wait began; a jump restarts
+        // the schedule there too.
         const VELDTimestamp now = VELD::CurrentTime(true, true);
-        if (Wait(m_replayStateInfoPollingTimestamp, &m_timeJumped)) {
+        if (schedule.WaitDue(now)) {
             if (synchronized) WriteReplayStateInfoToOutput(now);
             if (m_isSimTimeProvider) WriteSimTimeToOutput(now);
-        } else {
-            m_replayStateInfoPollingTimestamp = now;
-            m_timeJumped.Reset();
-            m_timeJumpedHandled.Set();
         }
-        m_replayStateInfoPollingTimestamp += m_pollingPeriod;
+        schedule.Advance(m_pollingPeriod);
     }
 }
 
@@ -504,21 +507,15 @@ void VELDBusCmnComponent<W, S>::WriteSimTimeToOutput(VELDTimestamp ts)
 template <class W, class S>
 void VELDBusCmnComponent<W, S>::CallbackTimeJumped(VELDTimestamp)
 {
-    if (!IsStarted()) return;
-    m_timeJumped.Set();
-    Wait4Event(m_timeJumpedHandled, VELD::Infinite);
-    m_timeJumpedHandled.Reset();
+    if (IsStarted()) MetaSchedule().HandOverJump();
 }
 
 template <class W, class S>
 void VELDBusCmnComponent<W, S>::CallbackTimeSpeedChanged(int newSpeed)
 {
     if (!IsStarted()) return;
-    if (m_timeSpeed < 0 && newSpeed > 0) {
-        m_timeJumped.Set();
-        Wait4Event(m_timeJumpedHandled, VELD::Infinite);
-        m_timeJumpedHandled.Reset();
-    }
+    // Going forward again is a jump for the schedule.
+    if (m_timeSpeed < 0 && newSpeed > 0) MetaSchedule().HandOverJump();
     m_timeSpeed = newSpeed;
 }
 

@@ -69,7 +69,7 @@ TEST_F(CanBinding, LoadsTheFixedPathOnceAndResolvesInTableOrderOnEveryLoad)
     EXPECT_EQ(bus.Object().requested, kTableOrder);
     std::vector<void*> table = Table();
     for (std::size_t i = 0; i < table.size(); ++i)
-        EXPECT_EQ(table[i], nxtest::FakeCanLibrary::Symbol(kTableOrder[i])) << kTableOrder[i];
+        EXPECT_EQ(table[i], nxtest::FakeLibrary::Symbol(kTableOrder[i])) << kTableOrder[i];
 
     // Again: no second load, the symbols are resolved anew.
     EXPECT_EQ(LoadCanLibrary(), 0);
