@@ -75,6 +75,10 @@ public:
     // pass through.
     Outcome Resolve(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
                     void** addresses);
+    // The same as a library's load operation answers: 0 when every address
+    // is there, else 1, after `unloadTable` where a symbol came back null.
+    int Load(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
+             void** addresses, void (*unloadTable)());
     // Loaded already, or a file at `path` to load.
     bool Available(const std::string& path);
     bool IsLoaded() const { return object && object->is_loaded(); }

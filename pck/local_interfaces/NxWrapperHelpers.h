@@ -56,6 +56,11 @@ std::string NxLibraryText(Operation operation, Arguments... arguments)
     return text;
 }
 
+// The description of a channel or interface for people: "Vendor: <vendor>;
+// Interface: <interface>", and "; Serial number: <serial>" when there is one.
+std::string NxChannelDescription(const std::string& vendor, const std::string& interfaceName,
+                                 const std::string& serial);
+
 // printf-style formatting into a block of twice the format's length first,
 // then as large as the last try said it had to be.
 std::string NxStringFormatV(const std::string& format, va_list arguments);

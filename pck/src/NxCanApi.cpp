@@ -81,14 +81,11 @@ void InitCanFunctionPointers()
 
 int LoadCanLibrary()
 {
-    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
+    std::lock_guard<std::recursive_mutex> lock(g_canLibrary.lock);
     void* addresses[kNxCanApiOperationCount];
-    switch (g_canLibrary.Resolve(kNxCanApiLibraryPath, false, kNxCanApiSymbolNames, kNxCanApiOperationCount,
-                                 addresses)) {
-    case NxLibraryBinding::Outcome::NotLoaded: return 1;
-    case NxLibraryBinding::Outcome::Incomplete: UnloadCanLibrary(); return 1;
-    case NxLibraryBinding::Outcome::Ready: break;
-    }
+    if (g_canLibrary.Load(kNxCanApiLibraryPath, false, kNxCanApiSymbolNames, kNxCanApiOperationCount, addresses,
+                     UnloadCanLibrary) != 0)
+        return 1;
     void** address = addresses;
 #define NXCAN_BIND_POINTER(name) NxBindOperation(pfnCan##name, *address++);
     NXCAN_API_OPERATIONS(NXCAN_BIND_POINTER)

@@ -207,11 +207,9 @@ VELDString NxCanApiWrapper::GetChannelId(const NXSCanChannelInfo& info)
 VELDString NxCanApiWrapper::GetChannelDescription(const NXSCanChannelInfo& info, VELDString identifier)
 {
     if (NxFieldText(info.szChannelIdentifier) != static_cast<const char*>(identifier)) return VELDString();
-    std::string description = "Vendor: " + NxFieldText(info.szVendorName) +
-                              "; Interface: " + NxFieldText(info.szInterfaceName);
-    std::string serial = NxFieldText(info.szInterfaceSerialNumber);
-    if (!serial.empty()) description += "; Serial number: " + serial;
-    return VELDString(description.c_str());
+    return VELDString(NxChannelDescription(NxFieldText(info.szVendorName), NxFieldText(info.szInterfaceName),
+                                           NxFieldText(info.szInterfaceSerialNumber))
+                          .c_str());
 }
 
 bool NxCanApiWrapper::IsHighSpeedChannel(const NXSCanChannelInfo& info)

@@ -69,6 +69,18 @@ NxLibraryBinding::Outcome NxLibraryBinding::Resolve(const std::string& path, boo
     return complete ? Outcome::Ready : Outcome::Incomplete;
 }
 
+int NxLibraryBinding::Load(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
+                           void** addresses, void (*unloadTable)())
+{
+    std::lock_guard<std::recursive_mutex> guard(lock);
+    switch (Resolve(path, testExists, symbols, count, addresses)) {
+    case Outcome::Ready: return 0;
+    case Outcome::Incomplete: unloadTable(); return 1;
+    case Outcome::NotLoaded: return 1;
+    }
+    return 1;
+}
+
 bool NxLibraryBinding::Available(const std::string& path)
 {
     std::lock_guard<std::recursive_mutex> guard(lock);

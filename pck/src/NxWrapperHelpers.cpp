@@ -4,6 +4,14 @@
 #include <memory>
 #include <stdexcept>
 
+std::string NxChannelDescription(const std::string& vendor, const std::string& interfaceName,
+                                 const std::string& serial)
+{
+    std::string description = "Vendor: " + vendor + "; Interface: " + interfaceName;
+    if (!serial.empty()) description += "; Serial number: " + serial;
+    return description;
+}
+
 std::string NxStringFormatV(const std::string& format, va_list arguments)
 {
     std::size_t size = format.size() * 2;

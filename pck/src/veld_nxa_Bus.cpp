@@ -5,6 +5,8 @@
 
 #include "NxCanApiWrapper.h"
 #include "NxCanApiWrapperSettings.h"
+#include "NxEthApiWrapper.h"
+#include "NxEthApiWrapperSettings.h"
 #include "NxChannelMap.h"
 #include "veld.h"
 #include "veld_io_elt.h"
@@ -23,6 +25,21 @@ VELDString Quoted(const char* before, const char* what, const char* after)
     text += what;
     text += after;
     return text;
+}
+
+// The channels that the bus library offers at `ip`. A machine without the
+// library offers none; a library that fails to tell is reported, and offers
+// none either, so that the property sheet stays usable.
+template <class W>
+auto AvailableChannels(VELDModule* module, const char* ip, bool norvexHardwareOnly)
+    -> decltype(W::RetrieveAvailableChannelsVector(ip, norvexHardwareOnly))
+{
+    try {
+        return W::RetrieveAvailableChannelsVector(ip, norvexHardwareOnly);
+    } catch (const std::exception& e) {
+        module->ReportError(e.what(), 0);
+        return {};
+    }
 }
 
 }  // namespace
@@ -293,7 +310,7 @@ VELDEnumStruct VELDBusCmnComponent<W, S>::RefreshChannels(VELDModule* module, co
     const bool isReplay = module->HasProperty("replay_mode") && module->GetIntegerProperty("replay_mode") != 0;
 
     VELDString items;
-    for (const auto& info : W::RetrieveAvailableChannelsVector(ip, isReplay)) {
+    for (const auto& info : AvailableChannels<W>(module, ip, isReplay)) {
         items += W::GetChannelId(info);
         items += "|";
     }
@@ -321,7 +338,7 @@ void VELDBusCmnComponent<W, S>::SetChannelDescription(VELDString ip, VELDString 
     bool zira = false;
     const bool synchronized = IsSynchronizedReplay();
     if (ip.Length() > 0 && channel.Length() > 0 && channel != kCustomChannel) {
-        for (const auto& info : W::RetrieveAvailableChannelsVector(ip, synchronized)) {
+        for (const auto& info : AvailableChannels<W>(this, ip, synchronized)) {
             description = W::GetChannelDescription(info, channel);
             if (description.Length() > 0) break;
         }
@@ -524,5 +541,5 @@ void VELDBusCmnComponent<W, S>::CallbackTimePaused(bool)
 {
 }
 
-// The CAN instantiation. The Ethernet one follows once its wrapper exists.
 template class VELDBusCmnComponent<NxCanApiWrapper, NxCanApiWrapperSettings>;
+template class VELDBusCmnComponent<NxEthApiWrapper, NxEthApiWrapperSettings>;
