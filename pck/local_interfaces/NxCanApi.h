@@ -16,6 +16,7 @@
 #include <string>
 
 #include "NxLibraryBinding.h"
+#include "NxReplayRecords.h"
 
 typedef std::int32_t NXTCanError;   // 0 success, -1 vendor-specific, else a code
 typedef std::int32_t NXTCanHandle;  // -1: no channel
@@ -109,14 +110,7 @@ struct NXSCanMessage {
     NXSCanBusInfo tBusInfo;
 };
 
-struct NXSCanReplayHeader {
-    std::uint32_t reserved1;
-    std::uint32_t reserved2;
-    std::uint32_t reserved3;
-    std::uint32_t ulSize;
-    std::uint64_t ui64Timestamp;  // hardware ticks
-    std::uint64_t reserved4;
-};
+typedef NxReplayHeader NXSCanReplayHeader;
 
 struct NXSCanReplayMsgHeader {
     NXECanMessageType tMessageType;
@@ -136,16 +130,7 @@ struct NXSCanReplayData {
     std::uint64_t ui64StartOfMsgData;
 };
 
-struct NXSCanReplayStatusInfo {
-    std::uint32_t ulValidInfoFlags;
-    NXECanReplayState tReplayState;
-    std::uint64_t ui64Timestamp;
-    std::uint64_t ui64SentFrames;
-    std::uint64_t ui64ErrorData;
-    std::uint64_t ui64SendFailed;
-    std::uint64_t ui64Dropped;
-    std::uint32_t Reserved[6];
-};
+typedef NxReplayStatus<NXECanReplayState> NXSCanReplayStatusInfo;
 
 static_assert(sizeof(NXSCanChannelInfo) == 1028, "NXSCanChannelInfo layout");
 static_assert(offsetof(NXSCanChannelInfo, szInterfaceName) == 256, "NXSCanChannelInfo layout");
@@ -173,11 +158,6 @@ static_assert(offsetof(NXSCanMessage, usDLC) == 28, "NXSCanMessage layout");
 static_assert(offsetof(NXSCanMessage, ucData) == 30, "NXSCanMessage layout");
 static_assert(offsetof(NXSCanMessage, tBusInfo) == 96, "NXSCanMessage layout");
 
-static_assert(sizeof(NXSCanReplayHeader) == 32, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, ulSize) == 12, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, ui64Timestamp) == 16, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, reserved4) == 24, "NXSCanReplayHeader layout");
-
 static_assert(sizeof(NXSCanReplayMsgHeader) == 24, "NXSCanReplayMsgHeader layout");
 static_assert(offsetof(NXSCanReplayMsgHeader, ulCustomVal) == 4, "NXSCanReplayMsgHeader layout");
 static_assert(offsetof(NXSCanReplayMsgHeader, ulCanId) == 8, "NXSCanReplayMsgHeader layout");
@@ -190,14 +170,7 @@ static_assert(sizeof(NXSCanReplayData) == 64, "NXSCanReplayData layout");
 static_assert(offsetof(NXSCanReplayData, tMsgHeader) == 32, "NXSCanReplayData layout");
 static_assert(offsetof(NXSCanReplayData, ui64StartOfMsgData) == 56, "NXSCanReplayData layout");
 
-static_assert(sizeof(NXSCanReplayStatusInfo) == 72, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, tReplayState) == 4, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64Timestamp) == 8, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64SentFrames) == 16, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64ErrorData) == 24, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64SendFailed) == 32, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64Dropped) == 40, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, Reserved) == 48, "NXSCanReplayStatusInfo layout");
+static_assert(NxReplayStatusLayoutHolds<NXECanReplayState>(), "NXSCanReplayStatusInfo layout");
 
 // The event object handed to the library for event-based reception. The
 // library wakes threads waiting on m_cond when messages have arrived.
@@ -309,8 +282,6 @@ NXCAN_API_OPERATIONS(NXCAN_DECLARE_POINTER)
 #undef NXCAN_DECLARE_POINTER
 
 const std::size_t kNxCanApiOperationCount = 28;
-// The exported symbol names, in the order of resolution.
-extern const char* const kNxCanApiSymbolNames[kNxCanApiOperationCount];
 
 extern const char* const kNxCanApiLibraryPath;
 

@@ -90,8 +90,6 @@ NXDRPP_OPERATIONS(NXDRPP_DECLARE_POINTER)
 #undef NXDRPP_DECLARE_POINTER
 
 const std::size_t kNxDrPreOperationCount = 6;
-// The exported symbol names, in the order of resolution.
-extern const char* const kNxDrPreSymbolNames[kNxDrPreOperationCount];
 
 // The binding of the pre-processing library: its object, its lock and its
 // count of replay wrappers.

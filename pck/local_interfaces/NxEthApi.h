@@ -14,6 +14,7 @@
 #include <mutex>
 
 #include "NxLibraryBinding.h"
+#include "NxReplayRecords.h"
 
 typedef std::int32_t NXTEthError;   // 0 success, -1 provider-specific, else a code
 typedef std::int32_t NXTEthHandle;  // -1: no interface
@@ -78,14 +79,7 @@ struct NXSEthRawFrame {
     std::uint8_t tRawData[8];
 };
 
-struct NXSEthReplayHeader {
-    std::uint32_t reserved1;  // the record mark, with bit 0 on the closing record
-    std::uint32_t reserved2;
-    std::uint32_t reserved3;
-    std::uint32_t ulSize;     // the record's whole size, filled by the library
-    std::uint64_t ui64Timestamp;
-    std::uint64_t reserved4;
-};
+typedef NxReplayHeader NXSEthReplayHeader;  // the record mark in reserved1, bit 0 on the closing record
 
 struct NXSEthReplayFrameHeader {
     NXEEthFrameType tFrameType;
@@ -102,16 +96,7 @@ struct NXSEthReplayData {
     std::uint64_t ui64StartOfFrameData;
 };
 
-struct NXSEthReplayStatusInfo {
-    std::uint32_t ulValidInfoFlags;
-    NXEEthReplayState tReplayState;
-    std::uint64_t ui64Timestamp;
-    std::uint64_t ui64SentFrames;
-    std::uint64_t ui64ErrorData;
-    std::uint64_t ui64SendFailed;
-    std::uint64_t ui64Dropped;
-    std::uint32_t Reserved[6];
-};
+typedef NxReplayStatus<NXEEthReplayState> NXSEthReplayStatusInfo;
 
 static_assert(sizeof(NXSEthInterfaceInfo) == 1036, "NXSEthInterfaceInfo layout");
 static_assert(offsetof(NXSEthInterfaceInfo, szInterfaceName) == 256, "NXSEthInterfaceInfo layout");
@@ -133,11 +118,6 @@ static_assert(offsetof(NXSEthRawFrameHeader, reserved) == 28, "NXSEthRawFrameHea
 static_assert(sizeof(NXSEthRawFrame) == 40, "NXSEthRawFrame layout");
 static_assert(offsetof(NXSEthRawFrame, tRawData) == 32, "NXSEthRawFrame layout");
 
-static_assert(sizeof(NXSEthReplayHeader) == 32, "NXSEthReplayHeader layout");
-static_assert(offsetof(NXSEthReplayHeader, ulSize) == 12, "NXSEthReplayHeader layout");
-static_assert(offsetof(NXSEthReplayHeader, ui64Timestamp) == 16, "NXSEthReplayHeader layout");
-static_assert(offsetof(NXSEthReplayHeader, reserved4) == 24, "NXSEthReplayHeader layout");
-
 static_assert(sizeof(NXSEthReplayFrameHeader) == 16, "NXSEthReplayFrameHeader layout");
 static_assert(offsetof(NXSEthReplayFrameHeader, ulRawDataLength) == 4, "NXSEthReplayFrameHeader layout");
 static_assert(offsetof(NXSEthReplayFrameHeader, ulFlags) == 8, "NXSEthReplayFrameHeader layout");
@@ -147,14 +127,7 @@ static_assert(sizeof(NXSEthReplayData) == 56, "NXSEthReplayData layout");
 static_assert(offsetof(NXSEthReplayData, tMsgHeader) == 32, "NXSEthReplayData layout");
 static_assert(offsetof(NXSEthReplayData, ui64StartOfFrameData) == 48, "NXSEthReplayData layout");
 
-static_assert(sizeof(NXSEthReplayStatusInfo) == 72, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, tReplayState) == 4, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, ui64Timestamp) == 8, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, ui64SentFrames) == 16, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, ui64ErrorData) == 24, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, ui64SendFailed) == 32, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, ui64Dropped) == 40, "NXSEthReplayStatusInfo layout");
-static_assert(offsetof(NXSEthReplayStatusInfo, Reserved) == 48, "NXSEthReplayStatusInfo layout");
+static_assert(NxReplayStatusLayoutHolds<NXEEthReplayState>(), "NXSEthReplayStatusInfo layout");
 
 // --- the operations --------------------------------------------------------------
 typedef NXTEthError (*NXETHAPI_FUNC_PTR_GetAvailableInterfacesCount)(std::uint32_t* count, std::uint32_t attributeCount,
@@ -229,8 +202,6 @@ NXETH_API_OPERATIONS(NXETH_DECLARE_POINTER)
 #undef NXETH_DECLARE_POINTER
 
 const std::size_t kNxEthApiOperationCount = 24;
-// The exported symbol names, in the order of resolution.
-extern const char* const kNxEthApiSymbolNames[kNxEthApiOperationCount];
 
 extern const char* const kNxEthApiLibraryPath;
 

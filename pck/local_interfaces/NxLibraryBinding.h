@@ -45,14 +45,15 @@ public:
 // state for the whole process.
 std::unique_ptr<NxLibraryObject> MakeNxSharedLibrary(bool pinned);
 
+// One operation of a table: its exported symbol, and how the typed pointer
+// of the table is set to an address (null clears it).
+struct NxTableEntry {
+    const char* symbol;
+    void (*bind)(void* address);
+};
+
 class NxLibraryBinding {
 public:
-    enum class Outcome {
-        Ready,        // loaded, and every symbol has an address
-        NotLoaded,    // no file at the path (when asked), or the load left nothing loaded
-        Incomplete    // a symbol resolved to null: the table is not usable
-    };
-
     explicit NxLibraryBinding(bool pinned) : m_pinned(pinned) {}
     NxLibraryBinding(const NxLibraryBinding&) = delete;
     NxLibraryBinding& operator=(const NxLibraryBinding&) = delete;
@@ -69,16 +70,25 @@ public:
     std::recursive_mutex lock;
 
     // Loads `path` unless the object is loaded already (with a test that the
-    // file exists first when `testExists`), then resolves the `count`
-    // symbols in order into `addresses`, every one of them even past a null.
-    // Errors of loading and of a missing symbol are Boost's system_error and
-    // pass through.
-    Outcome Resolve(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
-                    void** addresses);
-    // The same as a library's load operation answers: 0 when every address
-    // is there, else 1, after `unloadTable` where a symbol came back null.
-    int Load(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
-             void** addresses, void (*unloadTable)());
+    // file exists first when `testExists`), then resolves every symbol of the
+    // table in order, even past one that comes back null. 0 when all are
+    // there, and the table is set; else 1, after `unloadTable` where a symbol
+    // came back null. Errors of loading and of a missing symbol are Boost's
+    // system_error and pass through.
+    int Load(const std::string& path, bool testExists, const NxTableEntry* table, std::size_t count,
+             void (*unloadTable)());
+    template <std::size_t N>
+    int Load(const std::string& path, bool testExists, const NxTableEntry (&table)[N], void (*unloadTable)())
+    {
+        return Load(path, testExists, table, N, unloadTable);
+    }
+    // Every pointer of the table to null.
+    template <std::size_t N>
+    static void Clear(const NxTableEntry (&table)[N])
+    {
+        for (const NxTableEntry& entry : table) entry.bind(nullptr);
+    }
+
     // Loaded already, or a file at `path` to load.
     bool Available(const std::string& path);
     bool IsLoaded() const { return object && object->is_loaded(); }

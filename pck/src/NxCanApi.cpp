@@ -12,9 +12,12 @@
 NXCAN_API_OPERATIONS(NXCAN_DEFINE_POINTER)
 #undef NXCAN_DEFINE_POINTER
 
-#define NXCAN_SYMBOL_NAME(name) "NXCAN_" #name,
-const char* const kNxCanApiSymbolNames[kNxCanApiOperationCount] = {NXCAN_API_OPERATIONS(NXCAN_SYMBOL_NAME)};
-#undef NXCAN_SYMBOL_NAME
+namespace {
+#define NXCAN_TABLE_ENTRY(name) {"NXCAN_" #name, [](void* address) { NxBindOperation(pfnCan##name, address); }},
+const NxTableEntry kCanTable[] = {NXCAN_API_OPERATIONS(NXCAN_TABLE_ENTRY)};
+#undef NXCAN_TABLE_ENTRY
+static_assert(sizeof kCanTable / sizeof kCanTable[0] == kNxCanApiOperationCount, "one entry per operation");
+}  // namespace
 
 const char* const kNxCanApiLibraryPath = NX_BUSAPI_CAN_LIBRARY_PATH;
 
@@ -72,25 +75,13 @@ HANDLE CreateEventB(bool signalled)
 
 std::recursive_mutex& CanLibraryLock() { return g_canLibrary.lock; }
 
-void InitCanFunctionPointers()
-{
-#define NXCAN_CLEAR_POINTER(name) pfnCan##name = nullptr;
-    NXCAN_API_OPERATIONS(NXCAN_CLEAR_POINTER)
-#undef NXCAN_CLEAR_POINTER
-}
+void InitCanFunctionPointers() { NxLibraryBinding::Clear(kCanTable); }
 
 int LoadCanLibrary()
 {
-    std::lock_guard<std::recursive_mutex> lock(g_canLibrary.lock);
-    void* addresses[kNxCanApiOperationCount];
-    if (g_canLibrary.Load(kNxCanApiLibraryPath, false, kNxCanApiSymbolNames, kNxCanApiOperationCount, addresses,
-                     UnloadCanLibrary) != 0)
-        return 1;
-    void** address = addresses;
-#define NXCAN_BIND_POINTER(name) NxBindOperation(pfnCan##name, *address++);
-    NXCAN_API_OPERATIONS(NXCAN_BIND_POINTER)
-#undef NXCAN_BIND_POINTER
-    return 0;
+    // No test that the file exists: a machine without it gets the loader's
+    // error, where the Ethernet library says 1.
+    return g_canLibrary.Load(kNxCanApiLibraryPath, false, kCanTable, UnloadCanLibrary);
 }
 
 void UnloadCanLibrary()

@@ -10,12 +10,14 @@
 NXDRPP_OPERATIONS(NXDRPP_DEFINE_POINTER)
 #undef NXDRPP_DEFINE_POINTER
 
-#define NXDRPP_SYMBOL_NAME(name, type, symbol) #symbol,
-const char* const kNxDrPreSymbolNames[kNxDrPreOperationCount] = {NXDRPP_OPERATIONS(NXDRPP_SYMBOL_NAME)};
-#undef NXDRPP_SYMBOL_NAME
 
 namespace {
 NxLibraryBinding g_drPreLibrary(false);
+#define NXDRPP_TABLE_ENTRY(name, type, symbol) \
+    {#symbol, [](void* address) { NxBindOperation(pfnPreprocessing##name, address); }},
+const NxTableEntry kDrPreTable[] = {NXDRPP_OPERATIONS(NXDRPP_TABLE_ENTRY)};
+#undef NXDRPP_TABLE_ENTRY
+static_assert(sizeof kDrPreTable / sizeof kDrPreTable[0] == kNxDrPreOperationCount, "one entry per operation");
 }  // namespace
 
 std::unique_ptr<NxLibraryObject>& hNxDrPreDll = g_drPreLibrary.object;
@@ -28,26 +30,9 @@ std::string DrPreLibraryPath()
     return boost::dll::this_line_location().parent_path().string() + "/" + NX_DRPP_LIBRARY_RELATIVE_PATH;
 }
 
-void InitDrPreFunctionPointers()
-{
-#define NXDRPP_CLEAR_POINTER(name, type, symbol) pfnPreprocessing##name = nullptr;
-    NXDRPP_OPERATIONS(NXDRPP_CLEAR_POINTER)
-#undef NXDRPP_CLEAR_POINTER
-}
+void InitDrPreFunctionPointers() { NxLibraryBinding::Clear(kDrPreTable); }
 
-int LoadDrPreLibrary()
-{
-    std::lock_guard<std::recursive_mutex> lock(g_drPreLibrary.lock);
-    void* addresses[kNxDrPreOperationCount];
-    if (g_drPreLibrary.Load(DrPreLibraryPath(), true, kNxDrPreSymbolNames, kNxDrPreOperationCount, addresses,
-                            UnloadDrPreLibrary) != 0)
-        return 1;
-    void** address = addresses;
-#define NXDRPP_BIND_POINTER(name, type, symbol) NxBindOperation(pfnPreprocessing##name, *address++);
-    NXDRPP_OPERATIONS(NXDRPP_BIND_POINTER)
-#undef NXDRPP_BIND_POINTER
-    return 0;
-}
+int LoadDrPreLibrary() { return g_drPreLibrary.Load(DrPreLibraryPath(), true, kDrPreTable, UnloadDrPreLibrary); }
 
 void UnloadDrPreLibrary()
 {

@@ -7,14 +7,14 @@
 NXETH_API_OPERATIONS(NXETH_DEFINE_POINTER)
 #undef NXETH_DEFINE_POINTER
 
-#define NXETH_SYMBOL_NAME(name) "NXETH_" #name,
-const char* const kNxEthApiSymbolNames[kNxEthApiOperationCount] = {NXETH_API_OPERATIONS(NXETH_SYMBOL_NAME)};
-#undef NXETH_SYMBOL_NAME
-
 const char* const kNxEthApiLibraryPath = NX_BUSAPI_ETH_LIBRARY_PATH;
 
 namespace {
 NxLibraryBinding g_ethLibrary(true);
+#define NXETH_TABLE_ENTRY(name) {"NXETH_" #name, [](void* address) { NxBindOperation(pfnEth##name, address); }},
+const NxTableEntry kEthTable[] = {NXETH_API_OPERATIONS(NXETH_TABLE_ENTRY)};
+#undef NXETH_TABLE_ENTRY
+static_assert(sizeof kEthTable / sizeof kEthTable[0] == kNxEthApiOperationCount, "one entry per operation");
 }  // namespace
 
 std::unique_ptr<NxLibraryObject>& hNxEthApiDll = g_ethLibrary.object;
@@ -22,26 +22,9 @@ std::uint32_t& uEthApiWrapperCount = g_ethLibrary.users;
 
 NxLibraryBinding& EthLibrary() { return g_ethLibrary; }
 
-void InitEthFunctionPointers()
-{
-#define NXETH_CLEAR_POINTER(name) pfnEth##name = nullptr;
-    NXETH_API_OPERATIONS(NXETH_CLEAR_POINTER)
-#undef NXETH_CLEAR_POINTER
-}
+void InitEthFunctionPointers() { NxLibraryBinding::Clear(kEthTable); }
 
-int LoadEthLibrary()
-{
-    std::lock_guard<std::recursive_mutex> lock(g_ethLibrary.lock);
-    void* addresses[kNxEthApiOperationCount];
-    if (g_ethLibrary.Load(kNxEthApiLibraryPath, true, kNxEthApiSymbolNames, kNxEthApiOperationCount, addresses,
-                     UnloadEthLibrary) != 0)
-        return 1;
-    void** address = addresses;
-#define NXETH_BIND_POINTER(name) NxBindOperation(pfnEth##name, *address++);
-    NXETH_API_OPERATIONS(NXETH_BIND_POINTER)
-#undef NXETH_BIND_POINTER
-    return 0;
-}
+int LoadEthLibrary() { return g_ethLibrary.Load(kNxEthApiLibraryPath, true, kEthTable, UnloadEthLibrary); }
 
 void UnloadEthLibrary()
 {

@@ -206,30 +206,27 @@ NxBusError NxEthApiWrapper::Initialize(bool* highSpeedSupported)
 
 NxBusError NxEthApiWrapper::LoadLibraries()
 {
-    // A library that is missing, or there and unusable, is told to the user
-    // by the code 666 and a sentence, not by an exception.
-    auto missing = [this](const char* step, const char* sentence) {
-        std::snprintf(m_lastError, sizeof m_lastError, "%s", sentence);
+    // Counts the wrapper in and loads. A library that is missing, or there
+    // and unusable, is told by the code 666 and a sentence for the user, not
+    // by an exception.
+    auto load = [this](NxLibraryBinding& binding, int (*loadTable)(), const char* step, const char* sentence) {
+        std::lock_guard<std::recursive_mutex> lock(binding.lock);
+        ++binding.users;
+        std::string missing;
+        try {
+            if (loadTable() == 0) return NxBusError();
+            missing = sentence;
+        } catch (const std::exception& e) {
+            missing = e.what();
+        }
+        std::snprintf(m_lastError, sizeof m_lastError, "%s", missing.c_str());
         return NxFailure(kLibraryMissing, step);
     };
-    {
-        std::lock_guard<std::recursive_mutex> lock(EthLibrary().lock);
-        ++uEthApiWrapperCount;
-        try {
-            if (LoadEthLibrary() != 0) return missing("LoadEthLibrary", kEthLibraryMissing);
-        } catch (const std::exception& e) {
-            return missing("LoadEthLibrary", e.what());
-        }
-    }
-    if (!m_settings.GetIsReplayChannel()) return NxBusError();
+    NxBusError result = load(EthLibrary(), LoadEthLibrary, "LoadEthLibrary", kEthLibraryMissing);
+    if (result.errorCode != 0 || !m_settings.GetIsReplayChannel()) return result;
+    result = load(DrPreLibrary(), LoadDrPreLibrary, "LoadDrPreLibrary", kDrPreLibraryMissing);
+    if (result.errorCode != 0) return result;
 
-    std::lock_guard<std::recursive_mutex> lock(DrPreLibrary().lock);
-    ++uDrPreApiWrapperCount;
-    try {
-        if (LoadDrPreLibrary() != 0) return missing("LoadDrPreLibrary", kDrPreLibraryMissing);
-    } catch (const std::exception& e) {
-        return missing("LoadDrPreLibrary", e.what());
-    }
     std::lock_guard<std::mutex> stage(m_mutex);
     NxDRPPErrorCode code = pfnPreprocessingInitialize(&m_prepHandle, kPrepMinFillLevel, kPrepMaxBufferDepth,
                                                       static_cast<NxDRPPProtocolType>(m_settings.GetProtocolType()));

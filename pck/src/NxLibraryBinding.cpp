@@ -5,6 +5,8 @@
 #include <boost/dll/shared_library.hpp>
 #include <boost/filesystem/operations.hpp>
 
+#include <vector>
+
 NxLibraryObject::~NxLibraryObject() = default;
 
 namespace {
@@ -51,34 +53,28 @@ NxLibraryObject& NxLibraryBinding::Object()
     return *object;
 }
 
-NxLibraryBinding::Outcome NxLibraryBinding::Resolve(const std::string& path, bool testExists,
-                                                    const char* const* symbols, std::size_t count, void** addresses)
+int NxLibraryBinding::Load(const std::string& path, bool testExists, const NxTableEntry* table, std::size_t count,
+                           void (*unloadTable)())
 {
     std::lock_guard<std::recursive_mutex> guard(lock);
     NxLibraryObject& library = Object();
     if (!library.is_loaded()) {
-        if (testExists && !library.exists(path)) return Outcome::NotLoaded;
+        if (testExists && !library.exists(path)) return 1;
         library.load(path);
     }
-    if (!library.is_loaded()) return Outcome::NotLoaded;
+    if (!library.is_loaded()) return 1;
+    std::vector<void*> addresses(count);
     bool complete = true;
     for (std::size_t i = 0; i < count; ++i) {
-        addresses[i] = library.get(symbols[i]);
+        addresses[i] = library.get(table[i].symbol);
         complete = complete && addresses[i] != nullptr;
     }
-    return complete ? Outcome::Ready : Outcome::Incomplete;
-}
-
-int NxLibraryBinding::Load(const std::string& path, bool testExists, const char* const* symbols, std::size_t count,
-                           void** addresses, void (*unloadTable)())
-{
-    std::lock_guard<std::recursive_mutex> guard(lock);
-    switch (Resolve(path, testExists, symbols, count, addresses)) {
-    case Outcome::Ready: return 0;
-    case Outcome::Incomplete: unloadTable(); return 1;
-    case Outcome::NotLoaded: return 1;
+    if (!complete) {
+        unloadTable();
+        return 1;
     }
-    return 1;
+    for (std::size_t i = 0; i < count; ++i) table[i].bind(addresses[i]);
+    return 0;
 }
 
 bool NxLibraryBinding::Available(const std::string& path)

@@ -34,6 +34,17 @@ protected:
     veldor::Engine engine;
 };
 
+// A wrapper that went through Initialize successfully.
+template <class Wrapper, class Settings>
+std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
+{
+    auto wrapper = std::make_unique<Wrapper>(settings);
+    bool highSpeed = false;
+    NxBusError result = wrapper->Initialize(&highSpeed);
+    EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
+    return wrapper;
+}
+
 // Calls made since a mark, in the log that all doubles share.
 class CallMark {
 public:
@@ -74,14 +85,9 @@ protected:
     {
         return std::make_unique<NxCanApiWrapper>(settings);
     }
-    // A wrapper that went through Initialize successfully.
     std::unique_ptr<NxCanApiWrapper> Ready(const NxCanApiWrapperSettings& settings)
     {
-        auto wrapper = Make(settings);
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
-        EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
-        return wrapper;
+        return ReadyWrapper<NxCanApiWrapper>(settings);
     }
 
     nxtest::ScopedFakeCanLibrary bus;
@@ -114,14 +120,9 @@ protected:
     {
         return std::make_unique<NxEthApiWrapper>(settings);
     }
-    // A wrapper that went through Initialize successfully.
     std::unique_ptr<NxEthApiWrapper> Ready(const NxEthApiWrapperSettings& settings)
     {
-        auto wrapper = Make(settings);
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
-        EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
-        return wrapper;
+        return ReadyWrapper<NxEthApiWrapper>(settings);
     }
 
     nxtest::ScopedFakeEthLibrary bus;

@@ -8,12 +8,6 @@ namespace nxtest {
 
 namespace {
 
-template <std::size_t N>
-void CopyText(char (&field)[N], const std::string& text)
-{
-    std::snprintf(field, N, "%s", text.c_str());
-}
-
 std::uint32_t DefaultRecordSize(std::uint16_t dlc, bool)
 {
     static const std::uint32_t kBytes[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
@@ -190,14 +184,10 @@ std::vector<std::uint32_t> FakeCanLibrary::ConvertedBaudrates() const
 struct FakeCanLibrary::Ops {
     static FakeCanLibrary& F() { return Instance(); }
 
-    static std::vector<const FakeChannel*> Matching(const NXSCanChannelsSearchAttribute* attribute)
+    static std::string Address(const NXSCanChannelsSearchAttribute* attribute)
     {
-        std::string ip = attribute ? std::string(attribute->szSearchAttribute) : std::string();
-        F().m_searchAddress = ip;
-        std::vector<const FakeChannel*> found;
-        for (const FakeChannel& channel : F().m_channels)
-            if (channel.ip == ip) found.push_back(&channel);
-        return found;
+        F().m_searchAddress = attribute ? attribute->szSearchAttribute : "";
+        return F().m_searchAddress;
     }
 
     static NXTCanError GetAvailableChannelsCount(std::uint32_t* count, std::uint32_t attributeCount,
@@ -205,8 +195,8 @@ struct FakeCanLibrary::Ops {
     {
         std::lock_guard<std::mutex> lock(Mutex());
         NXTCanError code = Record("NXCAN_GetAvailableChannelsCount",
-                                      {attributeCount, attributes ? U(attributes->tSearchAttributeType) : 0});
-        *count = static_cast<std::uint32_t>(Matching(attributes).size());
+                                  {attributeCount, attributes ? U(attributes->tSearchAttributeType) : 0});
+        *count = CountAt(F().m_channels, Address(attributes));
         return code;
     }
     static NXTCanError GetAvailableChannels(std::uint32_t* count, NXSCanChannelInfo* channels,
@@ -215,18 +205,14 @@ struct FakeCanLibrary::Ops {
         std::lock_guard<std::mutex> lock(Mutex());
         NXTCanError code = Record("NXCAN_GetAvailableChannels", {*count, attributeCount});
         if (code != 0) return code;
-        std::vector<const FakeChannel*> found = Matching(attributes);
-        std::uint32_t n = std::min<std::uint32_t>(*count, static_cast<std::uint32_t>(found.size()));
-        for (std::uint32_t i = 0; i < n; ++i) {
-            NXSCanChannelInfo& info = channels[i];
-            std::memset(&info, 0, sizeof info);
-            CopyText(info.szVendorName, found[i]->vendor);
-            CopyText(info.szInterfaceName, found[i]->interfaceName);
-            CopyText(info.szInterfaceSerialNumber, found[i]->serial);
-            CopyText(info.szChannelIdentifier, found[i]->identifier);
-            info.ulChannelCapabilities = found[i]->capabilities;
-        }
-        *count = n;
+        *count = ListAt(F().m_channels, Address(attributes), *count, channels,
+                        [](NXSCanChannelInfo& info, const FakeChannel& channel) {
+                            CopyText(info.szVendorName, channel.vendor);
+                            CopyText(info.szInterfaceName, channel.interfaceName);
+                            CopyText(info.szInterfaceSerialNumber, channel.serial);
+                            CopyText(info.szChannelIdentifier, channel.identifier);
+                            info.ulChannelCapabilities = channel.capabilities;
+                        });
         return 0;
     }
     static NXTCanError Register(const char* symbol, const char* identifier, NXTCanHandle* handle,

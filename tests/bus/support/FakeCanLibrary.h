@@ -27,15 +27,6 @@
 
 namespace nxtest {
 
-struct FakeChannel {
-    std::string vendor;
-    std::string interfaceName;
-    std::string serial;
-    std::string identifier;
-    std::uint32_t capabilities = 0;
-    std::string ip = "127.0.0.1";  // the address under which the channel is found
-};
-
 // A record of a pushed replay stream, split at the sizes the double gave.
 struct StreamRecord {
     NXSCanReplayData head;

@@ -11,12 +11,6 @@ namespace {
 
 const std::uint32_t kRecordMark = 0x4E584500;
 
-template <std::size_t N>
-void CopyText(char (&field)[N], const std::string& text)
-{
-    std::snprintf(field, N, "%s", text.c_str());
-}
-
 std::uint32_t RecordSize(std::uint32_t frameLength)
 {
     std::uint32_t beyondHead = frameLength > 8 ? frameLength - 8 : 0;
@@ -59,7 +53,7 @@ void FakeEthLibrary::Reset()
     m_consume = [](std::uint32_t offered) { return offered; };
 }
 
-void FakeEthLibrary::AddInterface(const FakeInterface& interface)
+void FakeEthLibrary::AddInterface(const FakeChannel& interface)
 {
     std::lock_guard<std::mutex> lock(Mutex());
     m_interfaces.push_back(interface);
@@ -72,77 +66,15 @@ void FakeEthLibrary::SetProviderError(std::int32_t code, const std::string& text
     m_providerText = text;
 }
 
-void FakeEthLibrary::SetAccessible(bool accessible)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_accessible = accessible;
-}
-
-void FakeEthLibrary::SetResolution(std::uint64_t ticksPerSecond)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_resolution = ticksPerSecond;
-}
-
-void FakeEthLibrary::SetTicks(std::uint64_t ticks)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_ticks = ticks;
-}
-
-void FakeEthLibrary::SetReplayStatus(const NXSEthReplayStatusInfo& status)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_replayStatus = status;
-}
-
-void FakeEthLibrary::SetReadBlock(std::vector<std::uint8_t> block)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_readBlock = std::move(block);
-}
-
-void FakeEthLibrary::SetConsumption(std::function<std::uint32_t(std::uint32_t)> consume)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_consume = std::move(consume);
-}
-
-std::vector<std::uint8_t> FakeEthLibrary::Transmitted() const
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    return m_transmitted;
-}
-
-std::vector<std::uint8_t> FakeEthLibrary::Streamed() const
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    return m_streamed;
-}
-
-std::string FakeEthLibrary::RegisteredIdentifier() const
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    return m_registered;
-}
-
 struct FakeEthLibrary::Ops {
     static FakeEthLibrary& F() { return Instance(); }
     using Lock = std::lock_guard<std::mutex>;
-
-    static std::vector<const FakeInterface*> Matching(const NXSEthInterfacesSearchAttribute* attribute)
-    {
-        std::vector<const FakeInterface*> found;
-        for (const FakeInterface& interface : F().m_interfaces)
-            if (attribute && interface.ip == attribute->szSearchAttribute) found.push_back(&interface);
-        return found;
-    }
 
     static NXTEthError GetAvailableInterfacesCount(std::uint32_t* count, std::uint32_t attributeCount,
                                                    NXSEthInterfacesSearchAttribute* attributes)
     {
         Lock lock(Mutex());
-        *count = static_cast<std::uint32_t>(Matching(attributes).size());
+        *count = CountAt(F().m_interfaces, attributes->szSearchAttribute);
         return Record("NXETH_GetAvailableInterfacesCount", {attributeCount, U(attributes->tSearchAttributeType)});
     }
     static NXTEthError GetAvailableInterfaces(std::uint32_t* count, NXSEthInterfaceInfo* interfaces,
@@ -151,18 +83,14 @@ struct FakeEthLibrary::Ops {
         Lock lock(Mutex());
         NXTEthError code = Record("NXETH_GetAvailableInterfaces", {*count, attributeCount});
         if (code != 0) return code;
-        std::vector<const FakeInterface*> found = Matching(attributes);
-        std::uint32_t n = std::min<std::uint32_t>(*count, static_cast<std::uint32_t>(found.size()));
-        for (std::uint32_t i = 0; i < n; ++i) {
-            NXSEthInterfaceInfo& info = interfaces[i];
-            std::memset(&info, 0, sizeof info);
-            CopyText(info.szAccessProviderName, found[i]->provider);
-            CopyText(info.szInterfaceName, found[i]->interfaceName);
-            CopyText(info.szInterfaceSerialNumber, found[i]->serial);
-            CopyText(info.szInterfaceIdentifier, found[i]->identifier);
-            info.ulInterfaceCapabilities = found[i]->capabilities;
-        }
-        *count = n;
+        *count = ListAt(F().m_interfaces, attributes->szSearchAttribute, *count, interfaces,
+                        [](NXSEthInterfaceInfo& info, const FakeChannel& interface) {
+                            CopyText(info.szAccessProviderName, interface.vendor);
+                            CopyText(info.szInterfaceName, interface.interfaceName);
+                            CopyText(info.szInterfaceSerialNumber, interface.serial);
+                            CopyText(info.szInterfaceIdentifier, interface.identifier);
+                            info.ulInterfaceCapabilities = interface.capabilities;
+                        });
         return 0;
     }
     static NXTEthError Register(const char* symbol, const char* identifier, NXTEthHandle* handle,
@@ -301,18 +229,6 @@ void FakeDrPreLibrary::Reset()
 {
     std::lock_guard<std::mutex> lock(Mutex());
     *this = FakeDrPreLibrary();
-}
-
-void FakeDrPreLibrary::SetGetFramesThrows(bool throws)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_throws = throws;
-}
-
-std::size_t FakeDrPreLibrary::Held() const
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    return m_held.size();
 }
 
 struct FakeDrPreLibrary::Ops {

@@ -17,6 +17,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FakeLibrary.h"
@@ -24,15 +25,6 @@
 #include "NxEthApi.h"
 
 namespace nxtest {
-
-struct FakeInterface {
-    std::string provider;
-    std::string interfaceName;
-    std::string serial;
-    std::string identifier;
-    std::uint32_t capabilities = 0;
-    std::string ip = "127.0.0.1";  // the address under which the interface is found
-};
 
 // A record of a replay stream, as the Ethernet library makes it.
 struct EthRecord {
@@ -48,25 +40,28 @@ public:
     static FakeEthLibrary& Instance();
     void Reset();
 
-    void AddInterface(const FakeInterface& interface);
+    void AddInterface(const FakeChannel& interface);
     void SetProviderError(std::int32_t code, const std::string& text);
-    void SetAccessible(bool accessible);
-    void SetResolution(std::uint64_t ticksPerSecond);
-    void SetTicks(std::uint64_t ticks);
-    void SetReplayStatus(const NXSEthReplayStatusInfo& status);
+    void SetAccessible(bool accessible) { Locked(m_accessible, accessible); }
+    void SetResolution(std::uint64_t ticksPerSecond) { Locked(m_resolution, ticksPerSecond); }
+    void SetTicks(std::uint64_t ticks) { Locked(m_ticks, ticks); }
+    void SetReplayStatus(const NXSEthReplayStatusInfo& status) { Locked(m_replayStatus, status); }
     // The block that the next reads return.
-    void SetReadBlock(std::vector<std::uint8_t> block);
+    void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
     // Bytes taken of an offered replay block; by default all of them.
-    void SetConsumption(std::function<std::uint32_t(std::uint32_t offered)> consume);
+    void SetConsumption(std::function<std::uint32_t(std::uint32_t offered)> consume)
+    {
+        Locked(m_consume, std::move(consume));
+    }
 
-    std::vector<std::uint8_t> Transmitted() const;
-    std::vector<std::uint8_t> Streamed() const;
-    std::string RegisteredIdentifier() const;
+    std::vector<std::uint8_t> Transmitted() const { return Copy(m_transmitted); }
+    std::vector<std::uint8_t> Streamed() const { return Copy(m_streamed); }
+    std::string RegisteredIdentifier() const { return Copy(m_registered); }
 
 private:
     struct Ops;
 
-    std::vector<FakeInterface> m_interfaces;
+    std::vector<FakeChannel> m_interfaces;
     std::int32_t m_providerCode = 0;
     std::string m_providerText;
     bool m_accessible = true;
@@ -86,9 +81,9 @@ public:
     void Reset();
 
     // NxDRPP_GetFrames throws, as a library written in C++ may.
-    void SetGetFramesThrows(bool throws);
-    // Records held by the stages, in order of insertion.
-    std::size_t Held() const;
+    void SetGetFramesThrows(bool throws) { Locked(m_throws, throws); }
+    // Records held by the stages.
+    std::size_t Held() const { return Copy(m_held).size(); }
 
 private:
     struct Ops;

@@ -102,6 +102,13 @@ std::int32_t FakeLibrary::Simple(const std::string& symbol, std::vector<std::uin
     return Record(symbol, std::move(args));
 }
 
+std::uint32_t FakeLibrary::CountAt(const std::vector<FakeChannel>& channels, const std::string& ip)
+{
+    std::uint32_t n = 0;
+    for (const FakeChannel& channel : channels) n += channel.ip == ip ? 1 : 0;
+    return n;
+}
+
 // ---------------------------------------------------------------------------
 // The library object and its guard
 

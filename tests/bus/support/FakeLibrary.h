@@ -21,17 +21,30 @@
 #define NXTEST_FAKE_LIBRARY_H
 
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "NxLibraryBinding.h"
 
 namespace nxtest {
+
+// A channel or interface of a doubled bus library, found at `ip`.
+struct FakeChannel {
+    std::string vendor;  // the access provider of an Ethernet interface
+    std::string interfaceName;
+    std::string serial;
+    std::string identifier;
+    std::uint32_t capabilities = 0;
+    std::string ip = "127.0.0.1";
+};
 
 // One call of a library: its symbol name and its scalar arguments, in the
 // order of the signature (what records carry is kept by the double).
@@ -69,6 +82,41 @@ protected:
     static std::int32_t Record(const std::string& symbol, std::vector<std::uint64_t> args);
     // A call that only answers: locks, logs and picks the result.
     static std::int32_t Simple(const std::string& symbol, std::vector<std::uint64_t> args);
+    // A field of a double's state, set and read under the lock.
+    template <class T, class V>
+    static void Locked(T& field, V&& value)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        field = std::forward<V>(value);
+    }
+    template <class T>
+    static T Copy(const T& field)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        return field;
+    }
+
+    // What the listing operations find under an address: how many, and up to
+    // `room` records, zeroed and filled by `fill`; returns how many it gave.
+    static std::uint32_t CountAt(const std::vector<FakeChannel>& channels, const std::string& ip);
+    template <class Info, class Fill>
+    static std::uint32_t ListAt(const std::vector<FakeChannel>& channels, const std::string& ip, std::uint32_t room,
+                                Info* records, Fill fill)
+    {
+        std::uint32_t n = 0;
+        for (const FakeChannel& channel : channels) {
+            if (channel.ip != ip || n == room) continue;
+            std::memset(&records[n], 0, sizeof records[n]);
+            fill(records[n++], channel);
+        }
+        return n;
+    }
+    // A text into a fixed-size field of a record.
+    template <std::size_t N>
+    static void CopyText(char (&field)[N], const std::string& text)
+    {
+        std::snprintf(field, N, "%s", text.c_str());
+    }
 };
 
 // The library object behind a table: "loads" without touching the file
