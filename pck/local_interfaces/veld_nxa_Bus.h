@@ -16,7 +16,7 @@
 //   NxBusError SetLogStartTime(std::int64_t), SetReplayStartTime(std::uint64_t replayStart, std::uint64_t logStart),
 //              SetReplayStopTime(std::uint64_t), GetHardwareTime(std::uint64_t*),
 //              GetReplayStateInfo(NxBusReplayStateInfo*);
-//   void SetReplayEofTime(std::uint64_t);
+//   void SetReplayEofTime(a 64-bit time);
 //   std::string GetErrorMessage(const NxBusError&) const;
 //
 // A derived component passes dataReplayEnabled (true for injection). Its
