@@ -1,11 +1,9 @@
 // The binding to the CAN bus access library: the records that cross into it,
 // byte for byte, the table of its 28 operations, and the loading of the table.
 //
-// The library is loaded at run time from a fixed path. What stands behind the
-// table is an NxCanLibraryObject: normally the shared object, but any other
-// object that resolves the same 28 names (a simulator linked in, a test
-// double) can be put in its place through hNxCanApiDll, and the resolution
-// code below runs unchanged against it.
+// The library is loaded at run time from a fixed path, through the binding
+// that all closed libraries share (NxLibraryBinding.h): any other object that
+// resolves the same 28 names can be put in its place through hNxCanApiDll.
 #ifndef NX_CAN_API_H
 #define NX_CAN_API_H
 
@@ -16,6 +14,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+
+#include "NxLibraryBinding.h"
+#include "NxReplayRecords.h"
 
 typedef std::int32_t NXTCanError;   // 0 success, -1 vendor-specific, else a code
 typedef std::int32_t NXTCanHandle;  // -1: no channel
@@ -109,14 +110,7 @@ struct NXSCanMessage {
     NXSCanBusInfo tBusInfo;
 };
 
-struct NXSCanReplayHeader {
-    std::uint32_t reserved1;
-    std::uint32_t reserved2;
-    std::uint32_t reserved3;
-    std::uint32_t ulSize;
-    std::uint64_t ui64Timestamp;  // hardware ticks
-    std::uint64_t reserved4;
-};
+typedef NxReplayHeader NXSCanReplayHeader;
 
 struct NXSCanReplayMsgHeader {
     NXECanMessageType tMessageType;
@@ -136,16 +130,7 @@ struct NXSCanReplayData {
     std::uint64_t ui64StartOfMsgData;
 };
 
-struct NXSCanReplayStatusInfo {
-    std::uint32_t ulValidInfoFlags;
-    NXECanReplayState tReplayState;
-    std::uint64_t ui64Timestamp;
-    std::uint64_t ui64SentFrames;
-    std::uint64_t ui64ErrorData;
-    std::uint64_t ui64SendFailed;
-    std::uint64_t ui64Dropped;
-    std::uint32_t Reserved[6];
-};
+typedef NxReplayStatus<NXECanReplayState> NXSCanReplayStatusInfo;
 
 static_assert(sizeof(NXSCanChannelInfo) == 1028, "NXSCanChannelInfo layout");
 static_assert(offsetof(NXSCanChannelInfo, szInterfaceName) == 256, "NXSCanChannelInfo layout");
@@ -173,11 +158,6 @@ static_assert(offsetof(NXSCanMessage, usDLC) == 28, "NXSCanMessage layout");
 static_assert(offsetof(NXSCanMessage, ucData) == 30, "NXSCanMessage layout");
 static_assert(offsetof(NXSCanMessage, tBusInfo) == 96, "NXSCanMessage layout");
 
-static_assert(sizeof(NXSCanReplayHeader) == 32, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, ulSize) == 12, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, ui64Timestamp) == 16, "NXSCanReplayHeader layout");
-static_assert(offsetof(NXSCanReplayHeader, reserved4) == 24, "NXSCanReplayHeader layout");
-
 static_assert(sizeof(NXSCanReplayMsgHeader) == 24, "NXSCanReplayMsgHeader layout");
 static_assert(offsetof(NXSCanReplayMsgHeader, ulCustomVal) == 4, "NXSCanReplayMsgHeader layout");
 static_assert(offsetof(NXSCanReplayMsgHeader, ulCanId) == 8, "NXSCanReplayMsgHeader layout");
@@ -190,14 +170,7 @@ static_assert(sizeof(NXSCanReplayData) == 64, "NXSCanReplayData layout");
 static_assert(offsetof(NXSCanReplayData, tMsgHeader) == 32, "NXSCanReplayData layout");
 static_assert(offsetof(NXSCanReplayData, ui64StartOfMsgData) == 56, "NXSCanReplayData layout");
 
-static_assert(sizeof(NXSCanReplayStatusInfo) == 72, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, tReplayState) == 4, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64Timestamp) == 8, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64SentFrames) == 16, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64ErrorData) == 24, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64SendFailed) == 32, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, ui64Dropped) == 40, "NXSCanReplayStatusInfo layout");
-static_assert(offsetof(NXSCanReplayStatusInfo, Reserved) == 48, "NXSCanReplayStatusInfo layout");
+static_assert(NxReplayStatusLayoutHolds<NXECanReplayState>(), "NXSCanReplayStatusInfo layout");
 
 // The event object handed to the library for event-based reception. The
 // library wakes threads waiting on m_cond when messages have arrived.
@@ -309,39 +282,20 @@ NXCAN_API_OPERATIONS(NXCAN_DECLARE_POINTER)
 #undef NXCAN_DECLARE_POINTER
 
 const std::size_t kNxCanApiOperationCount = 28;
-// The exported symbol names, in the order of resolution.
-extern const char* const kNxCanApiSymbolNames[kNxCanApiOperationCount];
 
 extern const char* const kNxCanApiLibraryPath;
 
-// What stands behind the table: something that can be loaded and that hands
-// out the address of a symbol by name.
-class NxCanLibraryObject {
-public:
-    virtual ~NxCanLibraryObject();
-    virtual bool is_loaded() const = 0;
-    // Throws boost::system::system_error when the object cannot be loaded.
-    virtual void load(const std::string& path) = 0;
-    // The address of the symbol; throws boost::system::system_error when the
-    // symbol is missing. An object may also answer null, which the loading
-    // code treats as an unusable binding.
-    virtual void* get(const std::string& symbol) = 0;
-};
-
-// The shared object on disk, through Boost.DLL. Once loaded, it stays mapped
-// until the process ends, also after the object that loaded it is gone.
-std::unique_ptr<NxCanLibraryObject> MakeNxCanSharedLibrary();
-
+// The binding of the CAN library: its object, its lock and its count of
+// wrappers. The library is pinned: once loaded it stays mapped.
+NxLibraryBinding& CanLibrary();
 // The process-wide library object. Empty until the first load, which puts the
 // shared object there; whoever wants another implementation installs it
 // before that (and puts the previous one back when done).
-extern std::unique_ptr<NxCanLibraryObject> hNxCanApiDll;
+extern std::unique_ptr<NxLibraryObject>& hNxCanApiDll;
 // Wrappers alive in the process; the last one clears the table.
-extern std::uint32_t uCanApiWrapperCount;
-// Taken by loading and clearing the table, by discovery, and by a wrapper
-// while it counts itself in or out, so that components born and ending on
-// threads of their own never see a table half written or cleared under
-// them. A loaded table is not written again: its users read it unlocked.
+extern std::uint32_t& uCanApiWrapperCount;
+// The binding's lock: a loaded table is not written again, its users read
+// it unlocked.
 std::recursive_mutex& CanLibraryLock();
 
 // All 28 pointers to null.

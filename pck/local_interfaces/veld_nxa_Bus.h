@@ -16,7 +16,7 @@
 //   NxBusError SetLogStartTime(std::int64_t), SetReplayStartTime(std::uint64_t replayStart, std::uint64_t logStart),
 //              SetReplayStopTime(std::uint64_t), GetHardwareTime(std::uint64_t*),
 //              GetReplayStateInfo(NxBusReplayStateInfo*);
-//   void SetReplayEofTime(std::uint64_t);
+//   void SetReplayEofTime(a 64-bit time);
 //   std::string GetErrorMessage(const NxBusError&) const;
 //
 // A derived component passes dataReplayEnabled (true for injection). Its
@@ -36,6 +36,7 @@
 #include "veld_definitions.h"
 #include "veld_event.h"
 #include "veld_object_types.h"
+#include "veld_periodic_schedule.h"
 
 template <class TNxApiWrapper, class TNxApiSettings>
 class VELDBusCmnComponent : public virtual VELDComponent, public VELDTimeStateListener {
@@ -98,6 +99,8 @@ protected:
     void SetIfMutable(VELDProperty& property, const T& value);
     // The registry steps of a channel change.
     void CheckDuplicateChannel();
+    // The meta thread's schedule and its jump handshake.
+    VELDPeriodicSchedule MetaSchedule();
 
     const VELDTypeFilterBase VELDBusReplayStateInfo;
     std::unique_ptr<TNxApiWrapper> m_pNxApiWrapper;

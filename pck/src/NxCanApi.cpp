@@ -3,10 +3,7 @@
 
 #include "NxBusLibraryPaths.h"
 
-#include <dlfcn.h>
 #include <sys/mman.h>
-
-#include <boost/dll/shared_library.hpp>
 
 #include <mutex>
 #include <new>
@@ -15,41 +12,23 @@
 NXCAN_API_OPERATIONS(NXCAN_DEFINE_POINTER)
 #undef NXCAN_DEFINE_POINTER
 
-#define NXCAN_SYMBOL_NAME(name) "NXCAN_" #name,
-const char* const kNxCanApiSymbolNames[kNxCanApiOperationCount] = {NXCAN_API_OPERATIONS(NXCAN_SYMBOL_NAME)};
-#undef NXCAN_SYMBOL_NAME
+namespace {
+#define NXCAN_TABLE_ENTRY(name) {"NXCAN_" #name, [](void* address) { NxBindOperation(pfnCan##name, address); }},
+const NxTableEntry kCanTable[] = {NXCAN_API_OPERATIONS(NXCAN_TABLE_ENTRY)};
+#undef NXCAN_TABLE_ENTRY
+static_assert(sizeof kCanTable / sizeof kCanTable[0] == kNxCanApiOperationCount, "one entry per operation");
+}  // namespace
 
 const char* const kNxCanApiLibraryPath = NX_BUSAPI_CAN_LIBRARY_PATH;
 
-std::unique_ptr<NxCanLibraryObject> hNxCanApiDll;
-std::uint32_t uCanApiWrapperCount = 0;
+namespace {
+NxLibraryBinding g_canLibrary(true);
+}  // namespace
 
-NxCanLibraryObject::~NxCanLibraryObject() = default;
+std::unique_ptr<NxLibraryObject>& hNxCanApiDll = g_canLibrary.object;
+std::uint32_t& uCanApiWrapperCount = g_canLibrary.users;
 
 namespace {
-
-class NxCanSharedLibrary : public NxCanLibraryObject {
-public:
-    bool is_loaded() const override { return m_library.is_loaded(); }
-    // The bus library runs threads of its own and keeps state for the whole
-    // process, so it must never be unmapped, not even when this object or
-    // the package goes. A first opening with RTLD_NODELETE marks it so; the
-    // handle that Boost keeps is then released as usual when this object is
-    // destroyed, and the library stays. A path that can't be opened is left
-    // to Boost, which says why.
-    void load(const std::string& path) override
-    {
-        if (void* pinned = dlopen(path.c_str(), RTLD_NOW | RTLD_NODELETE)) dlclose(pinned);
-        m_library.load(boost::dll::fs::path(path));
-    }
-    void* get(const std::string& symbol) override
-    {
-        return reinterpret_cast<void*>(&m_library.get<void()>(symbol));
-    }
-
-private:
-    boost::dll::shared_library m_library;
-};
 
 // Events are handed to the library, which may signal one after its wrapper,
 // and even this package, is gone; so they live in pages mapped for the rest
@@ -80,11 +59,10 @@ private:
 };
 
 EventPages g_eventPages;
-std::recursive_mutex g_canLibraryLock;
 
 }  // namespace
 
-std::unique_ptr<NxCanLibraryObject> MakeNxCanSharedLibrary() { return std::make_unique<NxCanSharedLibrary>(); }
+NxLibraryBinding& CanLibrary() { return g_canLibrary; }
 
 HANDLE CreateEventB(bool signalled)
 {
@@ -95,42 +73,19 @@ HANDLE CreateEventB(bool signalled)
     return event;
 }
 
-std::recursive_mutex& CanLibraryLock() { return g_canLibraryLock; }
+std::recursive_mutex& CanLibraryLock() { return g_canLibrary.lock; }
 
-void InitCanFunctionPointers()
-{
-#define NXCAN_CLEAR_POINTER(name) pfnCan##name = nullptr;
-    NXCAN_API_OPERATIONS(NXCAN_CLEAR_POINTER)
-#undef NXCAN_CLEAR_POINTER
-}
+void InitCanFunctionPointers() { NxLibraryBinding::Clear(kCanTable); }
 
 int LoadCanLibrary()
 {
-    std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
-    if (!hNxCanApiDll) hNxCanApiDll = MakeNxCanSharedLibrary();
-    NxCanLibraryObject& library = *hNxCanApiDll;
-    if (!library.is_loaded()) library.load(kNxCanApiLibraryPath);
-    if (!library.is_loaded()) return 1;
-
-#define NXCAN_RESOLVE_POINTER(name)                                                                    \
-    {                                                                                                  \
-        auto resolved = reinterpret_cast<NXCANAPI_FUNC_PTR_##name>(library.get("NXCAN_" #name));     \
-        if (pfnCan##name != resolved) pfnCan##name = resolved;                                         \
-    }
-    NXCAN_API_OPERATIONS(NXCAN_RESOLVE_POINTER)
-#undef NXCAN_RESOLVE_POINTER
-
-    bool complete = true;
-#define NXCAN_CHECK_POINTER(name) complete = complete && pfnCan##name != nullptr;
-    NXCAN_API_OPERATIONS(NXCAN_CHECK_POINTER)
-#undef NXCAN_CHECK_POINTER
-    if (complete) return 0;
-    UnloadCanLibrary();
-    return 1;
+    // No test that the file exists: a machine without it gets the loader's
+    // error, where the Ethernet library says 1.
+    return g_canLibrary.Load(kNxCanApiLibraryPath, false, kCanTable, UnloadCanLibrary);
 }
 
 void UnloadCanLibrary()
 {
     std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
-    if (hNxCanApiDll && hNxCanApiDll->is_loaded()) InitCanFunctionPointers();
+    if (g_canLibrary.IsLoaded()) InitCanFunctionPointers();
 }

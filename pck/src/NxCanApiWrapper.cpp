@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
+#include "NxWrapperHelpers.h"
 #include "veld.h"
 
 std::atomic<std::uint64_t> NxCanApiWrapper::m_timeConvCoefficient(0);
@@ -20,34 +20,11 @@ const std::uint32_t kClassicClock = 8000000;
 const std::uint32_t kFdClock = 80000000;
 // The vendor code that means "the receive queue must be flushed", not an error.
 const std::int32_t kVendorFlushCode = 128;
-const std::size_t kTextSize = 2048;
 const std::size_t kPayloadOffset = offsetof(NXSCanReplayData, ui64StartOfMsgData);
-
-NxBusError Failure(NXTCanError code, const char* name)
-{
-    return NxBusError(code, name, NxBusErrorSeverity::Error);
-}
-
-// Text of a fixed-size field of the library, which need not be terminated.
-template <std::size_t N>
-std::string FieldText(const char (&field)[N])
-{
-    return std::string(field, strnlen(field, N));
-}
-
-template <std::size_t N>
-bool FieldEquals(const char (&field)[N], const char* text)
-{
-    return FieldText(field) == text;
-}
 
 NXSCanChannelsSearchAttribute SearchAttribute(const char* ip)
 {
-    NXSCanChannelsSearchAttribute attribute;
-    std::memset(&attribute, 0, sizeof attribute);
-    attribute.tSearchAttributeType = NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS;
-    std::snprintf(attribute.szSearchAttribute, sizeof attribute.szSearchAttribute, "%s", ip ? ip : "");
-    return attribute;
+    return NxSearchAttribute<NXSCanChannelsSearchAttribute>(ip, NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS);
 }
 
 // Why a failure needs telling: the text for the code, or nothing when the
@@ -56,23 +33,18 @@ NXSCanChannelsSearchAttribute SearchAttribute(const char* ip)
 bool DescribeError(const std::string& functionName, NXTCanError error, NXTCanHandle handle, std::string& text)
 {
     if (error == 0) return false;
-    char generic[kTextSize] = {0};
-    if (pfnCanGetErrorText) pfnCanGetErrorText(error, generic);
+    std::string generic = NxLibraryText(pfnCanGetErrorText, error);
     if (error == -1 && handle != NXCAN_INVALID_HANDLE) {
         std::int32_t vendorCode = 0;
-        char vendorText[kTextSize] = {0};
-        if (pfnCanGetLastVendorSpecificError) pfnCanGetLastVendorSpecificError(handle, &vendorCode, vendorText);
+        std::string vendorText = NxLibraryText(pfnCanGetLastVendorSpecificError, handle, &vendorCode);
         if (vendorCode == kVendorFlushCode) {
             if (pfnCanFlushReceiveQueue) pfnCanFlushReceiveQueue(handle);
             return false;
         }
-        generic[kTextSize - 1] = 0;
-        vendorText[kTextSize - 1] = 0;
-        text = NxCanApiWrapper::StringFormat("%s: %s", functionName.c_str(), vendorText);
+        text = NxFunctionText(functionName, vendorText);
         return true;
     }
-    generic[kTextSize - 1] = 0;
-    text = NxCanApiWrapper::StringFormat("%s: %s", functionName.c_str(), generic);
+    text = NxFunctionText(functionName, generic);
     return true;
 }
 
@@ -196,7 +168,9 @@ std::vector<NXSCanChannelInfo> NxCanApiWrapper::RetrieveAvailableChannelsVector(
 {
     std::vector<NXSCanChannelInfo> channels;
     std::lock_guard<std::recursive_mutex> lock(CanLibraryLock());
-    if (LoadCanLibrary() != 0) return channels;
+    // A machine without the library has no channels to offer; the loader's
+    // error is for a library that is there and cannot be used.
+    if (!CanLibrary().Available(kNxCanApiLibraryPath) || LoadCanLibrary() != 0) return channels;
     std::uint32_t count = RetrieveChannelCount(ip);
     channels.resize(count);
     NXSCanChannelsSearchAttribute attribute = SearchAttribute(ip);
@@ -207,8 +181,8 @@ std::vector<NXSCanChannelInfo> NxCanApiWrapper::RetrieveAvailableChannelsVector(
     if (norvexHardwareOnly) {
         channels.erase(std::remove_if(channels.begin(), channels.end(),
                                       [](const NXSCanChannelInfo& info) {
-                                          return !FieldEquals(info.szVendorName, "Norvex") ||
-                                                 FieldEquals(info.szInterfaceName, "Virtual");
+                                          return !NxFieldEquals(info.szVendorName, "Norvex") ||
+                                                 NxFieldEquals(info.szInterfaceName, "Virtual");
                                       }),
                        channels.end());
     }
@@ -227,17 +201,15 @@ std::unique_ptr<NXSCanChannelInfo[]> NxCanApiWrapper::RetrieveAvailableChannelsP
 
 VELDString NxCanApiWrapper::GetChannelId(const NXSCanChannelInfo& info)
 {
-    return VELDString(FieldText(info.szChannelIdentifier).c_str());
+    return VELDString(NxFieldText(info.szChannelIdentifier).c_str());
 }
 
 VELDString NxCanApiWrapper::GetChannelDescription(const NXSCanChannelInfo& info, VELDString identifier)
 {
-    if (FieldText(info.szChannelIdentifier) != static_cast<const char*>(identifier)) return VELDString();
-    std::string description = "Vendor: " + FieldText(info.szVendorName) +
-                              "; Interface: " + FieldText(info.szInterfaceName);
-    std::string serial = FieldText(info.szInterfaceSerialNumber);
-    if (!serial.empty()) description += "; Serial number: " + serial;
-    return VELDString(description.c_str());
+    if (NxFieldText(info.szChannelIdentifier) != static_cast<const char*>(identifier)) return VELDString();
+    return VELDString(NxChannelDescription(NxFieldText(info.szVendorName), NxFieldText(info.szInterfaceName),
+                                           NxFieldText(info.szInterfaceSerialNumber))
+                          .c_str());
 }
 
 bool NxCanApiWrapper::IsHighSpeedChannel(const NXSCanChannelInfo& info)
@@ -247,7 +219,7 @@ bool NxCanApiWrapper::IsHighSpeedChannel(const NXSCanChannelInfo& info)
 
 bool NxCanApiWrapper::IsVirtualChannel() const
 {
-    return m_canChannelInfo && FieldEquals(m_canChannelInfo[0].szInterfaceName, "Virtual");
+    return m_canChannelInfo && NxFieldEquals(m_canChannelInfo[0].szInterfaceName, "Virtual");
 }
 
 // ---------------------------------------------------------------------------
@@ -267,29 +239,11 @@ void NxCanApiWrapper::RetrieveErrMessage(const std::string& functionName, NXTCan
 
 std::string NxCanApiWrapper::StringFormat(std::string format, ...)
 {
-    // A block of twice the format's length first, then as large as the last
-    // try said it had to be.
-    std::size_t size = format.size() * 2;
-    const std::size_t kGiveUp = std::size_t(1) << 24;  // only an encoding error grows this far
     va_list arguments;
     va_start(arguments, format);
-    std::string result;
-    for (;;) {
-        std::unique_ptr<char[]> block(new char[size + 1]);
-        va_list attempt;
-        va_copy(attempt, arguments);
-        int written = std::vsnprintf(block.get(), size, format.c_str(), attempt);
-        va_end(attempt);
-        if (written >= 0 && static_cast<std::size_t>(written) < size) {
-            result.assign(block.get(), static_cast<std::size_t>(written));
-            break;
-        }
-        if (written < 0 && size > kGiveUp) break;
-        long long grow = static_cast<long long>(written) - static_cast<long long>(size) + 1;
-        size += static_cast<std::size_t>(std::llabs(grow));
-    }
+    std::string text = NxStringFormatV(format, arguments);
     va_end(arguments);
-    return result;
+    return text;
 }
 
 // ---------------------------------------------------------------------------
@@ -315,9 +269,9 @@ NxBusError NxCanApiWrapper::RegInitActivate(bool* highSpeedSupported)
     if ((result = ConfigureReceiveMode()).errorCode != 0) return result;
     if ((result = ActivateChannel()).errorCode != 0) return result;
     NXTCanError code = pfnCanFlushReceiveQueue(m_canChannelHandle);
-    if (code != 0) return Failure(code, "NXCAN_FlushReceiveQueue");
+    if (code != 0) return NxFailure(code, "NXCAN_FlushReceiveQueue");
     code = pfnCanFlushTransmitQueue(m_canChannelHandle);
-    if (code != 0) return Failure(code, "NXCAN_FlushTransmitQueue");
+    if (code != 0) return NxFailure(code, "NXCAN_FlushTransmitQueue");
     std::uint64_t resolution = 0;
     if ((result = GetHardwareTimeResolution(&resolution)).errorCode != 0) return result;
     m_timeConvCoefficient.store(resolution / 1000000, std::memory_order_relaxed);
@@ -329,12 +283,12 @@ NxBusError NxCanApiWrapper::RegisterCanChannel(bool* highSpeedSupported)
     NXSCanChannelInfo channel;
     std::memset(&channel, 0, sizeof channel);
     for (std::uint32_t i = 0; i < m_canChannelCount; ++i) {
-        if (FieldEquals(m_canChannelInfo[i].szChannelIdentifier, m_settings.GetChannelIdentifier().c_str())) {
+        if (NxFieldEquals(m_canChannelInfo[i].szChannelIdentifier, m_settings.GetChannelIdentifier().c_str())) {
             channel = m_canChannelInfo[i];
             break;
         }
     }
-    if (channel.szChannelIdentifier[0] == 0) return Failure(10, "RegisterCanChannel");
+    if (channel.szChannelIdentifier[0] == 0) return NxFailure(10, "RegisterCanChannel");
 
     if (m_settings.GetIsReplayChannel()) {
         *highSpeedSupported = IsHighSpeedChannel(channel);
@@ -342,12 +296,12 @@ NxBusError NxCanApiWrapper::RegisterCanChannel(bool* highSpeedSupported)
         NXTCanError code =
             pfnCanRegisterReplayChannel(channel.szVendorName, channel.szInterfaceName, channel.szInterfaceSerialNumber,
                                         channel.szChannelIdentifier, &m_canChannelHandle, highSpeed, 0);
-        return Failure(code, "NXCAN_RegisterReplayChannel");
+        return NxFailure(code, "NXCAN_RegisterReplayChannel");
     }
     NXTCanError code = pfnCanRegisterChannel(channel.szVendorName, channel.szInterfaceName,
                                              channel.szInterfaceSerialNumber, channel.szChannelIdentifier,
                                              &m_canChannelHandle);
-    return Failure(code, "NXCAN_RegisterChannel");
+    return NxFailure(code, "NXCAN_RegisterChannel");
 }
 
 NxBusError NxCanApiWrapper::InitializeInterface()
@@ -355,7 +309,7 @@ NxBusError NxCanApiWrapper::InitializeInterface()
     bool ignored = false;
     NXTCanError code =
         pfnCanInitChannel(m_canChannelHandle, NXCAN_IDENTIFIER_TYPE_STD_XTD, kQueueSize, m_settings.GetCanFd(), &ignored);
-    return Failure(code, "NXCAN_InitChannel");
+    return NxFailure(code, "NXCAN_InitChannel");
 }
 
 NxBusError NxCanApiWrapper::ConfigureReceiveMode()
@@ -363,12 +317,12 @@ NxBusError NxCanApiWrapper::ConfigureReceiveMode()
     if (!m_settings.GetEventBasedReceive()) return NxBusError();
     m_receiveEvent = CreateEventB(false);
     NXTCanError code = pfnCanSetEventNotification(m_canChannelHandle, m_receiveEvent, 1);
-    return Failure(code, "NXCAN_SetEventNotification");
+    return NxFailure(code, "NXCAN_SetEventNotification");
 }
 
 NxBusError NxCanApiWrapper::ActivateChannel()
 {
-    return Failure(pfnCanActivateChannel(m_canChannelHandle), "NXCAN_ActivateChannel");
+    return NxFailure(pfnCanActivateChannel(m_canChannelHandle), "NXCAN_ActivateChannel");
 }
 
 bool NxCanApiWrapper::IsChannelAccessible() const
@@ -380,13 +334,13 @@ bool NxCanApiWrapper::IsChannelAccessible() const
 NxBusError NxCanApiWrapper::DeactivateChannel()
 {
     if (!IsChannelAccessible()) return NxBusError();
-    return Failure(pfnCanDeactivateChannel(m_canChannelHandle), "NXCAN_DeactivateChannel");
+    return NxFailure(pfnCanDeactivateChannel(m_canChannelHandle), "NXCAN_DeactivateChannel");
 }
 
 NxBusError NxCanApiWrapper::UnregisterCanInterface()
 {
     if (!IsChannelAccessible()) return NxBusError();
-    return Failure(pfnCanUnregisterChannel(m_canChannelHandle), "NXCAN_UnregisterChannel");
+    return NxFailure(pfnCanUnregisterChannel(m_canChannelHandle), "NXCAN_UnregisterChannel");
 }
 
 // ---------------------------------------------------------------------------
@@ -398,9 +352,9 @@ NxBusError NxCanApiWrapper::GetBaudRate(std::uint32_t* baudRate)
     bool canFd = false;
     NXSCanBitTimingParameters data = {};
     NXTCanError code = pfnCanGetBaudrate(m_canChannelHandle, &m_clockFrequency, &m_bitTimingParameters, &canFd, &data);
-    if (code != 0) return Failure(code, "NXCAN_GetBaudrate");
+    if (code != 0) return NxFailure(code, "NXCAN_GetBaudrate");
     code = pfnCanConvertBitTimingParametersToBaudrate(m_clockFrequency, &m_bitTimingParameters, baudRate);
-    return Failure(code, "NXCAN_ConvertBitTimingParametersToBaudrate");
+    return NxFailure(code, "NXCAN_ConvertBitTimingParametersToBaudrate");
 }
 
 NxBusError NxCanApiWrapper::SetBaudRate()
@@ -413,16 +367,16 @@ NxBusError NxCanApiWrapper::SetBaudRate()
     if (!m_settings.GetCanFd()) {
         clock = kClassicClock;
         NXTCanError code = pfnCanConvertBaudrateToBitTimingParameters(clock, m_settings.GetTargetBaudrate(), &arbitration);
-        if (code != 0) return Failure(code, kConvert);
+        if (code != 0) return NxFailure(code, kConvert);
     } else {
         // The test is the reverse of the classic one: a successful conversion
         // ends the operation, and the channel keeps the rates it had.
         clock = kFdClock;
         NXTCanError code =
             pfnCanConvertBaudrateToBitTimingParameters(clock, m_settings.GetTargetArbitrationBaudrate(), &arbitration);
-        if (code == 0) return Failure(code, kConvert);
+        if (code == 0) return NxFailure(code, kConvert);
         code = pfnCanConvertBaudrateToBitTimingParameters(clock, m_settings.GetTargetBaudrate(), &data);
-        if (code == 0) return Failure(code, kConvert);
+        if (code == 0) return NxFailure(code, kConvert);
     }
     NXTCanError code = pfnCanSetBaudrate(m_canChannelHandle, clock, &arbitration, &data);
     return NxBusError(code, "NXCAN_SetBaudrate", NxBusErrorSeverity::Warning);
@@ -433,7 +387,7 @@ NxBusError NxCanApiWrapper::SetAcceptance(std::uint32_t stdCode, std::uint32_t s
 {
     NXTCanError code = pfnCanSetAcceptance(m_canChannelHandle, stdCode, stdMask, xtdCode, xtdMask);
     // The name differs from the symbol's, and stays so: logs are searched for it.
-    return Failure(code, "NXCAN_CanSetAcceptance");
+    return NxFailure(code, "NXCAN_CanSetAcceptance");
 }
 
 // ---------------------------------------------------------------------------
@@ -441,24 +395,21 @@ NxBusError NxCanApiWrapper::SetAcceptance(std::uint32_t stdCode, std::uint32_t s
 
 std::uint64_t NxCanApiWrapper::TicksToMicroseconds(std::uint64_t ticks)
 {
-    std::uint64_t coefficient = m_timeConvCoefficient.load(std::memory_order_relaxed);
-    if (coefficient == 0)
-        throw std::runtime_error("Hardware time resolution is unknown or below one tick per microsecond");
-    return ticks / coefficient;
+    return NxTicksToMicroseconds(ticks, m_timeConvCoefficient.load(std::memory_order_relaxed));
 }
 
 NxBusError NxCanApiWrapper::GetHardwareTime(std::uint64_t* microseconds)
 {
     std::uint64_t ticks = 0;
     NXTCanError code = pfnCanGetHardwareTime(m_canChannelHandle, &ticks);
-    if (code != 0) return Failure(code, "NXCAN_GetHardwareTime");
+    if (code != 0) return NxFailure(code, "NXCAN_GetHardwareTime");
     *microseconds = TicksToMicroseconds(ticks);
     return NxBusError();
 }
 
 NxBusError NxCanApiWrapper::GetHardwareTimeResolution(std::uint64_t* ticksPerSecond)
 {
-    return Failure(pfnCanGetHardwareTimeResolution(m_canChannelHandle, ticksPerSecond),
+    return NxFailure(pfnCanGetHardwareTimeResolution(m_canChannelHandle, ticksPerSecond),
                    "NXCAN_GetHardwareTimeResolution");
 }
 
@@ -467,13 +418,8 @@ NxBusError NxCanApiWrapper::GetReplayStateInfo(NxBusReplayStateInfo* info)
     NXSCanReplayStatusInfo status;
     std::memset(&status, 0, sizeof status);
     NXTCanError code = pfnCanGetReplayStateInfo(m_canChannelHandle, &status);
-    if (code != 0) return Failure(code, "NXCAN_GetReplayStateInfo");
-    info->ui64Timestamp = status.ui64Timestamp;
-    info->ui64SentFrames = status.ui64SentFrames;
-    info->ui64ErrorData = status.ui64ErrorData;
-    info->ui64SendFailed = status.ui64SendFailed;
-    info->ui64Dropped = status.ui64Dropped;
-    info->tReplayState = static_cast<std::uint8_t>(status.tReplayState);
+    if (code != 0) return NxFailure(code, "NXCAN_GetReplayStateInfo");
+    NxCopyReplayStatus(status, info);
     return NxBusError();
 }
 
@@ -483,12 +429,7 @@ NxBusError NxCanApiWrapper::SetLogStartTime(std::int64_t t)
     std::uint64_t offset = static_cast<std::uint64_t>(t) * GetTimeConvCoefficient();
     NXTCanError code =
         pfnCanSetReplayStartTime(m_canChannelHandle, 0, offset, NXCAN_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0);
-    // A negative code is a warning here: a log start alone may be refused
-    // while the replay start is still to come.
-    NxBusErrorSeverity severity = code > 0   ? NxBusErrorSeverity::Error
-                                  : code < 0 ? NxBusErrorSeverity::Warning
-                                             : NxBusErrorSeverity::NotDefined;
-    return NxBusError(code, "NXCAN_SetReplayStartTime", severity);
+    return NxBusError(code, "NXCAN_SetReplayStartTime", NxLogStartSeverity(code));
 }
 
 NxBusError NxCanApiWrapper::SetReplayStartTime(std::uint64_t replayStart, std::uint64_t logStart)
@@ -496,13 +437,13 @@ NxBusError NxCanApiWrapper::SetReplayStartTime(std::uint64_t replayStart, std::u
     std::uint64_t coefficient = GetTimeConvCoefficient();
     NXTCanError code = pfnCanSetReplayStartTime(m_canChannelHandle, replayStart * coefficient, logStart * coefficient,
                                                 NXCAN_REPLAY_OPTION_NONE, 0);
-    return Failure(code, "NXCAN_SetReplayStartTime");
+    return NxFailure(code, "NXCAN_SetReplayStartTime");
 }
 
 NxBusError NxCanApiWrapper::SetReplayStopTime(std::uint64_t t)
 {
     NXTCanError code = pfnCanSetReplayStopTime(m_canChannelHandle, t * GetTimeConvCoefficient());
-    return Failure(code, "NXCAN_SetReplayStopTime");
+    return NxFailure(code, "NXCAN_SetReplayStopTime");
 }
 
 // ---------------------------------------------------------------------------
@@ -555,7 +496,7 @@ NxBusError NxCanApiWrapper::TransmitMessages(NXSCanMessage* messages, std::uint3
     if (!m_isInitialized) throw std::runtime_error("CAN Handle is not initialized");
     if (count == 0) return NxBusError();
     for (std::uint32_t i = 0; i < count; ++i) messages[i].ui64Timestamp = 0;
-    return Failure(pfnCanTransmitMessages(m_canChannelHandle, count, messages), "NXCAN_TransmitMessages");
+    return NxFailure(pfnCanTransmitMessages(m_canChannelHandle, count, messages), "NXCAN_TransmitMessages");
 }
 
 // ---------------------------------------------------------------------------
@@ -620,15 +561,8 @@ NxBusError NxCanApiWrapper::Transmit()
     if (!m_isInitialized || m_txBufferSize == 0) return NxBusError();
     std::uint32_t size = m_txBufferSize;
     NXTCanError code = pfnCanReplayStreamData(m_canChannelHandle, &size, m_txBuffer.get());
-    if (code != 0) return Failure(code, "NXCAN_ReplayStreamData");
-    if (m_txBufferSize <= size) {
-        m_txBufferSize = 0;
-        m_txFramesAllowed = true;
-    } else {
-        m_txBufferSize -= size;
-        std::memmove(m_txBuffer.get(), m_txBuffer.get() + size, m_txBufferSize);
-        m_txFramesAllowed = false;
-    }
+    if (code != 0) return NxFailure(code, "NXCAN_ReplayStreamData");
+    m_txFramesAllowed = NxConsumeStaged(m_txBuffer.get(), m_txBufferSize, size);
     return NxBusError();
 }
 

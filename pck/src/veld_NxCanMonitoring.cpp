@@ -196,9 +196,7 @@ void VELDNxCanMonitoring::Birth()
     SetApiSettings(RetrieveApiSettings());
     Base::Birth();
     m_vectorizeFrames = GetBoolProperty("vectorize_frames");
-    m_readTs = VELD::CurrentTime(true, true);
-    m_timeJumped.Reset();
-    m_timeJumpedHandled.Reset();
+    ReadSchedule().Begin();
     m_timeSpeed = VELD::TimeSpeed();
     // One element holds at most one read: room for 256 frames of any record.
     Output("oCAN").AllocOutputBuffer(kMaxFramesPerRead, true);
@@ -272,15 +270,10 @@ bool VELDNxCanMonitoring::ReadAndWrite(Timing& timing)
 void VELDNxCanMonitoring::ReadThreadPolling()
 {
     Timing timing{GetIntegerProperty("ts_behavior"), true, 0};
+    VELDPeriodicSchedule schedule = ReadSchedule();
     while (!IsDying()) {
-        if (Wait(m_readTs, &m_timeJumped)) {
-            if (!ReadAndWrite(timing)) return;
-        } else {
-            m_readTs = VELD::CurrentTime(true, true);
-            m_timeJumped.Reset();
-            m_timeJumpedHandled.Set();
-        }
-        m_readTs += static_cast<VELDTimestamp>(GetIntegerProperty("sampling_period"));
+        if (schedule.WaitDue() && !ReadAndWrite(timing)) return;
+        schedule.Advance(static_cast<VELDDelay>(GetIntegerProperty("sampling_period")));
     }
 }
 
@@ -364,16 +357,14 @@ void VELDNxCanMonitoring::WriteNonVectorizedFramesToOutput(const NXSCanMessage* 
 // ---------------------------------------------------------------------------
 // Time callbacks: only the polling thread has a schedule to move
 
-void VELDNxCanMonitoring::HandOverTimeJump()
+VELDPeriodicSchedule VELDNxCanMonitoring::ReadSchedule()
 {
-    m_timeJumped.Set();
-    Wait4Event(m_timeJumpedHandled, VELD::Infinite);
-    m_timeJumpedHandled.Reset();
+    return VELDPeriodicSchedule(*this, m_readTs, m_timeJumped, m_timeJumpedHandled);
 }
 
 void VELDNxCanMonitoring::CallbackTimeJumped(VELDTimestamp)
 {
-    if (IsStarted() && IsPolling()) HandOverTimeJump();
+    if (IsStarted() && IsPolling()) ReadSchedule().HandOverJump();
 }
 
 void VELDNxCanMonitoring::CallbackTimeSpeedChanged(int newSpeed)
@@ -382,8 +373,8 @@ void VELDNxCanMonitoring::CallbackTimeSpeedChanged(int newSpeed)
     // Going forward again is a jump for the polling schedule. The second
     // handshake has no answer in event-based mode: the caller then waits
     // until the component dies.
-    if (IsPolling()) HandOverTimeJump();
-    HandOverTimeJump();
+    if (IsPolling()) ReadSchedule().HandOverJump();
+    ReadSchedule().HandOverJump();
     m_timeSpeed = newSpeed;
 }
 

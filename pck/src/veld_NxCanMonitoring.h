@@ -87,8 +87,8 @@ private:
         VELDTimestamp offset;
     };
     bool ReadAndWrite(Timing& timing);
-    // The time handshake with the polling thread.
-    void HandOverTimeJump();
+    // The polling thread's schedule and its jump handshake.
+    VELDPeriodicSchedule ReadSchedule();
     bool IsPolling() { return GetIntegerProperty("sampling_mode") == Polling; }
 
     VELD::DynamicInputModelSet m_dynamicInputModels;

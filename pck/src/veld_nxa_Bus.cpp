@@ -5,6 +5,8 @@
 
 #include "NxCanApiWrapper.h"
 #include "NxCanApiWrapperSettings.h"
+#include "NxEthApiWrapper.h"
+#include "NxEthApiWrapperSettings.h"
 #include "NxChannelMap.h"
 #include "veld.h"
 #include "veld_io_elt.h"
@@ -23,6 +25,21 @@ VELDString Quoted(const char* before, const char* what, const char* after)
     text += what;
     text += after;
     return text;
+}
+
+// The channels that the bus library offers at `ip`. A machine without the
+// library offers none; a library that fails to tell is reported, and offers
+// none either, so that the property sheet stays usable.
+template <class W>
+auto AvailableChannels(VELDModule* module, const char* ip, bool norvexHardwareOnly)
+    -> decltype(W::RetrieveAvailableChannelsVector(ip, norvexHardwareOnly))
+{
+    try {
+        return W::RetrieveAvailableChannelsVector(ip, norvexHardwareOnly);
+    } catch (const std::exception& e) {
+        module->ReportError(e.what(), 0);
+        return {};
+    }
 }
 
 }  // namespace
@@ -118,6 +135,12 @@ VELDBusCmnComponent<W, S>::~VELDBusCmnComponent()
 
 // ---------------------------------------------------------------------------
 // Helpers
+
+template <class W, class S>
+VELDPeriodicSchedule VELDBusCmnComponent<W, S>::MetaSchedule()
+{
+    return VELDPeriodicSchedule(*this, m_replayStateInfoPollingTimestamp, m_timeJumped, m_timeJumpedHandled);
+}
 
 template <class W, class S>
 bool VELDBusCmnComponent<W, S>::IsSynchronizedReplay()
@@ -287,7 +310,7 @@ VELDEnumStruct VELDBusCmnComponent<W, S>::RefreshChannels(VELDModule* module, co
     const bool isReplay = module->HasProperty("replay_mode") && module->GetIntegerProperty("replay_mode") != 0;
 
     VELDString items;
-    for (const auto& info : W::RetrieveAvailableChannelsVector(ip, isReplay)) {
+    for (const auto& info : AvailableChannels<W>(module, ip, isReplay)) {
         items += W::GetChannelId(info);
         items += "|";
     }
@@ -315,7 +338,7 @@ void VELDBusCmnComponent<W, S>::SetChannelDescription(VELDString ip, VELDString 
     bool zira = false;
     const bool synchronized = IsSynchronizedReplay();
     if (ip.Length() > 0 && channel.Length() > 0 && channel != kCustomChannel) {
-        for (const auto& info : W::RetrieveAvailableChannelsVector(ip, synchronized)) {
+        for (const auto& info : AvailableChannels<W>(this, ip, synchronized)) {
             description = W::GetChannelDescription(info, channel);
             if (description.Length() > 0) break;
         }
@@ -390,9 +413,7 @@ void VELDBusCmnComponent<W, S>::Birth()
     }
     if (m_dataReplayEnabled) CheckHighSpeedConnection(supported);
 
-    m_replayStateInfoPollingTimestamp = VELD::CurrentTime(true, true);
-    m_timeJumped.Reset();
-    m_timeJumpedHandled.Reset();
+    MetaSchedule().Begin();
     m_timeSpeed = VELD::TimeSpeed();
 
     if (IsSynchronizedReplay() || m_isSimTimeProvider) {
@@ -461,17 +482,16 @@ template <class W, class S>
 void VELDBusCmnComponent<W, S>::ReadThreadBusMetaInfo()
 {
     const bool synchronized = IsSynchronizedReplay();
+    VELDPeriodicSchedule schedule = MetaSchedule();
     while (!IsDying()) {
+        // Elements carry the time at which the wait began; a jump restarts
+        // the schedule there too.
         const VELDTimestamp now = VELD::CurrentTime(true, true);
-        if (Wait(m_replayStateInfoPollingTimestamp, &m_timeJumped)) {
+        if (schedule.WaitDue(now)) {
             if (synchronized) WriteReplayStateInfoToOutput(now);
             if (m_isSimTimeProvider) WriteSimTimeToOutput(now);
-        } else {
-            m_replayStateInfoPollingTimestamp = now;
-            m_timeJumped.Reset();
-            m_timeJumpedHandled.Set();
         }
-        m_replayStateInfoPollingTimestamp += m_pollingPeriod;
+        schedule.Advance(m_pollingPeriod);
     }
 }
 
@@ -504,21 +524,15 @@ void VELDBusCmnComponent<W, S>::WriteSimTimeToOutput(VELDTimestamp ts)
 template <class W, class S>
 void VELDBusCmnComponent<W, S>::CallbackTimeJumped(VELDTimestamp)
 {
-    if (!IsStarted()) return;
-    m_timeJumped.Set();
-    Wait4Event(m_timeJumpedHandled, VELD::Infinite);
-    m_timeJumpedHandled.Reset();
+    if (IsStarted()) MetaSchedule().HandOverJump();
 }
 
 template <class W, class S>
 void VELDBusCmnComponent<W, S>::CallbackTimeSpeedChanged(int newSpeed)
 {
     if (!IsStarted()) return;
-    if (m_timeSpeed < 0 && newSpeed > 0) {
-        m_timeJumped.Set();
-        Wait4Event(m_timeJumpedHandled, VELD::Infinite);
-        m_timeJumpedHandled.Reset();
-    }
+    // Going forward again is a jump for the schedule.
+    if (m_timeSpeed < 0 && newSpeed > 0) MetaSchedule().HandOverJump();
     m_timeSpeed = newSpeed;
 }
 
@@ -527,5 +541,5 @@ void VELDBusCmnComponent<W, S>::CallbackTimePaused(bool)
 {
 }
 
-// The CAN instantiation. The Ethernet one follows once its wrapper exists.
 template class VELDBusCmnComponent<NxCanApiWrapper, NxCanApiWrapperSettings>;
+template class VELDBusCmnComponent<NxEthApiWrapper, NxEthApiWrapperSettings>;

@@ -128,9 +128,7 @@ void VELDNxCanApi20::Birth()
     SetApiSettings(RetrieveApiSettings());
     Base::Birth();
     m_dataAvailableInFifo = true;
-    m_writeTs = VELD::CurrentTime(true, true);
-    m_writeTimeJumped.Reset();
-    m_writeTimeJumpedHandled.Reset();
+    WriteSchedule().Begin();
     m_timeSpeed = VELD::TimeSpeed();
     StartTxThreads();
 }
@@ -235,21 +233,18 @@ void VELDNxCanApi20::TransmitPushing()
 {
     const VELDDelay period = static_cast<VELDDelay>(GetIntegerProperty("replay_period"));
     NxCanApiWrapper& wrapper = GetNxApiWrapper();
+    VELDPeriodicSchedule schedule = WriteSchedule();
     try {
         bool endOfData = false;
         while (!IsDying() && !endOfData) {
-            if (Wait(m_writeTs, &m_writeTimeJumped)) {
+            if (schedule.WaitDue()) {
                 if (wrapper.GetReplayEofTime() != 0 && !m_dataAvailableInFifo) {
                     endOfData = true;
                     break;
                 }
                 FailOn(wrapper.TransmitMessagesPushing(false));
-            } else {
-                m_writeTs = VELD::CurrentTime(true, true);
-                m_writeTimeJumped.Reset();
-                m_writeTimeJumpedHandled.Set();
             }
-            m_writeTs += period;
+            schedule.Advance(period);
         }
         // Only the end of the data closes the stream here; a dying
         // component closes it in Death.
@@ -262,24 +257,22 @@ void VELDNxCanApi20::TransmitPushing()
 // ---------------------------------------------------------------------------
 // Time callbacks
 
-void VELDNxCanApi20::HandOverTimeJump()
+VELDPeriodicSchedule VELDNxCanApi20::WriteSchedule()
 {
-    m_writeTimeJumped.Set();
-    Wait4Event(m_writeTimeJumpedHandled, VELD::Infinite);
-    m_writeTimeJumpedHandled.Reset();
+    return VELDPeriodicSchedule(*this, m_writeTs, m_writeTimeJumped, m_writeTimeJumpedHandled);
 }
 
 void VELDNxCanApi20::CallbackTimeJumped(VELDTimestamp)
 {
     // No test of the mode: without a push thread nobody answers, and the
     // caller waits until the component dies.
-    if (IsStarted()) HandOverTimeJump();
+    if (IsStarted()) WriteSchedule().HandOverJump();
 }
 
 void VELDNxCanApi20::CallbackTimeSpeedChanged(int newSpeed)
 {
     if (!IsStarted() || m_timeSpeed >= 0 || newSpeed <= 0) return;
-    HandOverTimeJump();
+    WriteSchedule().HandOverJump();
     m_timeSpeed = newSpeed;
 }
 

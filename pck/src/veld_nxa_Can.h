@@ -70,7 +70,8 @@ private:
     void TransmitNow(const T* frames, VELDInt32 count);
     template <class T>
     void Forward(const T* frames, VELDInt32 count, bool synchronized);
-    void HandOverTimeJump();
+    // The push thread's schedule and its jump handshake.
+    VELDPeriodicSchedule WriteSchedule();
 
     NXSCanMessage m_pTransmitBuffer[kTransmitBufferSize];
     std::atomic<bool> m_dataAvailableInFifo;  // written by Core, read by the push thread

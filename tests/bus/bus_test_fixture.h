@@ -1,5 +1,5 @@
 // What the bus tests share: an engine that captures reports, the library
-// double installed for the test's duration, and short ways to make settings
+// doubles installed for the test's duration, and short ways to make settings
 // and wrappers.
 #ifndef BUS_TEST_FIXTURE_H
 #define BUS_TEST_FIXTURE_H
@@ -12,12 +12,15 @@
 
 #include "Engine.h"
 #include "FakeCanLibrary.h"
+#include "FakeEthLibrary.h"
 #include "NxCanApiWrapper.h"
+#include "NxEthApiWrapper.h"
 #include "veld_constants.h"
 
-class BusTest : public ::testing::Test {
+// An engine that captures what is reported, for every bus test.
+class EngineTest : public ::testing::Test {
 protected:
-    BusTest() : engine(Quiet()) {}
+    EngineTest() : engine(Quiet()) {}
 
     static veldor::EngineOptions Quiet()
     {
@@ -25,6 +28,40 @@ protected:
         options.printReports = false;
         return options;
     }
+
+    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
+
+    veldor::Engine engine;
+};
+
+// A wrapper that went through Initialize successfully.
+template <class Wrapper, class Settings>
+std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
+{
+    auto wrapper = std::make_unique<Wrapper>(settings);
+    bool highSpeed = false;
+    NxBusError result = wrapper->Initialize(&highSpeed);
+    EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
+    return wrapper;
+}
+
+// Calls made since a mark, in the log that all doubles share.
+class CallMark {
+public:
+    void Mark() { m_mark = Log().Calls().size(); }
+    std::vector<std::string> CallsSinceMark() const
+    {
+        std::vector<std::string> names = Log().CallNames();
+        return std::vector<std::string>(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+    }
+
+private:
+    static nxtest::FakeLibrary& Log() { return nxtest::FakeCanLibrary::Instance(); }
+    std::size_t m_mark = 0;
+};
+
+class BusTest : public EngineTest, public CallMark {
+protected:
 
     nxtest::FakeCanLibrary& Fake() { return bus.Fake(); }
 
@@ -48,29 +85,47 @@ protected:
     {
         return std::make_unique<NxCanApiWrapper>(settings);
     }
-    // A wrapper that went through Initialize successfully.
     std::unique_ptr<NxCanApiWrapper> Ready(const NxCanApiWrapperSettings& settings)
     {
-        auto wrapper = Make(settings);
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
-        EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
-        return wrapper;
+        return ReadyWrapper<NxCanApiWrapper>(settings);
     }
 
-    // Calls made since the mark.
-    void Mark() { mark = Fake().Calls().size(); }
-    std::vector<std::string> CallsSinceMark()
-    {
-        std::vector<std::string> names = Fake().CallNames();
-        return std::vector<std::string>(names.begin() + static_cast<std::ptrdiff_t>(mark), names.end());
-    }
-
-    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
     nxtest::ScopedFakeCanLibrary bus;
-    std::size_t mark = 0;
+};
+
+// The Ethernet twin: one interface "eth1" unless a test adds others.
+class EthBusTest : public EngineTest, public CallMark {
+protected:
+    nxtest::FakeEthLibrary& Eth() { return bus.Eth(); }
+    nxtest::FakeDrPreLibrary& Stage() { return bus.Stage(); }
+
+    void AddInterface(const std::string& identifier = "eth1", std::uint32_t capabilities = 0,
+                      const std::string& provider = "Norvex")
+    {
+        Eth().AddInterface({provider, "veth", "SN-" + identifier, identifier, capabilities});
+    }
+
+    static NxEthApiWrapperSettings Monitoring(const std::string& identifier = "eth1")
+    {
+        return NxEthApiWrapperSettings("127.0.0.1", identifier, false, false);
+    }
+    static NxEthApiWrapperSettings Replay(const std::string& identifier = "eth1")
+    {
+        NxEthApiWrapperSettings settings("127.0.0.1", identifier, false, true);
+        settings.SetProtocolType(NXDRPP_UDP);
+        return settings;
+    }
+
+    static std::unique_ptr<NxEthApiWrapper> Make(const NxEthApiWrapperSettings& settings)
+    {
+        return std::make_unique<NxEthApiWrapper>(settings);
+    }
+    std::unique_ptr<NxEthApiWrapper> Ready(const NxEthApiWrapperSettings& settings)
+    {
+        return ReadyWrapper<NxEthApiWrapper>(settings);
+    }
+
+    nxtest::ScopedFakeEthLibrary bus;
 };
 
 #endif

@@ -12,6 +12,8 @@
 #include "NxBusLibraryPaths.h"
 #include "MainJobTest.h"
 #include "PythonPartner.h"
+#include "veld_property.h"
+#include "veld_property_value.h"
 
 namespace mainjob {
 namespace {
@@ -360,6 +362,29 @@ TEST(NoBusLibrary, TheCommandSaysWhereItLookedAndFails)
     }
     EXPECT_FALSE(access((folder + "/x.asc").c_str(), F_OK) == 0);
     std::system(("rm -rf " + folder).c_str());
+}
+
+// Without a bus library a component's property sheet still works: discovery
+// offers the custom channel alone, and nothing is reported.
+class NoBusLibraryComponents : public ComponentTest {};
+
+TEST_F(NoBusLibraryComponents, OfferTheCustomChannelAloneAndSayNothing)
+{
+    if (access(NX_BUSAPI_CAN_LIBRARY_PATH, F_OK) == 0)
+        GTEST_SKIP() << "a bus library is installed on this machine";
+    const unsigned long errors = engine.GetConsole().ErrorCount();
+    for (const char* model : {"NxCanMonitoring", "NxCanInject"}) {
+        SCOPED_TRACE(model);
+        engine.Graph().Clear();
+        Make(model, "bus");
+        EXPECT_EQ(Refusal("bus.ip", "127.0.0.1"), "");
+        EXPECT_EQ(Text("bus.channel"), "Custom channel");
+        Set("bus.channel", "Custom channel");
+        Trigger("bus.Refresh_Devices");
+        EXPECT_EQ(engine.Property("bus.channel")->EnumValues()->Count(), 1);
+        EXPECT_EQ(Text("bus.channel_description"), "");
+    }
+    EXPECT_EQ(engine.GetConsole().ErrorCount(), errors);
 }
 
 }  // namespace

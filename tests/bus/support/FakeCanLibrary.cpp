@@ -1,7 +1,5 @@
 #include "FakeCanLibrary.h"
 
-#include <boost/system/system_error.hpp>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -9,14 +7,6 @@
 namespace nxtest {
 
 namespace {
-
-std::uint64_t U(std::int64_t v) { return static_cast<std::uint64_t>(v); }
-
-template <std::size_t N>
-void CopyText(char (&field)[N], const std::string& text)
-{
-    std::snprintf(field, N, "%s", text.c_str());
-}
 
 std::uint32_t DefaultRecordSize(std::uint16_t dlc, bool)
 {
@@ -28,19 +18,10 @@ std::uint32_t DefaultRecordSize(std::uint16_t dlc, bool)
 
 }  // namespace
 
-FakeCanLibrary& FakeCanLibrary::Instance()
-{
-    static FakeCanLibrary* fake = new FakeCanLibrary;
-    return *fake;
-}
-
 void FakeCanLibrary::Reset()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_channels.clear();
-    m_results.clear();
-    m_scripted.clear();
-    m_calls.clear();
     m_vendorCode = 0;
     m_vendorText.clear();
     m_accessible = true;
@@ -63,68 +44,56 @@ void FakeCanLibrary::Reset()
 
 void FakeCanLibrary::AddChannel(const FakeChannel& channel)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_channels.push_back(channel);
-}
-
-void FakeCanLibrary::SetResult(const std::string& symbol, NXTCanError code)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_results[symbol] = code;
-}
-
-void FakeCanLibrary::ScriptResults(const std::string& symbol, std::vector<NXTCanError> codes)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_scripted[symbol].assign(codes.begin(), codes.end());
 }
 
 void FakeCanLibrary::SetVendorError(std::int32_t code, const std::string& text)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_vendorCode = code;
     m_vendorText = text;
 }
 
 void FakeCanLibrary::SetAccessible(bool accessible)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_accessible = accessible;
 }
 
 void FakeCanLibrary::SetResolution(std::uint64_t ticksPerSecond)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_resolution = ticksPerSecond;
 }
 
 void FakeCanLibrary::SetHardwareTicks(std::uint64_t ticks)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_hardwareTicks = ticks;
 }
 
 void FakeCanLibrary::SetCurrentBaudrate(std::uint32_t baudrate)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_currentBaudrate = baudrate;
 }
 
 void FakeCanLibrary::SetReplayStatus(const NXSCanReplayStatusInfo& status)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_replayStatus = status;
 }
 
 void FakeCanLibrary::SetRecordSize(std::function<std::uint32_t(std::uint16_t, bool)> size)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_recordSize = std::move(size);
 }
 
 void FakeCanLibrary::SetConsumption(std::function<std::uint32_t(std::uint32_t)> consume)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     m_consume = std::move(consume);
 }
 
@@ -132,7 +101,7 @@ void FakeCanLibrary::Receive(const NXSCanMessage& message)
 {
     EventHandle* event;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         m_receiveQueue.push_back(message);
         event = m_event;
     }
@@ -145,40 +114,19 @@ void FakeCanLibrary::Receive(const NXSCanMessage& message)
 
 EventHandle* FakeCanLibrary::Event() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_event;
-}
-
-std::vector<FakeCall> FakeCanLibrary::Calls() const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_calls;
-}
-
-std::vector<std::string> FakeCanLibrary::CallNames() const
-{
-    std::vector<std::string> names;
-    for (const FakeCall& call : Calls()) names.push_back(call.name);
-    return names;
-}
-
-std::vector<FakeCall> FakeCanLibrary::CallsTo(const std::string& symbol) const
-{
-    std::vector<FakeCall> calls;
-    for (const FakeCall& call : Calls())
-        if (call.name == symbol) calls.push_back(call);
-    return calls;
 }
 
 std::vector<NXSCanMessage> FakeCanLibrary::Transmitted() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_transmitted;
 }
 
 std::vector<std::uint8_t> FakeCanLibrary::Streamed() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_streamed;
 }
 
@@ -202,45 +150,32 @@ std::vector<StreamRecord> FakeCanLibrary::StreamRecords() const
 
 std::string FakeCanLibrary::RegisteredIdentifier() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_registered;
 }
 
 std::string FakeCanLibrary::LastSearchAddress() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_searchAddress;
 }
 
 NXSCanBitTimingParameters FakeCanLibrary::LastArbitrationTiming() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_arbitration;
 }
 
 NXSCanBitTimingParameters FakeCanLibrary::LastDataTiming() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_data;
 }
 
 std::vector<std::uint32_t> FakeCanLibrary::ConvertedBaudrates() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(Mutex());
     return m_convertedBaudrates;
-}
-
-NXTCanError FakeCanLibrary::Record(const std::string& symbol, std::vector<std::uint64_t> args)
-{
-    m_calls.push_back({symbol, std::move(args)});
-    auto script = m_scripted.find(symbol);
-    if (script != m_scripted.end() && !script->second.empty()) {
-        NXTCanError code = script->second.front();
-        script->second.pop_front();
-        return code;
-    }
-    auto result = m_results.find(symbol);
-    return result == m_results.end() ? 0 : result->second;
 }
 
 // ---------------------------------------------------------------------------
@@ -249,50 +184,42 @@ NXTCanError FakeCanLibrary::Record(const std::string& symbol, std::vector<std::u
 struct FakeCanLibrary::Ops {
     static FakeCanLibrary& F() { return Instance(); }
 
-    static std::vector<const FakeChannel*> Matching(const NXSCanChannelsSearchAttribute* attribute)
+    static std::string Address(const NXSCanChannelsSearchAttribute* attribute)
     {
-        std::string ip = attribute ? std::string(attribute->szSearchAttribute) : std::string();
-        F().m_searchAddress = ip;
-        std::vector<const FakeChannel*> found;
-        for (const FakeChannel& channel : F().m_channels)
-            if (channel.ip == ip) found.push_back(&channel);
-        return found;
+        F().m_searchAddress = attribute ? attribute->szSearchAttribute : "";
+        return F().m_searchAddress;
     }
 
     static NXTCanError GetAvailableChannelsCount(std::uint32_t* count, std::uint32_t attributeCount,
                                                  NXSCanChannelsSearchAttribute* attributes)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record("NXCAN_GetAvailableChannelsCount",
-                                      {attributeCount, attributes ? U(attributes->tSearchAttributeType) : 0});
-        *count = static_cast<std::uint32_t>(Matching(attributes).size());
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_GetAvailableChannelsCount",
+                                  {attributeCount, attributes ? U(attributes->tSearchAttributeType) : 0});
+        *count = CountAt(F().m_channels, Address(attributes));
         return code;
     }
     static NXTCanError GetAvailableChannels(std::uint32_t* count, NXSCanChannelInfo* channels,
                                             std::uint32_t attributeCount, NXSCanChannelsSearchAttribute* attributes)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record("NXCAN_GetAvailableChannels", {*count, attributeCount});
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_GetAvailableChannels", {*count, attributeCount});
         if (code != 0) return code;
-        std::vector<const FakeChannel*> found = Matching(attributes);
-        std::uint32_t n = std::min<std::uint32_t>(*count, static_cast<std::uint32_t>(found.size()));
-        for (std::uint32_t i = 0; i < n; ++i) {
-            NXSCanChannelInfo& info = channels[i];
-            std::memset(&info, 0, sizeof info);
-            CopyText(info.szVendorName, found[i]->vendor);
-            CopyText(info.szInterfaceName, found[i]->interfaceName);
-            CopyText(info.szInterfaceSerialNumber, found[i]->serial);
-            CopyText(info.szChannelIdentifier, found[i]->identifier);
-            info.ulChannelCapabilities = found[i]->capabilities;
-        }
-        *count = n;
+        *count = ListAt(F().m_channels, Address(attributes), *count, channels,
+                        [](NXSCanChannelInfo& info, const FakeChannel& channel) {
+                            CopyText(info.szVendorName, channel.vendor);
+                            CopyText(info.szInterfaceName, channel.interfaceName);
+                            CopyText(info.szInterfaceSerialNumber, channel.serial);
+                            CopyText(info.szChannelIdentifier, channel.identifier);
+                            info.ulChannelCapabilities = channel.capabilities;
+                        });
         return 0;
     }
     static NXTCanError Register(const char* symbol, const char* identifier, NXTCanHandle* handle,
                                 std::vector<std::uint64_t> extra)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record(symbol, std::move(extra));
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record(symbol, std::move(extra));
         F().m_registered = identifier;
         if (code == 0) *handle = F().m_nextHandle;
         return code;
@@ -306,17 +233,12 @@ struct FakeCanLibrary::Ops {
     {
         return Register("NXCAN_RegisterReplayChannel", identifier, handle, {highSpeed, reserved});
     }
-    static NXTCanError Simple(const char* symbol, std::vector<std::uint64_t> args)
-    {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        return F().Record(symbol, std::move(args));
-    }
     static NXTCanError UnregisterChannel(NXTCanHandle h) { return Simple("NXCAN_UnregisterChannel", {U(h)}); }
     static NXTCanError IsChannelAccessible(NXTCanHandle h, bool* accessible)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *accessible = F().m_accessible;
-        return F().Record("NXCAN_IsChannelAccessible", {U(h)});
+        return Record("NXCAN_IsChannelAccessible", {U(h)});
     }
     static NXTCanError InitChannel(NXTCanHandle h, NXECanIdentifierType type, std::uint32_t queueSize, bool canFd,
                                    bool* result)
@@ -327,10 +249,10 @@ struct FakeCanLibrary::Ops {
     static NXTCanError SetBaudrate(NXTCanHandle h, std::uint32_t clock, NXSCanBitTimingParameters* arbitration,
                                    NXSCanBitTimingParameters* data)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         F().m_arbitration = *arbitration;
         F().m_data = *data;
-        return F().Record("NXCAN_SetBaudrate", {U(h), clock});
+        return Record("NXCAN_SetBaudrate", {U(h), clock});
     }
     static NXTCanError GetBaudrate(NXTCanHandle h, std::uint32_t* clock, NXSCanBitTimingParameters* arbitration,
                                    bool* canFd, NXSCanBitTimingParameters* data)
@@ -348,28 +270,28 @@ struct FakeCanLibrary::Ops {
     }
     static NXTCanError SetEventNotification(NXTCanHandle h, NXTEventHandle event, std::uint32_t count)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         F().m_event = static_cast<EventHandle*>(event);
-        return F().Record("NXCAN_SetEventNotification", {U(h), count});
+        return Record("NXCAN_SetEventNotification", {U(h), count});
     }
     static NXTCanError ActivateChannel(NXTCanHandle h) { return Simple("NXCAN_ActivateChannel", {U(h)}); }
     static NXTCanError DeactivateChannel(NXTCanHandle h) { return Simple("NXCAN_DeactivateChannel", {U(h)}); }
     static NXTCanError GetHardwareTimeResolution(NXTCanHandle h, std::uint64_t* ticksPerSecond)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *ticksPerSecond = F().m_resolution;
-        return F().Record("NXCAN_GetHardwareTimeResolution", {U(h)});
+        return Record("NXCAN_GetHardwareTimeResolution", {U(h)});
     }
     static NXTCanError GetHardwareTime(NXTCanHandle h, std::uint64_t* ticks)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *ticks = F().m_hardwareTicks;
-        return F().Record("NXCAN_GetHardwareTime", {U(h)});
+        return Record("NXCAN_GetHardwareTime", {U(h)});
     }
     static NXTCanError ReadReceiveQueue(NXTCanHandle h, std::uint32_t* count, NXSCanMessage* messages)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record("NXCAN_ReadReceiveQueue", {U(h), *count});
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_ReadReceiveQueue", {U(h), *count});
         std::uint32_t n = 0;
         while (n < *count && !F().m_receiveQueue.empty()) {
             messages[n++] = F().m_receiveQueue.front();
@@ -381,8 +303,8 @@ struct FakeCanLibrary::Ops {
     static NXTCanError FlushReceiveQueue(NXTCanHandle h) { return Simple("NXCAN_FlushReceiveQueue", {U(h)}); }
     static NXTCanError TransmitMessages(NXTCanHandle h, std::uint32_t count, NXSCanMessage* messages)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record("NXCAN_TransmitMessages", {U(h), count});
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_TransmitMessages", {U(h), count});
         if (code == 0) F().m_transmitted.insert(F().m_transmitted.end(), messages, messages + count);
         return code;
     }
@@ -398,8 +320,8 @@ struct FakeCanLibrary::Ops {
     }
     static NXTCanError ReplayStreamData(NXTCanHandle h, std::uint32_t* size, std::uint8_t* data)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code = F().Record("NXCAN_ReplayStreamData", {U(h), *size});
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_ReplayStreamData", {U(h), *size});
         if (code != 0) {
             *size = 0;
             return code;
@@ -412,10 +334,8 @@ struct FakeCanLibrary::Ops {
     static NXTCanError ReplayInitHeader(NXSCanReplayData* record, bool endOfFile, std::uint16_t dlc,
                                         std::uint32_t* size)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
-        NXTCanError code =
-            F().Record("NXCAN_ReplayInitHeader", {endOfFile, dlc, static_cast<std::uint64_t>(
-                                                                       reinterpret_cast<std::uintptr_t>(record))});
+        std::lock_guard<std::mutex> lock(Mutex());
+        NXTCanError code = Record("NXCAN_ReplayInitHeader", {endOfFile, dlc, P(record)});
         if (code != 0) return code;
         *size = F().m_recordSize(dlc, endOfFile);
         std::memset(record, 0, sizeof *record);
@@ -425,32 +345,32 @@ struct FakeCanLibrary::Ops {
     }
     static NXTCanError GetReplayStateInfo(NXTCanHandle h, NXSCanReplayStatusInfo* info)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *info = F().m_replayStatus;
-        return F().Record("NXCAN_GetReplayStateInfo", {U(h)});
+        return Record("NXCAN_GetReplayStateInfo", {U(h)});
     }
     static NXTCanError GetLastVendorSpecificError(NXTCanHandle h, std::int32_t* code, char* text)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *code = F().m_vendorCode;
         std::snprintf(text, 2048, "%s", F().m_vendorText.c_str());
-        return F().Record("NXCAN_GetLastVendorSpecificError", {U(h)});
+        return Record("NXCAN_GetLastVendorSpecificError", {U(h)});
     }
     static NXTCanError ConvertBaudrateToBitTimingParameters(std::uint32_t clock, std::uint32_t baudrate,
                                                             NXSCanBitTimingParameters* timing)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         // A timing that names the rate, so that tests can tell which went where.
         *timing = {1, baudrate ? clock / baudrate : 0, 0, baudrate / 1000, 1};
         F().m_convertedBaudrates.push_back(baudrate);
-        return F().Record("NXCAN_ConvertBaudrateToBitTimingParameters", {clock, baudrate});
+        return Record("NXCAN_ConvertBaudrateToBitTimingParameters", {clock, baudrate});
     }
     static NXTCanError ConvertBitTimingParametersToBaudrate(std::uint32_t clock, NXSCanBitTimingParameters*,
                                                             std::uint32_t* baudrate)
     {
-        std::lock_guard<std::mutex> lock(F().m_mutex);
+        std::lock_guard<std::mutex> lock(Mutex());
         *baudrate = F().m_currentBaudrate;
-        return F().Record("NXCAN_ConvertBitTimingParametersToBaudrate", {clock});
+        return Record("NXCAN_ConvertBitTimingParametersToBaudrate", {clock});
     }
     static NXTCanError GetErrorText(NXTCanError error, char* text)
     {
@@ -459,54 +379,26 @@ struct FakeCanLibrary::Ops {
     }
 };
 
-void* FakeCanLibrary::Symbol(const std::string& symbol)
+FakeCanLibrary& FakeCanLibrary::Instance()
 {
-    // Each operation checked against the table's signature on the way.
-#define NXTEST_SYMBOL(name)                                  \
-    if (symbol == "NXCAN_" #name) {                          \
-        NXCANAPI_FUNC_PTR_##name function = &Ops::name;      \
-        return reinterpret_cast<void*>(function);            \
+    static FakeCanLibrary* fake = [] {
+        // Each operation checked against the table's signature on the way.
+#define NXTEST_DEFINE(name)                                 \
+    {                                                       \
+        NXCANAPI_FUNC_PTR_##name function = &Ops::name;     \
+        Define("NXCAN_" #name, reinterpret_cast<void*>(function)); \
     }
-    NXCAN_API_OPERATIONS(NXTEST_SYMBOL)
-#undef NXTEST_SYMBOL
-    return nullptr;
+        NXCAN_API_OPERATIONS(NXTEST_DEFINE)
+#undef NXTEST_DEFINE
+        return new FakeCanLibrary;
+    }();
+    return *fake;
 }
 
-// ---------------------------------------------------------------------------
-// The library object and its guard
-
-void FakeCanLibraryObject::load(const std::string& path)
+ScopedFakeCanLibrary::ScopedFakeCanLibrary() : ScopedFakeLibrary(CanLibrary(), InitCanFunctionPointers)
 {
-    loads.push_back(path);
-    if (failLoad)
-        throw boost::system::system_error(std::make_error_code(std::errc::no_such_file_or_directory).value(),
-                                          boost::system::generic_category(), "load");
-    m_loaded = true;
-}
-
-void* FakeCanLibraryObject::get(const std::string& symbol)
-{
-    requested.push_back(symbol);
-    if (throwing.count(symbol))
-        throw boost::system::system_error(ENOENT, boost::system::generic_category(), symbol);
-    if (missing.count(symbol)) return nullptr;
-    return FakeCanLibrary::Symbol(symbol);
-}
-
-ScopedFakeCanLibrary::ScopedFakeCanLibrary()
-{
-    FakeCanLibrary::Instance().Reset();
-    m_saved = std::move(hNxCanApiDll);
-    auto object = std::make_unique<FakeCanLibraryObject>();
-    m_object = object.get();
-    hNxCanApiDll = std::move(object);
-    InitCanFunctionPointers();
-}
-
-ScopedFakeCanLibrary::~ScopedFakeCanLibrary()
-{
-    InitCanFunctionPointers();
-    hNxCanApiDll = std::move(m_saved);
+    FakeLibrary::ResetLog();
+    Fake().Reset();
 }
 
 NXSCanMessage MakeMessage(std::uint32_t id, bool extended, std::uint16_t dlc, std::uint64_t ticks, std::uint32_t flags)

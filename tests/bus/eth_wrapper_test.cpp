@@ -1,0 +1,212 @@
+// The Ethernet interface wrapper's lifecycle against the recording doubles:
+// bring-up and release with the replay stage, the codes 9 and 666 with their
+// sentences, the counts that let the last wrapper go, errors and time.
+#include <cstring>
+
+#include "bus_test_fixture.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+const Calls kDiscovery = {"NXETH_GetAvailableInterfacesCount", "NXETH_GetAvailableInterfaces"};
+
+Calls BringUp(bool replay)
+{
+    Calls calls;
+    if (replay) calls.push_back("NxDRPP_CreateHandle");
+    calls.insert(calls.end(), kDiscovery.begin(), kDiscovery.end());
+    for (const char* name : {replay ? "NXETH_RegisterReplayInterface" : "NXETH_RegisterInterface",
+                             "NXETH_InitInterface", "NXETH_ActivateInterface", "NXETH_FlushReceiveQueue",
+                             "NXETH_FlushTransmitQueue", "NXETH_GetTimeResolution"})
+        calls.push_back(name);
+    return calls;
+}
+
+const Calls kRelease = {"NXETH_IsInterfaceAccessible", "NXETH_DeactivateInterface", "NXETH_IsInterfaceAccessible",
+                        "NXETH_UnregisterInterface"};
+
+using EthWrapper = EthBusTest;
+
+}  // namespace
+
+TEST_F(EthWrapper, BringsUpAndReleasesMonitoringAndReplayInterfacesInTheExactOrder)
+{
+    for (bool replay : {false, true}) {
+        SCOPED_TRACE(replay ? "replay" : "monitoring");
+        nxtest::ScopedFakeEthLibrary scoped;
+        AddInterface("eth1", 0x100);
+        Eth().SetResolution(125000000);
+        auto wrapper = Make(replay ? Replay() : Monitoring());
+        EXPECT_TRUE(Eth().Calls().empty());  // the constructor leaves the library alone
+        bool highSpeed = false;
+        NxBusError result = wrapper->Initialize(&highSpeed);
+        EXPECT_EQ(result.errorCode, 0);
+        EXPECT_EQ(result.functionName, "NXETH_GetTimeResolution");
+        EXPECT_EQ(Eth().CallNames(), BringUp(replay));
+        EXPECT_EQ(*wrapper->GetInterfaceHandle(), 5);
+        EXPECT_EQ(Eth().RegisteredIdentifier(), "eth1");
+        EXPECT_EQ(NxEthApiWrapper::GetTimeConvCoefficient(), 125u);
+        EXPECT_EQ(uEthApiWrapperCount, 1u);
+        EXPECT_EQ(uDrPreApiWrapperCount, replay ? 1u : 0u);
+        if (replay) {
+            EXPECT_EQ(Eth().CallsTo("NxDRPP_CreateHandle")[0].args, (std::vector<std::uint64_t>{10, 1000, NXDRPP_UDP}));
+            // Hardware that offers the high-speed path, settings that do not ask for it.
+            EXPECT_TRUE(highSpeed);
+            EXPECT_EQ(Eth().CallsTo("NXETH_RegisterReplayInterface")[0].args, (std::vector<std::uint64_t>{0, 0}));
+        }
+
+        Mark();
+        EXPECT_EQ(wrapper->Initialize(&highSpeed).errorCode, 0);  // once is enough
+        EXPECT_TRUE(CallsSinceMark().empty());
+        wrapper.reset();
+        Calls release = kRelease;
+        if (replay) release.push_back("NxDRPP_DestroyHandle");
+        EXPECT_EQ(CallsSinceMark(), release);
+        EXPECT_EQ(uEthApiWrapperCount, 0u);
+        EXPECT_EQ(uDrPreApiWrapperCount, 0u);
+    }
+}
+
+TEST_F(EthWrapper, AMissingLibraryIsCode666WithASentenceAndNothingRegistered)
+{
+    struct Case {
+        bool replay;
+        bool ethAbsent;
+        const char* message;
+    };
+    for (Case c : {Case{false, true, "LoadEthLibrary: Norvex Bus API is not installed!"},
+                   Case{true, true, "LoadEthLibrary: Norvex Bus API is not installed!"},
+                   Case{true, false,
+                        "LoadDrPreLibrary: Norvex Bus API 2024-A (NxDRPreProcessing library) is not installed!"}}) {
+        SCOPED_TRACE(c.message);
+        nxtest::ScopedFakeEthLibrary scoped;
+        AddInterface();
+        scoped.EthObject().absent = c.ethAbsent;
+        scoped.StageObject().absent = true;
+        auto wrapper = Make(c.replay ? Replay() : Monitoring());
+        bool highSpeed = false;
+        NxBusError result = wrapper->Initialize(&highSpeed);
+        EXPECT_EQ(result.errorCode, 666);
+        EXPECT_EQ(result.severity, NxBusErrorSeverity::Error);
+        EXPECT_EQ(wrapper->GetErrorMessage(result), c.message);
+        EXPECT_FALSE(wrapper->GetIsInitialized());
+        EXPECT_EQ(*wrapper->GetInterfaceHandle(), -1);
+        EXPECT_TRUE(Eth().Calls().empty());
+    }
+    // A wrapper that never failed has no sentence.
+    auto fresh = Make(Monitoring());
+    EXPECT_EQ(fresh->GetErrorMessage(NxBusError(666, "LoadEthLibrary", NxBusErrorSeverity::Error)),
+              "LoadEthLibrary: ");
+}
+
+TEST_F(EthWrapper, AnUnknownIdentifierGivesCode9AndCountsAsInitialised)
+{
+    AddInterface("eth1");
+    auto wrapper = Make(Monitoring("elsewhere"));
+    bool highSpeed = false;
+    NxBusError result = wrapper->Initialize(&highSpeed);
+    EXPECT_EQ(result.errorCode, 9);
+    EXPECT_EQ(result.functionName, "RegisterInterface");
+    EXPECT_TRUE(wrapper->GetIsInitialized());
+    EXPECT_EQ(*wrapper->GetInterfaceHandle(), -1);
+    Mark();
+    wrapper.reset();
+    EXPECT_TRUE(CallsSinceMark().empty());
+}
+
+TEST_F(EthWrapper, OnlyTheLastWrapperLetsTheLibrariesGo)
+{
+    AddInterface();
+    auto first = Ready(Replay());
+    auto second = Ready(Replay());
+    EXPECT_EQ(uEthApiWrapperCount, 2u);
+    EXPECT_EQ(uDrPreApiWrapperCount, 2u);
+    const std::vector<nxtest::FakeCall> handles = Eth().CallsTo("NxDRPP_CreateHandle");
+    ASSERT_EQ(handles.size(), 2u);
+
+    Mark();
+    first.reset();
+    EXPECT_EQ(CallsSinceMark(), kRelease);  // its stage is left as it is
+    EXPECT_NE(pfnEthGetTime, nullptr);
+    EXPECT_TRUE(bus.StageObject().is_loaded());
+
+    second.reset();
+    std::vector<nxtest::FakeCall> destroyed = Eth().CallsTo("NxDRPP_DestroyHandle");
+    ASSERT_EQ(destroyed.size(), 1u);
+    EXPECT_EQ(pfnEthGetTime, nullptr);
+    EXPECT_FALSE(bus.StageObject().is_loaded());
+    EXPECT_EQ(bus.StageObject().unloads, 1);
+    EXPECT_TRUE(bus.EthObject().is_loaded());  // pinned
+
+    // A wrapper that never ran Initialize was never counted in: the count
+    // wraps, and from then on no wrapper finds it at 1.
+    Make(Monitoring()).reset();
+    EXPECT_EQ(uEthApiWrapperCount, 0xFFFFFFFFu);
+}
+
+TEST_F(EthWrapper, ErrorMessagesTakeTheProviderBranchOnlyWithAnInterface)
+{
+    AddInterface();
+    Eth().SetProviderError(42, "provider says no");
+    auto idle = Make(Monitoring());
+    auto ready = Ready(Monitoring());
+    struct Case {
+        NxEthApiWrapper* wrapper;
+        std::int32_t code;
+        const char* message;
+    };
+    for (Case c : {Case{idle.get(), 0, ""}, Case{idle.get(), -1, "NXETH_X: library text of -1"},
+                   Case{ready.get(), -1, "NXETH_X: provider says no"}, Case{ready.get(), 12, "NXETH_X: library text of 12"}})
+        EXPECT_EQ(c.wrapper->GetErrorMessage(NxBusError(c.code, "NXETH_X", NxBusErrorSeverity::Error)), c.message)
+            << c.code;
+
+    auto thrown = [](NXTEthError code, NXTEthHandle handle) {
+        try {
+            NxEthApiWrapper::RetrieveErrMessage("NXETH_Y", code, handle);
+        } catch (const std::runtime_error& e) {
+            return std::string(e.what());
+        }
+        return std::string("no exception");
+    };
+    EXPECT_EQ(thrown(0, 5), "no exception");
+    EXPECT_EQ(thrown(-1, -1), "NXETH_Y: library text of -1");
+    EXPECT_EQ(thrown(-1, 5), "NXETH_Y: provider says no");
+    EXPECT_EQ(thrown(666, 5), "NXETH_Y: library text of 666");  // no sentence of its own here
+    EXPECT_EQ(NxEthApiWrapper::StringFormat("%s: %d", "a", 7), "a: 7");
+}
+
+TEST_F(EthWrapper, TimeGoesToTheLibraryInTicksAndComesBackInMicroseconds)
+{
+    AddInterface();
+    auto wrapper = Ready(Replay());  // 1000 ticks per microsecond
+    Eth().SetTicks(1000 * 1234567 + 999);
+    std::uint64_t now = 0;
+    NxBusError ok = wrapper->GetHardwareTime(&now);
+    EXPECT_EQ(now, 1234567u);
+    EXPECT_EQ(ok.functionName, "NXETH_GetTime");  // named on success too, unlike CAN
+    EXPECT_EQ(ok.severity, NxBusErrorSeverity::Error);
+
+    EXPECT_EQ(wrapper->SetLogStartTime(7).severity, NxBusErrorSeverity::NotDefined);
+    EXPECT_EQ(Eth().CallsTo("NXETH_SetReplayStartTime").back().args,
+              (std::vector<std::uint64_t>{5, 0, 7000, NXETH_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0}));
+    Eth().SetResult("NXETH_SetReplayStartTime", -1);
+    EXPECT_EQ(wrapper->SetLogStartTime(7).severity, NxBusErrorSeverity::Warning);
+    Eth().SetResult("NXETH_SetReplayStartTime", 0);
+    wrapper->SetReplayStartTime(3, 2);
+    EXPECT_EQ(Eth().CallsTo("NXETH_SetReplayStartTime").back().args,
+              (std::vector<std::uint64_t>{5, 3000, 2000, NXETH_REPLAY_OPTION_NONE, 0}));
+}
+
+TEST_F(EthWrapper, DiscoveryFiltersByProviderAlone)
+{
+    AddInterface("n1", 0x100);
+    Eth().AddInterface({"Norvex", "Virtual", "", "v1"});
+    AddInterface("o1", 0, "Other");
+    auto norvex = NxEthApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", true);
+    ASSERT_EQ(norvex.size(), 2u);  // virtual interfaces stay
+    EXPECT_STREQ(NxEthApiWrapper::GetChannelId(norvex[1]), "v1");
+    EXPECT_TRUE(NxEthApiWrapper::IsHighSpeedChannel(norvex[0]));
+    EXPECT_FALSE(NxEthApiWrapper::IsHighSpeedChannel(norvex[1]));
+    EXPECT_STREQ(NxEthApiWrapper::GetChannelDescription(norvex[1], "v1"), "Vendor: Norvex; Interface: Virtual");
+}

@@ -1,0 +1,318 @@
+#include "FakeEthLibrary.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace nxtest {
+
+namespace {
+
+const std::uint32_t kRecordMark = 0x4E584500;
+
+std::uint32_t RecordSize(std::uint32_t frameLength)
+{
+    std::uint32_t beyondHead = frameLength > 8 ? frameLength - 8 : 0;
+    return 56 + (beyondHead + 7) / 8 * 8;
+}
+
+std::uint32_t SizeAt(const std::uint8_t* record)
+{
+    std::uint32_t size;
+    std::memcpy(&size, record + offsetof(NXSEthReplayHeader, ulSize), sizeof size);
+    return size;
+}
+
+}  // namespace
+
+std::vector<EthRecord> SplitRecords(const std::vector<std::uint8_t>& stream)
+{
+    std::vector<EthRecord> records;
+    for (std::size_t at = 0; at + sizeof(NXSEthReplayData) <= stream.size();) {
+        EthRecord record;
+        std::memcpy(&record.head, stream.data() + at, sizeof record.head);
+        const std::size_t size = record.head.tHeader.ulSize;
+        const std::size_t frameAt = at + offsetof(NXSEthReplayData, ui64StartOfFrameData);
+        const std::size_t frameEnd = frameAt + record.head.tMsgHeader.ulRawDataLength;
+        if (size < sizeof record.head || at + size > stream.size() || frameEnd > at + size) break;
+        record.frame.assign(stream.begin() + frameAt, stream.begin() + frameEnd);
+        records.push_back(record);
+        at += size;
+    }
+    return records;
+}
+
+// ---------------------------------------------------------------------------
+// The Ethernet library
+
+void FakeEthLibrary::Reset()
+{
+    std::lock_guard<std::mutex> lock(Mutex());
+    *this = FakeEthLibrary();
+    m_consume = [](std::uint32_t offered) { return offered; };
+}
+
+void FakeEthLibrary::AddInterface(const FakeChannel& interface)
+{
+    std::lock_guard<std::mutex> lock(Mutex());
+    m_interfaces.push_back(interface);
+}
+
+void FakeEthLibrary::SetProviderError(std::int32_t code, const std::string& text)
+{
+    std::lock_guard<std::mutex> lock(Mutex());
+    m_providerCode = code;
+    m_providerText = text;
+}
+
+struct FakeEthLibrary::Ops {
+    static FakeEthLibrary& F() { return Instance(); }
+    using Lock = std::lock_guard<std::mutex>;
+
+    static NXTEthError GetAvailableInterfacesCount(std::uint32_t* count, std::uint32_t attributeCount,
+                                                   NXSEthInterfacesSearchAttribute* attributes)
+    {
+        Lock lock(Mutex());
+        *count = CountAt(F().m_interfaces, attributes->szSearchAttribute);
+        return Record("NXETH_GetAvailableInterfacesCount", {attributeCount, U(attributes->tSearchAttributeType)});
+    }
+    static NXTEthError GetAvailableInterfaces(std::uint32_t* count, NXSEthInterfaceInfo* interfaces,
+                                              std::uint32_t attributeCount, NXSEthInterfacesSearchAttribute* attributes)
+    {
+        Lock lock(Mutex());
+        NXTEthError code = Record("NXETH_GetAvailableInterfaces", {*count, attributeCount});
+        if (code != 0) return code;
+        *count = ListAt(F().m_interfaces, attributes->szSearchAttribute, *count, interfaces,
+                        [](NXSEthInterfaceInfo& info, const FakeChannel& interface) {
+                            CopyText(info.szAccessProviderName, interface.vendor);
+                            CopyText(info.szInterfaceName, interface.interfaceName);
+                            CopyText(info.szInterfaceSerialNumber, interface.serial);
+                            CopyText(info.szInterfaceIdentifier, interface.identifier);
+                            info.ulInterfaceCapabilities = interface.capabilities;
+                        });
+        return 0;
+    }
+    static NXTEthError Register(const char* symbol, const char* identifier, NXTEthHandle* handle,
+                                std::vector<std::uint64_t> args)
+    {
+        Lock lock(Mutex());
+        F().m_registered = identifier;
+        NXTEthError code = Record(symbol, std::move(args));
+        if (code == 0) *handle = 5;
+        return code;
+    }
+    static NXTEthError RegisterInterface(char*, char*, char*, char* identifier, NXTEthHandle* handle)
+    {
+        return Register("NXETH_RegisterInterface", identifier, handle, {});
+    }
+    static NXTEthError RegisterReplayInterface(char*, char*, char*, char* identifier, NXTEthHandle* handle,
+                                               bool highSpeed, std::uint64_t reserved)
+    {
+        return Register("NXETH_RegisterReplayInterface", identifier, handle, {highSpeed, reserved});
+    }
+    static NXTEthError UnregisterInterface(NXTEthHandle h) { return Simple("NXETH_UnregisterInterface", {U(h)}); }
+    static NXTEthError GetInterfaceBufferSize(NXTEthHandle h, std::uint32_t* size)
+    {
+        *size = 65536;
+        return Simple("NXETH_GetInterfaceBufferSize", {U(h)});
+    }
+    static NXTEthError IsInterfaceAccessible(NXTEthHandle h, bool* accessible)
+    {
+        Lock lock(Mutex());
+        *accessible = F().m_accessible;
+        return Record("NXETH_IsInterfaceAccessible", {U(h)});
+    }
+    static NXTEthError InitInterface(NXTEthHandle h) { return Simple("NXETH_InitInterface", {U(h)}); }
+    static NXTEthError ActivateInterface(NXTEthHandle h) { return Simple("NXETH_ActivateInterface", {U(h)}); }
+    static NXTEthError DeactivateInterface(NXTEthHandle h) { return Simple("NXETH_DeactivateInterface", {U(h)}); }
+    static NXTEthError GetTimeResolution(NXTEthHandle h, std::uint64_t* ticksPerSecond, std::uint64_t*)
+    {
+        Lock lock(Mutex());
+        *ticksPerSecond = F().m_resolution;
+        return Record("NXETH_GetTimeResolution", {U(h)});
+    }
+    static NXTEthError GetTime(NXTEthHandle h, std::uint64_t* ticks, std::uint64_t*)
+    {
+        Lock lock(Mutex());
+        *ticks = F().m_ticks;
+        return Record("NXETH_GetTime", {U(h)});
+    }
+    static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t* buffer, std::uint32_t* third)
+    {
+        Lock lock(Mutex());
+        std::uint32_t n = std::min<std::uint32_t>(bufferSize, static_cast<std::uint32_t>(F().m_readBlock.size()));
+        std::memcpy(buffer, F().m_readBlock.data(), n);
+        *third = n;
+        return Record("NXETH_ReadFrames", {U(h), bufferSize});
+    }
+    static NXTEthError FlushReceiveQueue(NXTEthHandle h) { return Simple("NXETH_FlushReceiveQueue", {U(h)}); }
+    static NXTEthError TransmitFrames(NXTEthHandle h, std::uint32_t size, std::uint8_t* frames, std::uint32_t*)
+    {
+        Lock lock(Mutex());
+        NXTEthError code = Record("NXETH_TransmitFrames", {U(h), size});
+        if (code == 0) F().m_transmitted.insert(F().m_transmitted.end(), frames, frames + size);
+        return code;
+    }
+    static NXTEthError FlushTransmitQueue(NXTEthHandle h) { return Simple("NXETH_FlushTransmitQueue", {U(h)}); }
+    static NXTEthError GetErrorText(NXTEthError error, char* text)
+    {
+        std::snprintf(text, 2048, "library text of %d", error);
+        return Simple("NXETH_GetErrorText", {U(error)});
+    }
+    static NXTEthError GetLastAccessProviderSpecificError(NXTEthHandle h, std::int32_t* code, char* text)
+    {
+        Lock lock(Mutex());
+        *code = F().m_providerCode;
+        std::snprintf(text, 2048, "%s", F().m_providerText.c_str());
+        return Record("NXETH_GetLastAccessProviderSpecificError", {U(h)});
+    }
+    static NXTEthError SetFilter(NXTEthHandle h, char*) { return Simple("NXETH_SetFilter", {U(h)}); }
+    static NXTEthError SetReplayStartTime(NXTEthHandle h, std::uint64_t start, std::uint64_t offset,
+                                          NXEEthReplayStartOptions options, std::uint64_t reserved)
+    {
+        return Simple("NXETH_SetReplayStartTime", {U(h), start, offset, U(options), reserved});
+    }
+    static NXTEthError SetReplayStopTime(NXTEthHandle h, std::uint64_t t)
+    {
+        return Simple("NXETH_SetReplayStopTime", {U(h), t});
+    }
+    static NXTEthError ReplayStreamData(NXTEthHandle h, std::uint32_t* size, std::uint8_t* data)
+    {
+        Lock lock(Mutex());
+        NXTEthError code = Record("NXETH_ReplayStreamData", {U(h), *size});
+        std::uint32_t taken = code == 0 ? std::min(*size, F().m_consume(*size)) : 0;
+        F().m_streamed.insert(F().m_streamed.end(), data, data + taken);
+        *size = taken;
+        return code;
+    }
+    static NXTEthError ReplayInitHeader(NXSEthReplayData* record, bool endOfFile, std::uint16_t length,
+                                        std::uint32_t* size)
+    {
+        Lock lock(Mutex());
+        NXTEthError code = Record("NXETH_ReplayInitHeader", {endOfFile, length});
+        if (code != 0) return code;
+        std::memset(record, 0, sizeof *record);
+        record->tHeader.reserved1 = kRecordMark | (endOfFile ? 1 : 0);
+        record->tHeader.ulSize = *size = RecordSize(length);
+        record->tMsgHeader.tFrameType = NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS;
+        record->tMsgHeader.ulRawDataLength = length;
+        return 0;
+    }
+    static NXTEthError GetReplayStateInfo(NXTEthHandle h, NXSEthReplayStatusInfo* info)
+    {
+        Lock lock(Mutex());
+        *info = F().m_replayStatus;
+        return Record("NXETH_GetReplayStateInfo", {U(h)});
+    }
+};
+
+FakeEthLibrary& FakeEthLibrary::Instance()
+{
+    static FakeEthLibrary* fake = [] {
+#define NXTEST_DEFINE(name)                                              \
+    {                                                                    \
+        NXETHAPI_FUNC_PTR_##name function = &Ops::name;                  \
+        Define("NXETH_" #name, reinterpret_cast<void*>(function));       \
+    }
+        NXETH_API_OPERATIONS(NXTEST_DEFINE)
+#undef NXTEST_DEFINE
+        return new FakeEthLibrary;
+    }();
+    return *fake;
+}
+
+// ---------------------------------------------------------------------------
+// The pre-processing library
+
+void FakeDrPreLibrary::Reset()
+{
+    std::lock_guard<std::mutex> lock(Mutex());
+    *this = FakeDrPreLibrary();
+}
+
+struct FakeDrPreLibrary::Ops {
+    static FakeDrPreLibrary& F() { return Instance(); }
+    using Lock = std::lock_guard<std::mutex>;
+
+    static NxDRPPErrorCode Initialize(NxDRPPHandle* handle, std::uint64_t minFillLevel, std::uint64_t maxBufferDepth,
+                                      NxDRPPProtocolType protocol)
+    {
+        Lock lock(Mutex());
+        *handle = reinterpret_cast<NxDRPPHandle>(F().m_nextHandle++);
+        F().m_minFillLevel = minFillLevel;
+        return static_cast<NxDRPPErrorCode>(Record("NxDRPP_CreateHandle", {minFillLevel, maxBufferDepth, U(protocol)}));
+    }
+    static NxDRPPErrorCode Uninitialize(NxDRPPHandle* handle)
+    {
+        return static_cast<NxDRPPErrorCode>(Simple("NxDRPP_DestroyHandle", {P(*handle)}));
+    }
+    // Takes whole records, all of the block, unless the test chose a code.
+    static NxDRPPErrorCode InsertFrames(NxDRPPHandle handle, std::uint8_t* data, std::uint64_t size,
+                                        bool* endOfStream, std::uint64_t* consumed)
+    {
+        Lock lock(Mutex());
+        auto code = static_cast<NxDRPPErrorCode>(Record("NxDRPP_InsertFrames", {P(handle), size, *endOfStream}));
+        *consumed = 0;
+        if (code != NXDRPP_NO_ERROR) return code;
+        for (std::uint64_t at = 0; at + sizeof(NXSEthReplayData) <= size;) {
+            const std::uint32_t recordSize = SizeAt(data + at);
+            if (recordSize < sizeof(NXSEthReplayData) || at + recordSize > size) break;
+            F().m_held.emplace_back(data + at, data + at + recordSize);
+            at += recordSize;
+            *consumed = at;
+        }
+        if (*endOfStream) F().m_closed = true;
+        return NXDRPP_NO_ERROR;
+    }
+    static NxDRPPErrorCode GetFrames(NxDRPPHandle handle, std::uint8_t* destination, std::uint64_t room, bool flag,
+                                     std::uint64_t* written)
+    {
+        Lock lock(Mutex());
+        if (F().m_throws) throw std::runtime_error("stage broke");
+        auto code = static_cast<NxDRPPErrorCode>(Record("NxDRPP_GetFrames", {P(handle), room, flag}));
+        *written = 0;
+        if (code != NXDRPP_NO_ERROR) return code;
+        if (!F().m_closed && F().m_held.size() < F().m_minFillLevel) return NXDRPP_NOT_REACHED_MIN_FILL_LEVEL;
+        while (!F().m_held.empty() && *written + F().m_held.front().size() <= room) {
+            std::memcpy(destination + *written, F().m_held.front().data(), F().m_held.front().size());
+            *written += F().m_held.front().size();
+            F().m_held.pop_front();
+        }
+        return NXDRPP_NO_ERROR;
+    }
+    static NxDRPPErrorCode Flush(NxDRPPHandle handle)
+    {
+        return static_cast<NxDRPPErrorCode>(Simple("NxDRPP_FlushBuffers", {P(handle)}));
+    }
+    static NxDRPPErrorCode GetStatistics(NxDRPPHandle handle, NxDRPPStatistics* statistics)
+    {
+        std::memset(statistics, 0, sizeof *statistics);
+        return static_cast<NxDRPPErrorCode>(Simple("NxDRPP_GetStatistics", {P(handle)}));
+    }
+};
+
+FakeDrPreLibrary& FakeDrPreLibrary::Instance()
+{
+    static FakeDrPreLibrary* fake = [] {
+#define NXTEST_DEFINE(name, type, symbol)                                \
+    {                                                                    \
+        NXDRPP_FUN_PTR_PREPROCESSING_##type function = &Ops::name;       \
+        Define(#symbol, reinterpret_cast<void*>(function));              \
+    }
+        NXDRPP_OPERATIONS(NXTEST_DEFINE)
+#undef NXTEST_DEFINE
+        return new FakeDrPreLibrary;
+    }();
+    return *fake;
+}
+
+ScopedFakeEthLibrary::ScopedFakeEthLibrary()
+    : m_eth(EthLibrary(), InitEthFunctionPointers), m_stage(DrPreLibrary(), InitDrPreFunctionPointers)
+{
+    FakeLibrary::ResetLog();
+    Eth().Reset();
+    Stage().Reset();
+}
+
+}  // namespace nxtest

@@ -1,0 +1,175 @@
+// The recording double of a closed library, keyed by symbol name, which the
+// doubles of the CAN, Ethernet and pre-processing libraries are made of.
+//
+// Each double defines its operations under their symbol names and keeps the
+// state of its own bus; what they share lives here: one log of the calls of
+// all doubled libraries, in order (so that a test sees how the Ethernet and
+// the pre-processing calls interleave), the results the test chose per
+// symbol, and the library object that hands the functions to the package's
+// real loading code in place of a shared object.
+//
+//     nxtest::ScopedFakeLibrary guard(EthLibrary(), InitEthFunctionPointers);
+//     guard.Object().absent = true;            // no file at the fixed path
+//     ... LoadEthLibrary() ...                 // 1, nothing loaded
+//
+// A double never exists as a file: it is reachable only through a guard, in
+// the test's own process, so no test writes anything at a fixed path.
+//
+// All state is behind one mutex, so that threads of a component under test
+// may call the doubles while the test configures or inspects them.
+#ifndef NXTEST_FAKE_LIBRARY_H
+#define NXTEST_FAKE_LIBRARY_H
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "NxLibraryBinding.h"
+
+namespace nxtest {
+
+// A channel or interface of a doubled bus library, found at `ip`.
+struct FakeChannel {
+    std::string vendor;  // the access provider of an Ethernet interface
+    std::string interfaceName;
+    std::string serial;
+    std::string identifier;
+    std::uint32_t capabilities = 0;
+    std::string ip = "127.0.0.1";
+};
+
+// One call of a library: its symbol name and its scalar arguments, in the
+// order of the signature (what records carry is kept by the double).
+struct FakeCall {
+    std::string name;
+    std::vector<std::uint64_t> args;
+};
+
+class FakeLibrary {
+public:
+    // No calls, every symbol answering 0.
+    static void ResetLog();
+
+    // --- results -----------------------------------------------------------------------
+    // Every call of the operation (full symbol name) returns `code`.
+    void SetResult(const std::string& symbol, std::int32_t code);
+    // The next calls return these codes in turn, then SetResult's again.
+    void ScriptResults(const std::string& symbol, std::vector<std::int32_t> codes);
+
+    // --- what happened -------------------------------------------------------------------
+    std::vector<FakeCall> Calls() const;
+    std::vector<std::string> CallNames() const;
+    // Calls of one operation, in order.
+    std::vector<FakeCall> CallsTo(const std::string& symbol) const;
+
+    // The function that answers a symbol, null for a name no double defines.
+    static void* Symbol(const std::string& symbol);
+
+protected:
+    // Makes `function` the answer to `symbol`.
+    static void Define(const std::string& symbol, void* function);
+    // The lock of the log and of every double's state.
+    static std::mutex& Mutex();
+    // Logs a call and picks its result; Mutex() held.
+    static std::int32_t Record(const std::string& symbol, std::vector<std::uint64_t> args);
+    // A call that only answers: locks, logs and picks the result.
+    static std::int32_t Simple(const std::string& symbol, std::vector<std::uint64_t> args);
+    // A field of a double's state, set and read under the lock.
+    template <class T, class V>
+    static void Locked(T& field, V&& value)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        field = std::forward<V>(value);
+    }
+    template <class T>
+    static T Copy(const T& field)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        return field;
+    }
+
+    // What the listing operations find under an address: how many, and up to
+    // `room` records, zeroed and filled by `fill`; returns how many it gave.
+    static std::uint32_t CountAt(const std::vector<FakeChannel>& channels, const std::string& ip);
+    template <class Info, class Fill>
+    static std::uint32_t ListAt(const std::vector<FakeChannel>& channels, const std::string& ip, std::uint32_t room,
+                                Info* records, Fill fill)
+    {
+        std::uint32_t n = 0;
+        for (const FakeChannel& channel : channels) {
+            if (channel.ip != ip || n == room) continue;
+            std::memset(&records[n], 0, sizeof records[n]);
+            fill(records[n++], channel);
+        }
+        return n;
+    }
+    // A text into a fixed-size field of a record.
+    template <std::size_t N>
+    static void CopyText(char (&field)[N], const std::string& text)
+    {
+        std::snprintf(field, N, "%s", text.c_str());
+    }
+};
+
+// The library object behind a table: "loads" without touching the file
+// system and answers each symbol with the doubles' function.
+class FakeLibraryObject : public NxLibraryObject {
+public:
+    bool exists(const std::string& path) const override;
+    bool is_loaded() const override { return m_loaded; }
+    void load(const std::string& path) override;
+    void unload() override;
+    void* get(const std::string& symbol) override;
+
+    // Paths asked about, paths loaded, symbols asked for, in order; unloads.
+    mutable std::vector<std::string> probed;
+    std::vector<std::string> loads;
+    std::vector<std::string> requested;
+    int unloads = 0;
+    // No file at any path: the state of a machine without the library.
+    bool absent = false;
+    // A load that raises Boost's error, as a file that is no library does.
+    bool failLoad = false;
+    // Symbols answered with null, symbols that raise Boost's error.
+    std::set<std::string> missing;
+    std::set<std::string> throwing;
+
+private:
+    bool m_loaded = false;
+};
+
+// Puts a FakeLibraryObject in a binding's place for its lifetime, with the
+// table cleared and the count of wrappers at 0, and puts back what was there
+// before: every test starts from an unloaded binding.
+class ScopedFakeLibrary {
+public:
+    ScopedFakeLibrary(NxLibraryBinding& binding, void (*clearTable)());
+    ~ScopedFakeLibrary();
+    ScopedFakeLibrary(const ScopedFakeLibrary&) = delete;
+    ScopedFakeLibrary& operator=(const ScopedFakeLibrary&) = delete;
+
+    FakeLibraryObject& Object() { return *m_object; }
+
+private:
+    NxLibraryBinding& m_binding;
+    void (*m_clearTable)();
+    std::unique_ptr<NxLibraryObject> m_saved;
+    std::uint32_t m_savedUsers;
+    FakeLibraryObject* m_object;
+};
+
+// Arguments of a call as the log keeps them.
+inline std::uint64_t U(std::int64_t v) { return static_cast<std::uint64_t>(v); }
+inline std::uint64_t P(const void* pointer) { return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer)); }
+
+}  // namespace nxtest
+
+#endif
