@@ -6,7 +6,6 @@
 //
 // With element_info each line also tells the element: its timestamp and the
 // frame's place in it, "  elt=12.345000 #0/4".
-#include <cstdio>
 #include <string>
 
 #include "CanRecords.h"
@@ -23,15 +22,7 @@ public:
     void Birth() override
     {
         m_printed = 0;
-        const VELDString path = GetStringProperty("file");
-        m_out = stdout;
-        if (path.Length() > 0) {
-            m_out = std::fopen(path.Beginning(), "w");
-            if (!m_out) {
-                m_out = stdout;
-                Error((std::string("Cannot write to ") + path.Beginning()).c_str(), 1, ErrorGeneric);
-            }
-        }
+        m_out.Open(*this);
         m_elementInfo = GetBoolProperty("element_info");
     }
 
@@ -44,26 +35,20 @@ public:
         const int n = kind < 0 ? 0 : element->VectorSize();
         for (int i = 0; i < n; ++i) {
             std::string line = FormatFrame(ViewOf(*element, kind, i));
-            if (m_elementInfo)
-                line += "  elt=" + FormatTime(element->Timestamp()) + " #" + std::to_string(i) + "/" +
-                        std::to_string(n);
+            if (m_elementInfo) line += ElementInfo(element->Timestamp(), i, n);
             line += '\n';
-            std::fputs(line.c_str(), m_out);
+            m_out.Put(line);
         }
         StopReading(input);
-        std::fflush(m_out);
+        m_out.Flush();
         m_printed += n;
         DirectSet(Property("printed"), m_printed);
     }
 
-    void Death() override
-    {
-        if (m_out && m_out != stdout) std::fclose(m_out);
-        m_out = nullptr;
-    }
+    void Death() override { m_out.Close(); }
 
 private:
-    std::FILE* m_out = nullptr;
+    LineFile m_out;
     bool m_elementInfo = false;
     VELDInt64 m_printed = 0;
 };
