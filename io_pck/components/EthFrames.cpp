@@ -339,10 +339,15 @@ std::string FormatEthFrame(const EthView& v, int dumpBytes)
     }
     const std::uint32_t dump = dumpBytes < 0 ? v.caplen : std::min<std::uint32_t>(v.caplen, static_cast<std::uint32_t>(dumpBytes));
     if (dump > 0) {
-        line += " |";
+        static const char kHex[] = "0123456789ABCDEF";
+        std::size_t at = line.size();
+        line.resize(at + 2 + 3 * static_cast<std::size_t>(dump));
+        line[at++] = ' ';
+        line[at++] = '|';
         for (std::uint32_t i = 0; i < dump; ++i) {
-            std::snprintf(field, sizeof field, " %02X", v.frame[i]);
-            line += field;
+            line[at++] = ' ';
+            line[at++] = kHex[v.frame[i] >> 4];
+            line[at++] = kHex[v.frame[i] & 0x0F];
         }
     }
     return line;
