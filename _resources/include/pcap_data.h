@@ -2,8 +2,8 @@
 //
 // An element of type VELDpcap_data_t (type value 0x40000, name
 // "VELDpcap_data_t") holds one or more captured packets, back to back in a
-// byte buffer: each a 24-byte VELDpcap_packet_header_t, then `caplen` bytes
-// of the frame. The 49-byte record is all the FIFO slot holds; the packets
+// byte buffer: each a 24-byte VELDpcap_packet_header_t (pcap_packet_header.h),
+// then `caplen` bytes of the frame. The 49-byte record is all the FIFO slot holds; the packets
 // live in a Buffer of that slot, made once by VELDpcap_component::Birth and
 // kept from one use of the slot to the next, so that after warm-up a writer
 // neither allocates nor frees.
@@ -29,6 +29,7 @@
 #include <new>
 #include <vector>
 
+#include "pcap_packet_header.h"
 #include "veld.h"
 #include "veld_component.h"
 #include "veld_io_elt.h"
@@ -50,14 +51,6 @@ struct VELDpcap_data_t {
     uint64_t reserved;   // the writer's: the address of the slot's Buffer
     uint64_t reserved2;  // the writer's: the address of the slot's vector of offsets
 };
-
-// Packed as well: a header stands at any byte of data.
-struct VELDpcap_packet_header_t {
-    uint32_t caplen;  // bytes of the frame stored
-    uint32_t len;     // length of the frame on the wire
-    uint64_t ts_seconds;
-    uint64_t ts_microseconds;  // below 1000000
-};
 #pragma pack(pop)
 
 static_assert(sizeof(VELDpcap_data_t) == 49, "VELDpcap_data_t is a 49-byte format");
@@ -71,12 +64,6 @@ static_assert(offsetof(VELDpcap_data_t, data) == 25, "VELDpcap_data_t layout");
 static_assert(offsetof(VELDpcap_data_t, reserved) == 33, "VELDpcap_data_t layout");
 static_assert(offsetof(VELDpcap_data_t, reserved2) == 41, "VELDpcap_data_t layout");
 static_assert(sizeof(void*) == 8, "the record holds native pointers of 8 bytes");
-
-static_assert(sizeof(VELDpcap_packet_header_t) == 24, "VELDpcap_packet_header_t is a 24-byte format");
-static_assert(offsetof(VELDpcap_packet_header_t, caplen) == 0, "VELDpcap_packet_header_t layout");
-static_assert(offsetof(VELDpcap_packet_header_t, len) == 4, "VELDpcap_packet_header_t layout");
-static_assert(offsetof(VELDpcap_packet_header_t, ts_seconds) == 8, "VELDpcap_packet_header_t layout");
-static_assert(offsetof(VELDpcap_packet_header_t, ts_microseconds) == 16, "VELDpcap_packet_header_t layout");
 
 // The in-memory form of a packet header handed to readers.
 struct pkthdr {
@@ -431,10 +418,12 @@ public:
             return Fail(kNoRoomForHeader);
         }
         packet_header = reinterpret_cast<const VELDpcap_packet_header_t*>(m_current_data_position);
-        header.caplen = packet_header->caplen;
-        header.len = packet_header->len;
-        header.ts.tv_sec = static_cast<time_t>(packet_header->ts_seconds);
-        header.ts.tv_usec = static_cast<suseconds_t>(packet_header->ts_microseconds);
+        VELDpcap_packet_header_t copy;
+        std::memcpy(&copy, m_current_data_position, sizeof copy);
+        header.caplen = copy.caplen;
+        header.len = copy.len;
+        header.ts.tv_sec = static_cast<time_t>(copy.ts_seconds);
+        header.ts.tv_usec = static_cast<suseconds_t>(copy.ts_microseconds);
         skip_packet_header();
         if (static_cast<size_t>(m_data_end - m_current_data_position) < header.caplen) {
             Clear(header, data, packet_header);

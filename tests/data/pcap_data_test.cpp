@@ -81,9 +81,12 @@ protected:
         const uint8_t* data;
         const VELDpcap_packet_header_t* header;
         while (walk.get_next_packet(h, data, header) == 0) {
-            EXPECT_EQ(h.caplen, header->caplen);
-            EXPECT_EQ(static_cast<uint64_t>(h.ts.tv_usec), header->ts_microseconds);
-            if (headers) headers->push_back(*header);
+            VELDpcap_packet_header_t stored;
+            std::memcpy(&stored, header, sizeof stored);
+            EXPECT_EQ(h.caplen, stored.caplen);
+            EXPECT_EQ(static_cast<uint64_t>(h.ts.tv_usec), stored.ts_microseconds);
+            EXPECT_EQ(data, reinterpret_cast<const uint8_t*>(header) + sizeof stored);
+            if (headers) headers->push_back(stored);
             packets.emplace_back(data, data + h.caplen);
         }
         EXPECT_EQ(data, nullptr);
