@@ -26,6 +26,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -215,10 +216,10 @@ public:
                 record->reserved2 = reinterpret_cast<uint64_t>(&m_packet_offsets_vec[i]);
                 record->packet_header_size = sizeof(VELDpcap_packet_header_t);
                 record->data_size = 0;
-                Buffer* buffer = new Buffer(kInitialBufferSize);
-                m_data_buffers.push_back(buffer);
+                std::unique_ptr<Buffer> buffer(new Buffer(kInitialBufferSize));
+                m_data_buffers.push_back(buffer.get());
                 record->data = buffer->GetData();
-                record->reserved = reinterpret_cast<uint64_t>(buffer);
+                record->reserved = reinterpret_cast<uint64_t>(buffer.release());
             }
         } catch (...) {
             DeleteBuffers();

@@ -21,7 +21,6 @@ public:
 
     void Birth() override
     {
-        m_printed = 0;
         m_out.Open(*this);
         m_elementInfo = GetBoolProperty("element_info");
     }
@@ -33,16 +32,11 @@ public:
         if (!element) return;
         const int kind = KindOf(*element);
         const int n = kind < 0 ? 0 : element->VectorSize();
-        for (int i = 0; i < n; ++i) {
-            std::string line = FormatFrame(ViewOf(*element, kind, i));
-            if (m_elementInfo) line += ElementInfo(element->Timestamp(), i, n);
-            line += '\n';
-            m_out.Put(line);
-        }
+        for (int i = 0; i < n; ++i)
+            m_out.Put(FormatFrame(ViewOf(*element, kind, i)) +
+                      (m_elementInfo ? ElementInfo(element->Timestamp(), i, n) : std::string()));
         StopReading(input);
-        m_out.Flush();
-        m_printed += n;
-        DirectSet(Property("printed"), m_printed);
+        m_out.Printed(*this, n);
     }
 
     void Death() override { m_out.Close(); }
@@ -50,7 +44,6 @@ public:
 private:
     LineFile m_out;
     bool m_elementInfo = false;
-    VELDInt64 m_printed = 0;
 };
 
 VELDInputDefinition g_inputs[] = {CanInput("iCAN"), VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};

@@ -30,7 +30,6 @@ public:
 
     void Birth() override
     {
-        m_printed = 0;
         m_linkTypeTold = false;
         m_out.Open(*this);
         m_elementInfo = GetBoolProperty("element_info");
@@ -40,15 +39,10 @@ public:
     void Core() override
     {
         const int n = ReadPcapElement(*this, Input(0), m_linkTypeTold, [&](const PcapFrame& frame) {
-            std::string line = "(" + FormatTime(frame.time) + ") " + FormatEthFrame(frame.view, m_dump);
-            if (m_elementInfo) line += ElementInfo(frame.elementTime, frame.index, frame.count);
-            line += '\n';
-            m_out.Put(line);
+            m_out.Put("(" + FormatTime(frame.time) + ") " + FormatEthFrame(frame.view, m_dump) +
+                      (m_elementInfo ? ElementInfo(frame.elementTime, frame.index, frame.count) : std::string()));
         });
-        if (n <= 0) return;
-        m_out.Flush();
-        m_printed += n;
-        DirectSet(Property("printed"), m_printed);
+        if (n > 0) m_out.Printed(*this, n);
     }
 
     void Death() override { m_out.Close(); }
@@ -58,7 +52,6 @@ private:
     bool m_elementInfo = false;
     bool m_linkTypeTold = false;
     int m_dump = 0;
-    VELDInt64 m_printed = 0;
 };
 
 VELDInputDefinition g_inputs[] = {PcapInput("iEth"), VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};

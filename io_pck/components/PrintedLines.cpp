@@ -20,6 +20,7 @@ std::string ElementInfo(VELDTimestamp elementTime, int index, int count)
 void LineFile::Open(VELDModule& module)
 {
     Close();
+    m_printed = 0;
     const VELDString path = module.GetStringProperty("file");
     m_out = stdout;
     if (path.Length() == 0) return;
@@ -28,6 +29,13 @@ void LineFile::Open(VELDModule& module)
         m_out = stdout;
         module.Error((std::string("Cannot write to ") + path.Beginning()).c_str(), 1, VELDModule::ErrorGeneric);
     }
+}
+
+void LineFile::Printed(VELDModule& module, int lines)
+{
+    std::fflush(m_out);
+    m_printed += lines;
+    module.DirectSet(module.Property("printed"), m_printed);
 }
 
 void LineFile::Close()

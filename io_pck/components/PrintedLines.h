@@ -17,7 +17,8 @@ std::string FormatTime(VELDTimestamp t);
 // "  elt=<element time> #<index>/<count>": a frame's place in its element.
 std::string ElementInfo(VELDTimestamp elementTime, int index, int count);
 
-// Standard output, or the file that the module's property `file` names.
+// Where a printer's lines go: standard output, or the file that the
+// module's property `file` names; and its figure `printed`.
 class LineFile {
 public:
     LineFile() = default;
@@ -27,12 +28,19 @@ public:
 
     // A file that can't be made is the module's Error.
     void Open(VELDModule& module);
-    void Put(const std::string& line) { std::fputs(line.c_str(), m_out); }
-    void Flush() { std::fflush(m_out); }
+    // One line; the line break is added.
+    void Put(std::string line)
+    {
+        line += '\n';
+        std::fputs(line.c_str(), m_out);
+    }
+    // After the `lines` lines of one element: flushed and counted.
+    void Printed(VELDModule& module, int lines);
     void Close();
 
 private:
     std::FILE* m_out = nullptr;
+    VELDInt64 m_printed = 0;
 };
 
 }  // namespace veldor_io
