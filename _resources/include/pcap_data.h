@@ -413,8 +413,10 @@ public:
             Clear(header, data, packet_header);
             return 1;
         }
+        // Room for the header as the record sizes it, and for the 24 bytes
+        // read from it whatever the record says.
         const size_t left = static_cast<size_t>(m_data_end - m_current_data_position);
-        if (left < m_pcap_data->packet_header_size) {
+        if (left < m_pcap_data->packet_header_size || left < sizeof(VELDpcap_packet_header_t)) {
             Clear(header, data, packet_header);
             return Fail(kNoRoomForHeader);
         }

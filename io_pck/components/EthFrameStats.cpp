@@ -32,17 +32,14 @@ public:
 
     void Core() override
     {
-        VELDTimestamp arrival = 0;
         const int n = ReadPcapElement(*this, Input(0), m_linkTypeTold, [&](const PcapFrame& frame) {
-            if (frame.index == 0) arrival = VELD::CurrentTime(true, true);
             std::uint32_t counter;
             if (EthCounterOf(frame.view, counter))
-                m_tally.Frame(counter, m_byElement ? frame.elementTime : frame.time, arrival);
+                m_tally.Frame(counter, m_byElement ? frame.elementTime : frame.time, frame.arrival);
             m_check.Frame(frame.view);
         });
         if (n < 0) return;
-        if (n == 0) arrival = VELD::CurrentTime(true, true);
-        if (m_tally.Element(*this, n, arrival)) Publish();
+        if (m_tally.Element(*this, n, VELD::CurrentTime(true, true))) Publish();
     }
 
     void Death() override

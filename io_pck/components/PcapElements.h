@@ -34,6 +34,7 @@ struct PcapFrame {
     EthView view;
     VELDTimestamp time;         // the packet's
     VELDTimestamp elementTime;  // the element's
+    VELDTimestamp arrival;      // the engine's time when the element was read
     int index;
     int count;
 };
@@ -47,6 +48,7 @@ int ReadPcapElement(VELDpcap_component& component, VELDInput& input, bool& linkT
 {
     VELD::InputGuard<VELDpcap_data_t> guard(&component, input, true);
     if (!guard.IsValid()) return -1;
+    const VELDTimestamp arrival = VELD::CurrentTime(true, true);
     const VELDpcap_data_t& record = guard.Data(0);
     if (record.link_type != VELDpcapLinkTypeEthernet) {
         if (!linkTypeTold)
@@ -61,7 +63,7 @@ int ReadPcapElement(VELDpcap_component& component, VELDInput& input, bool& linkT
     pkthdr header;
     const uint8_t* data;
     const VELDpcap_packet_header_t* packet;
-    PcapFrame frame{EthView(), 0, guard.Timestamp(), 0, record.nb_packets};
+    PcapFrame frame{EthView(), 0, guard.Timestamp(), arrival, 0, record.nb_packets};
     while (reader.get_next_packet(header, data, packet) == 0) {
         frame.view = ViewOfFrame(data, header.caplen, header.len);
         frame.time = PacketTime(header);

@@ -44,6 +44,10 @@ VELDpcap_packet_header_t Header(uint32_t caplen, VELDTimestamp t)
                                     static_cast<uint64_t>(t % 1000000)};
 }
 
+// The fields of the packed record are read by value: a reference to one
+// would be misaligned.
+const void* Address(const void* pointer) { return pointer; }
+
 std::vector<uint8_t> Bytes(size_t n, uint8_t seed)
 {
     std::vector<uint8_t> bytes(n);
@@ -134,25 +138,25 @@ TEST_F(PcapData, TheRecordOfAnElementTellsItsPacketsAndItsNewBufferOnlyAtTheEnd)
 {
     VELDIOElt* element = writer->StartWriting(*output);
     const VELDpcap_data_t& record = *static_cast<const VELDpcap_data_t*>(element->Data());
-    EXPECT_EQ(record.version, 1);
-    EXPECT_EQ(record.packet_header_size, 24);
-    const uint8_t* before = record.data;
+    EXPECT_EQ(+record.version, 1);
+    EXPECT_EQ(+record.packet_header_size, 24);
+    const void* before = record.data;
     {
         pcap_data_writer w(element, VELDpcapLinkTypeEthernet, 5);
         w.DeInit();  // an empty element
-        EXPECT_EQ(record.packet_offsets, nullptr);
-        EXPECT_EQ(record.data_size, 0u);
-        EXPECT_EQ(record.nb_packets, 0);
-        EXPECT_EQ(record.link_type, 1);
+        EXPECT_EQ(Address(record.packet_offsets), nullptr);
+        EXPECT_EQ(+record.data_size, 0u);
+        EXPECT_EQ(+record.nb_packets, 0);
+        EXPECT_EQ(+record.link_type, 1);
         w.Init(element, VELDpcapLinkTypeEthernet, 5);
         const std::vector<uint8_t> big = Bytes(VELDpcap_component::kInitialBufferSize, 1);
         w.set_next_packet(Header(10, 5), big.data());
         w.set_next_packet(Header(static_cast<uint32_t>(big.size()), 5), big.data());
-        EXPECT_EQ(record.data, before);  // the record is completed by DeInit
+        EXPECT_EQ(Address(record.data), before);  // the record is completed by DeInit
         w.DeInit();
-        EXPECT_NE(record.data, before);
-        EXPECT_EQ(record.data_size, 2 * 24 + 10 + big.size());
-        ASSERT_NE(record.packet_offsets, nullptr);
+        EXPECT_NE(Address(record.data), before);
+        EXPECT_EQ(+record.data_size, 2 * 24 + 10 + big.size());
+        ASSERT_NE(Address(record.packet_offsets), nullptr);
         EXPECT_EQ(record.packet_offsets[1], 24u + 10u);
         EXPECT_EQ(reinterpret_cast<Buffer*>(record.reserved)->GetAllocatedSize(), 262144u);
     }
@@ -325,7 +329,7 @@ TEST_F(PcapData, TheInputGuardRefusesAWrongElementTypeAndAMissingComponent)
         VELD::InputGuard<VELDpcap_data_t> guard(reader, *input, false);
         ASSERT_TRUE(guard.IsValid());
         EXPECT_EQ(guard.Timestamp(), 7);
-        EXPECT_EQ(guard.Data(0).nb_packets, 0);
+        EXPECT_EQ(+guard.Data(0).nb_packets, 0);
     }
     reader->StopReading(*input);
 }

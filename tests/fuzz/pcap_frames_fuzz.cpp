@@ -3,7 +3,8 @@
 // the data or stops with its owner's FatalError, and reading a frame
 // (Ethernet, IPv4, UDP, SOME/IP) never looks outside it.
 //
-// Input: 2 bytes nb_packets, 2 bytes of data_size cut from the end, the data.
+// Input: 2 bytes nb_packets, 2 bytes of data_size cut from the end, 1 byte
+// packet_header_size, the data.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,16 +24,16 @@ public:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
 {
-    if (size < 4) return 0;
+    if (size < 5) return 0;
     std::uint16_t packets, cut;
     std::memcpy(&packets, input, 2);
     std::memcpy(&cut, input + 2, 2);
     // A copy of its own, so that reading past the data is caught.
-    std::vector<std::uint8_t> data(input + 4, input + size);
+    std::vector<std::uint8_t> data(input + 5, input + size);
     VELDpcap_data_t record{};
     record.link_type = 1;
     record.nb_packets = packets;
-    record.packet_header_size = sizeof(VELDpcap_packet_header_t);
+    record.packet_header_size = input[4];
     record.data = data.data();
     record.data_size = data.size() - std::min<std::size_t>(cut, data.size());
 
