@@ -6,7 +6,6 @@
 //
 // With element_info each line also tells the element: its timestamp and the
 // frame's place in it, "  elt=12.345000 #0/4".
-#include <cstdio>
 #include <string>
 
 #include "CanRecords.h"
@@ -22,16 +21,7 @@ public:
 
     void Birth() override
     {
-        m_printed = 0;
-        const VELDString path = GetStringProperty("file");
-        m_out = stdout;
-        if (path.Length() > 0) {
-            m_out = std::fopen(path.Beginning(), "w");
-            if (!m_out) {
-                m_out = stdout;
-                Error((std::string("Cannot write to ") + path.Beginning()).c_str(), 1, ErrorGeneric);
-            }
-        }
+        m_out.Open(*this);
         m_elementInfo = GetBoolProperty("element_info");
     }
 
@@ -42,30 +32,18 @@ public:
         if (!element) return;
         const int kind = KindOf(*element);
         const int n = kind < 0 ? 0 : element->VectorSize();
-        for (int i = 0; i < n; ++i) {
-            std::string line = FormatFrame(ViewOf(*element, kind, i));
-            if (m_elementInfo)
-                line += "  elt=" + FormatTime(element->Timestamp()) + " #" + std::to_string(i) + "/" +
-                        std::to_string(n);
-            line += '\n';
-            std::fputs(line.c_str(), m_out);
-        }
+        for (int i = 0; i < n; ++i)
+            m_out.Put(FormatFrame(ViewOf(*element, kind, i)) +
+                      (m_elementInfo ? ElementInfo(element->Timestamp(), i, n) : std::string()));
         StopReading(input);
-        std::fflush(m_out);
-        m_printed += n;
-        DirectSet(Property("printed"), m_printed);
+        m_out.Printed(*this, n);
     }
 
-    void Death() override
-    {
-        if (m_out && m_out != stdout) std::fclose(m_out);
-        m_out = nullptr;
-    }
+    void Death() override { m_out.Close(); }
 
 private:
-    std::FILE* m_out = nullptr;
+    LineFile m_out;
     bool m_elementInfo = false;
-    VELDInt64 m_printed = 0;
 };
 
 VELDInputDefinition g_inputs[] = {CanInput("iCAN"), VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};

@@ -91,14 +91,6 @@ void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, 
     }
 }
 
-std::string FormatTime(VELDTimestamp t)
-{
-    char text[40];
-    const unsigned long long magnitude = t < 0 ? 0ULL - static_cast<unsigned long long>(t) : t;
-    std::snprintf(text, sizeof text, "%s%llu.%06llu", t < 0 ? "-" : "", magnitude / 1000000, magnitude % 1000000);
-    return text;
-}
-
 std::string FormatFrame(const FrameView& frame)
 {
     std::string line = "(" + FormatTime(frame.ts) + ") ";

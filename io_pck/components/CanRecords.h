@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "PrintedLines.h"
 #include "veld_can_frames.h"
 #include "veld_types.h"
 
@@ -59,8 +60,6 @@ void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, 
 // hex digits, extended ones in 8; flags FD, BRS, RTR as the record knows
 // them.
 std::string FormatFrame(const FrameView& frame);
-// Seconds with six decimals, with a sign when negative.
-std::string FormatTime(VELDTimestamp t);
 
 // The counter a generator writes into its frames: the first four payload
 // bytes, little-endian, as many as the frame has.
