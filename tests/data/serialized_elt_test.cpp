@@ -3,6 +3,8 @@
 // and with which words.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -27,6 +29,18 @@ void Pattern(void* to, std::size_t n, int seed)
 {
     unsigned char* p = static_cast<unsigned char*>(to);
     for (std::size_t i = 0; i < n; ++i) p[i] = static_cast<unsigned char>(seed * 31 + i * 7 + 1);
+}
+
+// The blocks of these tests are the seeds of the fuzz target:
+// VELDOR_ELT_SEEDS=tests/fuzz/corpus/serialized_elt data_tests writes them.
+void KeepSeed(const std::string& name, const unsigned char* block, std::size_t size)
+{
+    const char* folder = std::getenv("VELDOR_ELT_SEEDS");
+    if (!folder) return;
+    std::FILE* file = std::fopen((std::string(folder) + "/" + name).c_str(), "wb");
+    ASSERT_NE(file, nullptr) << folder;
+    std::fwrite(block, 1, size, file);
+    std::fclose(file);
 }
 
 void Append(Bytes& out, const void* p, std::size_t n)
@@ -211,6 +225,7 @@ TEST_P(EveryType, GoesThereAndBackIntoARingSlotAndIntoANewBuffer)
     // A mesh's last block is written but not counted.
     const unsigned int uncounted = GetParam().shape == Shape::Triangles ? 16 * source.bufferSize : 0;
     EXPECT_EQ(result, size - uncounted);
+    KeepSeed(GetParam().name, block.data(), size);
     const Bytes expected = Content(source);
 
     VELDIOEltImplementation& slot = Slot(1);
@@ -300,6 +315,7 @@ TEST_P(Versions, AreReadWithTheirHeadOrRefused)
     put(VELDInt64(25)), put(VELDInt32(9)), put(VELDInt32(-1)), put(VELDInt32(-2)), put(VELDInt32(-3));
     for (VELDInt32 i : {10, 20, 30}) put(i);
 
+    KeepSeed("version" + std::to_string(c.version), block.data(), block.size());
     VELDIOEltImplementation e;
     e.type.SetUnit("old");
     const unsigned int result = e.Deserialize(block.data(), block.size(), true);
@@ -341,6 +357,7 @@ TEST_F(SerializedElt, AnElementWithoutPayloadWritesItsHeadAndComesBackWithABuffe
     EXPECT_EQ(e.Serialize(nullptr, 0), 68u + 2u);
     Bytes block(70);
     ASSERT_EQ(e.Serialize(block.data(), 70), 70u);
+    KeepSeed("head_only", block.data(), block.size());
     VELDIOEltImplementation back;
     ASSERT_EQ(back.Deserialize(block.data(), block.size(), true), 0u);
     EXPECT_NE(back.data, nullptr);

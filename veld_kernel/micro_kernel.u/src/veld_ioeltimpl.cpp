@@ -558,27 +558,27 @@ const char* ReadStructured(VELDIOEltImplementation& elt, Layout layout, ByteRead
     case Layout::IplImage: {
         _IplImage stored;
         if (!in.Get(stored)) return kTruncated;
-        if (stored.imageData)
-            if (const char* failure = fits(stored.imageSize, b)) return failure;
         _IplImage* image = reinterpret_cast<_IplImage*>(data);
-        const _IplImage former = laidOut ? stored : *image;
-        *image = stored;
+        _IplImage result = stored;
         if (laidOut) {
-            image->roi = stored.roi ? reinterpret_cast<IplROI*>(data + VELD::IplImageHeaderSize) : nullptr;
+            result.roi = stored.roi ? reinterpret_cast<IplROI*>(data + VELD::IplImageHeaderSize) : nullptr;
             const int pixels = VELD::IplImageHeaderSize + (stored.roi ? VELD::IplROISize : 0);
-            image->imageData = stored.imageData ? reinterpret_cast<char*>(data + pixels) : nullptr;
-            image->imageDataOrigin = image->imageData;
-            image->maskROI = nullptr;
-            image->imageId = nullptr;
-            image->tileInfo = nullptr;
+            result.imageData = stored.imageData ? reinterpret_cast<char*>(data + pixels) : nullptr;
+            result.imageDataOrigin = result.imageData;
+            result.maskROI = nullptr;
+            result.imageId = nullptr;
+            result.tileInfo = nullptr;
         } else {
-            image->roi = former.roi;
-            image->imageData = former.imageData;
-            image->imageDataOrigin = former.imageDataOrigin;
-            image->maskROI = former.maskROI;
-            image->imageId = former.imageId;
-            image->tileInfo = former.tileInfo;
+            result.roi = image->roi;
+            result.imageData = image->imageData;
+            result.imageDataOrigin = image->imageDataOrigin;
+            result.maskROI = image->maskROI;
+            result.imageId = image->imageId;
+            result.tileInfo = image->tileInfo;
         }
+        if (result.imageData)
+            if (const char* failure = fits(stored.imageSize, b)) return failure;
+        *image = result;
         const VELDUInt64 pixels = stored.imageData ? static_cast<VELDUInt64>(stored.imageSize) : 0;
         return in.Block(stored.roi, image->roi, VELD::IplROISize, VELD::IplROISize) &&
                        in.Block(stored.imageData, image->imageData, pixels, pixels)
@@ -588,11 +588,11 @@ const char* ReadStructured(VELDIOEltImplementation& elt, Layout layout, ByteRead
     case Layout::Image: {
         VELDImage stored;
         if (!in.Get(stored)) return kTruncated;
-        if (stored.imageData)
-            if (const char* failure = fits(stored.imageSize, b)) return failure;
         VELDImage* image = reinterpret_cast<VELDImage*>(data);
         unsigned char* pixels = laidOut ? (stored.imageData ? data + VELD::VELDImageHeaderSize : nullptr)
                                         : image->imageData;
+        if (pixels)
+            if (const char* failure = fits(stored.imageSize, b)) return failure;
         *image = stored;
         image->imageData = pixels;
         const VELDUInt64 n = stored.imageData ? static_cast<VELDUInt64>(stored.imageSize) : 0;
@@ -601,11 +601,11 @@ const char* ReadStructured(VELDIOEltImplementation& elt, Layout layout, ByteRead
     case Layout::Audio: {
         VELDAudioSignal stored;
         if (!in.Get(stored)) return kTruncated;
-        if (stored.streamData)
-            if (const char* failure = fits(stored.streamSizeInBytes, b)) return failure;
         VELDAudioSignal* audio = reinterpret_cast<VELDAudioSignal*>(data);
         unsigned char* samples = laidOut ? (stored.streamData ? data + VELD::AudioSignalHeaderSize : nullptr)
                                          : audio->streamData;
+        // Counted in the used size with or without samples.
+        if (const char* failure = fits(stored.streamSizeInBytes, b)) return failure;
         *audio = stored;
         audio->streamData = samples;
         return in.Block(stored.streamData, samples, stored.streamSizeInBytes, stored.streamSizeInBytes) ? nullptr
@@ -731,11 +731,22 @@ unsigned int VELDIOEltImplementation::Deserialize(const void* source, std::size_
 
     const SizeRule* rule = RuleFor(type);
     if (rule && rule->layout == Layout::Custom) return Refuse(kDeserializeCustom);
+    const bool flat = !rule || IsFlat(rule->layout);
+    // A payload in place takes only a payload of its own kind, within its
+    // buffer: also when the block brings none, the element must hold what
+    // its head now says.
+    if (data) {
+        const bool sameKind = flat ? formerFlat : former && former->layout == rule->layout;
+        if (!sameKind || (flat && rule && IOEltUsedSizeInBytes(nullptr) > capacity)) return Refuse(kDoesNotFit);
+    }
     bool laidOut = false;
     if (!data) {
         const VELDInt64 needed = FullBytes(rule, bufferSize);
         void* block = VELD::AllocSharedMemory(static_cast<std::size_t>(needed));
         if (!block) return Refuse(kNoMemory);
+        // An empty payload until the block fills it: a header without blocks.
+        std::memset(block, 0, static_cast<std::size_t>(needed));
+        if (rule && rule->layout == Layout::Matrix) new (block) VELDMatrix();
         VELD::FreeSharedMemory(ownedData);
         data = ownedData = block;
         laidOut = true;
@@ -744,17 +755,14 @@ unsigned int VELDIOEltImplementation::Deserialize(const void* source, std::size_
     if (in.AtEnd()) return 0;
     if (!rule) return kFailure;
 
-    if (IsFlat(rule->layout)) {
-        if (!laidOut && !formerFlat) return Refuse(kDoesNotFit);
+    if (flat) {
         const unsigned int used = IOEltUsedSizeInBytes(nullptr);
-        if (!laidOut && used > capacity) return Refuse(kDoesNotFit);
         const unsigned char* bytes = in.Take(used);
         if (!bytes) return Refuse(kTruncated);
         std::memcpy(data, bytes, used);
         if (rule->layout == Layout::Text && vectorSize < bufferSize) static_cast<char*>(data)[vectorSize] = 0;
         return 0;
     }
-    if (!laidOut && (!former || former->layout != rule->layout)) return Refuse(kDoesNotFit);
     const char* failure = ReadStructured(*this, rule->layout, in, laidOut, head.bufferSize);
     return failure ? Refuse(failure) : 0;
 }
