@@ -37,20 +37,23 @@ function(veld_package_companion target)
 endfunction()
 
 # Called once, at the end of the top CMakeLists.txt, when every package and
-# companion is known.
+# companion is known. The copies are a target of their own per companion
+# (a POST_BUILD step could only be added in the companion's own folder).
 function(veld_place_package_companions)
   get_property(companions GLOBAL PROPERTY VELD_PACKAGE_COMPANIONS)
   get_property(dirs GLOBAL PROPERTY VELD_PACKAGE_DIRECTORIES)
   get_property(packages GLOBAL PROPERTY VELD_PACKAGE_TARGETS)
   foreach(companion IN LISTS companions)
+    set(copies "")
     foreach(dir IN LISTS dirs)
-      add_custom_command(TARGET ${companion} POST_BUILD
+      list(APPEND copies
         COMMAND ${CMAKE_COMMAND} -E make_directory ${dir}/bin
-        COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_FILE:${companion}> ${dir}/bin/
-        VERBATIM)
+        COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_FILE:${companion}> ${dir}/bin/)
     endforeach()
+    add_custom_target(${companion}_beside_packages ALL ${copies} VERBATIM)
+    add_dependencies(${companion}_beside_packages ${companion})
     foreach(package IN LISTS packages)
-      add_dependencies(${package} ${companion})
+      add_dependencies(${package} ${companion}_beside_packages)
     endforeach()
   endforeach()
 endfunction()
