@@ -26,8 +26,7 @@
 #include <vector>
 
 #include "EltFiles.h"
-#include "ModelTables.h"
-#include "veld_io_elt.h"
+#include "FileRecorderModel.h"
 #include "veld_io_records.h"
 
 namespace veldor_io {
@@ -51,41 +50,32 @@ const VELDTriangles3D* MeshOf(VELDIOElt& element)
     return static_cast<const VELDTriangles3D*>(element.Data());
 }
 
-class EltFileRecorder : public VELDModel<EltFileRecorder> {
+class EltFileRecorder : public FileRecorderModel<EltFileRecorder> {
 public:
-    using VELDModel::VELDModel;
+    using FileRecorderModel::FileRecorderModel;
 
     void Birth() override
     {
         m_path = GetStringProperty("file").Beginning();
-        m_flushPeriod = GetIntegerProperty("flush_period");
         m_recorded = m_refused = m_bytes = 0;
-        m_idle = false;
-        for (const char* figure : {"recorded", "refused", "bytes", "first_time", "last_time", "idle"})
+        for (const char* figure : {"recorded", "refused", "bytes", "first_time", "last_time"})
             DirectSet(Property(figure), VELDInt64(0));
         if (!m_file.Open(m_path)) Error(("cannot record into " + m_path + ": " + m_file.Error()).c_str(), 1, ErrorGeneric);
         m_open = true;
         m_bytes = 16;
-        m_lastFlush = VELD::GetSystemAccurateTiming();
+        StartRecording();
     }
 
     void Core() override
     {
-        VELDInput& input = Input(0);
-        if (!DataAvailableInFIFO(input)) SetIdle(true);
-        VELDIOElt* element = StartReading(input);
+        VELDIOElt* element = NextElement();
         if (!element) return;
-        SetIdle(false);
         const std::string failure = Record(*element);
-        StopReading(input);
+        StopReading(Input(0));
         if (!failure.empty()) Stop(failure);
         DirectSet(Property("recorded"), m_recorded);
         DirectSet(Property("bytes"), m_bytes);
-        const VELDTimestamp now = VELD::GetSystemAccurateTiming();
-        if (now - m_lastFlush >= m_flushPeriod) {
-            m_lastFlush = now;
-            if (!m_file.Flush()) Stop("cannot write " + m_path + ": " + m_file.Error());
-        }
+        if (FlushDue() && !m_file.Flush()) Stop("cannot write " + m_path + ": " + m_file.Error());
     }
 
     void Death() override
@@ -131,29 +121,13 @@ private:
         return "";
     }
 
-    [[noreturn]] void Stop(const std::string& failure)
-    {
-        Error(failure.c_str(), 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-
-    void SetIdle(bool idle)
-    {
-        if (idle == m_idle) return;
-        m_idle = idle;
-        DirectSet(Property("idle"), VELDInt64(idle ? 1 : 0));
-    }
-
     std::string m_path;
     EltFileWriter m_file;
     bool m_open = false;
     std::vector<unsigned char> m_block;
-    VELDInt64 m_flushPeriod = 1000000;
-    VELDTimestamp m_lastFlush = 0;
     VELDInt64 m_recorded = 0;
     VELDInt64 m_refused = 0;
     VELDInt64 m_bytes = 0;
-    bool m_idle = false;
 };
 
 VELDInputDefinition g_inputs[] = {VELDInputDefinition{"iElt", 0, &VELD::FilterAny, VELD::NeverSkippingReader, 1},

@@ -776,38 +776,6 @@ bool VELDIOElt::IsDeserializable(void*)
     return true;
 }
 
-namespace {
-
-// The order in which SerializedIOEltSizeInBytes tries the types; a type
-// that matches none counts its bufferSize.
-const SizeRule kSerializedSizeRules[] = {
-    {&VELD::FilterInteger8, Layout::Items, 1},
-    {&VELD::FilterInteger16, Layout::Items, 2},
-    {&VELD::FilterInteger32, Layout::Items, 4},
-    {&VELD::FilterInteger64, Layout::Items, 8},
-    {&VELD::FilterUnsignedInteger8, Layout::Items, 1},
-    {&VELD::FilterUnsignedInteger16, Layout::Items, 2},
-    {&VELD::FilterUnsignedInteger32, Layout::Items, 4},
-    {&VELD::FilterUnsignedInteger64, Layout::Items, 8},
-    {&VELD::FilterFloat32, Layout::Items, 4},
-    {&VELD::FilterFloat64, Layout::Items, 8},
-    {&VELD::FilterTextAscii, Layout::Items, 1},
-    {&VELD::FilterTextUnicode, Layout::Items, 2},
-    {&VELD::FilterCANFrame, Layout::Items, 24},
-    {&VELD::FilterCANFDFrame, Layout::Items, 80},
-    {&VELD::FilterCANUniFrame, Layout::Items, 96},
-    {&VELD::FilterMatrix, Layout::Matrix, 0},
-    {&VELD::FilterIplImage, Layout::IplImage, 0},
-    {&VELD::FilterVELDImage, Layout::Image, 0},
-    {&VELD::FilterStream8, Layout::Items, 1},
-    {&VELD::FilterStream16, Layout::Items, 2},
-    {&VELD::FilterStream32, Layout::Items, 4},
-    {&VELD::FilterTriangles3D, Layout::Triangles, 0},
-    {&VELD::FilterCustomType, Layout::Custom, 0},
-};
-
-}  // namespace
-
 int VELDIOElt::SerializedIOEltSizeInBytes(void* element)
 {
     if (!element) return -1;
@@ -815,10 +783,16 @@ int VELDIOElt::SerializedIOEltSizeInBytes(void* element)
     const void* header = &elt + 1;
     const VELDInt64 v = elt.vectorSize;
     const VELDInt64 b = elt.bufferSize;
-    for (const SizeRule& rule : kSerializedSizeRules) {
-        if (!VELD::TypeFilter(elt.type, *rule.filter)) continue;
+    // The size rules in their order, but for real and drawing objects, audio
+    // and structures, which count their bufferSize like any type that
+    // matches no rule.
+    for (const SizeRule& rule : kSizeRules) {
+        if (rule.filter == &VELD::FilterRealObjects || rule.filter == &VELD::FilterDrawingObjects ||
+            rule.layout == Layout::Audio || rule.layout == Layout::Structure || !VELD::TypeFilter(elt.type, *rule.filter))
+            continue;
         switch (rule.layout) {
         case Layout::Items:
+        case Layout::Text:  // without its terminating zero
             return static_cast<int>(rule.itemSize * v);
         case Layout::Matrix: {
             const VELDMatrix* m = static_cast<const VELDMatrix*>(header);
