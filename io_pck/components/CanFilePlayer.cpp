@@ -18,9 +18,8 @@
 // file is read again from its start). The clock tells of a jump on the
 // host's time thread, a moment after the jump; a wait that ended because
 // the clock leapt forward must not send the frames that the leap passes
-// over in that moment, so the player also watches for a leap itself: the
-// engine's time ran further than the real time allows at the speed. It then
-// holds on until the clock's word arrives.
+// over in that moment, so the player also watches for a leap itself
+// (LeapWatch). It then holds on until the clock's word arrives.
 //
 // Outputs, 64-bit microseconds:
 //   oLogStartTime     L, at birth
@@ -32,11 +31,10 @@
 // A line that can't be read is reported with its line number and skipped,
 // or stops the player with on_error "Stop". A file that can't be opened, or
 // holds no frame, fails the player's birth with one message.
-#include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
+#include "EnginePace.h"
 #include "LogFrames.h"
 #include "ModelTables.h"
 #include "can_log/LogFiles.h"
@@ -53,43 +51,6 @@ using veldor::canlog::IssueKind;
 using veldor::canlog::ReadResult;
 
 const int kMaxVector = 256;
-// How long, in ms, a player that saw the clock leap waits for its word.
-const long kJumpWordWait = 200;
-
-// Tells a leap of the engine's clock between two readings: more engine time
-// passed than real time at the faster of the two speeds allows.
-class LeapWatch {
-public:
-    void Restart() { m_has = false; }
-
-    // Reads the engine's time into `engineNow`; true when the clock leapt
-    // since the last reading.
-    bool Leapt(VELDTimestamp& engineNow)
-    {
-        // Real time is read before and after the engine's, and the span
-        // between two readings runs from the earlier real time of the last
-        // one to the later of this one: a preempted reading widens the span
-        // and never makes a leap out of nothing.
-        const VELDTimestamp realBefore = VELD::GetSystemAccurateTiming();
-        engineNow = VELD::CurrentTime(true, true);
-        const VELDTimestamp realAfter = VELD::GetSystemAccurateTiming();
-        const int speed = std::abs(VELD::TimeSpeed());
-        const bool leapt =
-            m_has && engineNow - m_engine > (realAfter - m_realBefore) * std::max(speed, m_speed) / 1000 + kTolerance;
-        m_has = true;
-        m_engine = engineNow;
-        m_realBefore = realBefore;
-        m_speed = speed;
-        return leapt;
-    }
-
-private:
-    static constexpr VELDTimestamp kTolerance = 2000;
-    bool m_has = false;
-    VELDTimestamp m_engine = 0;
-    VELDTimestamp m_realBefore = 0;
-    int m_speed = 1000;
-};
 
 class CanFilePlayer : public VELDModel<CanFilePlayer>, public VELDTimeStateListener {
 public:
