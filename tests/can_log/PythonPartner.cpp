@@ -23,9 +23,10 @@ bool PythonCanPresent()
     return std::system(command.c_str()) == 0;
 }
 
-std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path)
+std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path,
+                       const std::string& argument)
 {
-    const std::string command = std::string(kPython) + " " + script + " " + verb + " '" + path + "'";
+    const std::string command = std::string(kPython) + " " + script + " " + verb + " '" + path + "' " + argument;
     std::string out;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) {
@@ -49,11 +50,11 @@ std::vector<CanFrame> ParseFrames(const std::string& text)
         std::string id;
         std::string direction;
         std::string data;
-        int flags[5];
+        int flags[6];
         int length = 0;
         int channel = 0;
-        fields >> f.timestamp >> id >> flags[0] >> flags[1] >> flags[2] >> flags[3] >> flags[4] >> length >> channel >>
-            direction >> data;
+        fields >> f.timestamp >> id >> flags[0] >> flags[1] >> flags[2] >> flags[3] >> flags[4] >> flags[5] >> length >>
+            channel >> direction >> data;
         EXPECT_FALSE(fields.fail()) << "unreadable partner line: " << line;
         f.id = static_cast<std::uint32_t>(std::stoul(id, nullptr, 16));
         f.extended = flags[0];
@@ -61,6 +62,7 @@ std::vector<CanFrame> ParseFrames(const std::string& text)
         f.fd = flags[2];
         f.bitRateSwitch = flags[3];
         f.errorStateIndicator = flags[4];
+        f.error = flags[5];
         f.length = static_cast<std::uint8_t>(length);
         f.channel = static_cast<std::uint8_t>(channel);
         f.direction = direction == "T" ? Direction::Tx : Direction::Rx;

@@ -12,9 +12,10 @@
 namespace canlog_test {
 
 bool PythonCanPresent();
-// Runs `script` with its verb and file and returns what it printed; fails
-// the test if it does not end well.
-std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path);
+// Runs `script` with its verb, file and argument and returns what it
+// printed; fails the test if it does not end well.
+std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path,
+                       const std::string& argument = "");
 // The partner's lines as frames.
 std::vector<veldor::canlog::CanFrame> ParseFrames(const std::string& text);
 

@@ -127,7 +127,7 @@ TEST_F(LogReading, MalformedLinesAreReportedWithTheirNumbersAndSkipped)
 
 TEST_F(LogReading, FileCutInsideItsLastLine)
 {
-    const ReadOutcome r = ReadFile("(1.0) can0 123#01\n(2.0) can0 123#0102");
+    const ReadOutcome r = ReadFile("(1.0) can0 123#01\n(2.0) can0 123#010");
     EXPECT_EQ(r.frames, std::vector<CanFrame>{Classic(1000000, 0x123, {1})});
     EXPECT_EQ(r.issues, (std::vector<Issue>{{IssueKind::Truncated, 2}}));
 }
