@@ -304,6 +304,9 @@ bool BlfReader::NextContainer(Step& step)
     } else if (method == kZlib) {
         std::string why;
         if (!Inflate(data, dataSize, std::min(uncompressed, kMaxObjectSize), m_data, why) && !cut) {
+            // What inflated of broken data is not to be trusted, nor the
+            // object that was to end in it.
+            m_data.clear();
             return failed(IssueKind::Corrupt, "a log container that does not inflate: " + why);
         }
     } else {
