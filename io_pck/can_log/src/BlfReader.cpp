@@ -17,7 +17,9 @@ namespace {
 
 using namespace blf;
 
-constexpr std::size_t kReadBuffer = 256 * 1024;
+// The first size of the read buffer, which grows for a larger object; and
+// the largest file header taken.
+constexpr std::size_t kReadBuffer = 64 * 1024;
 
 bool IsSignature(const std::uint8_t* p) { return std::memcmp(p, kObjectSignature, 4) == 0; }
 
@@ -126,8 +128,9 @@ bool BlfReader::Fill(std::size_t count)
         m_inEnd -= m_inAt;
         m_inAt = 0;
     }
-    if (m_in.size() < count) m_in.resize(count);
     while (m_inEnd < count && !m_inEof) {
+        // Grown as the data comes: a size in a damaged file costs nothing.
+        if (m_inEnd == m_in.size()) m_in.resize(std::min(2 * m_in.size(), count));
         const ssize_t n = ::read(m_fd, m_in.data() + m_inEnd, m_in.size() - m_inEnd);
         if (n > 0) {
             m_inEnd += static_cast<std::size_t>(n);

@@ -44,7 +44,8 @@ bool IsValidLength(std::size_t length, bool fd)
 
 const char* CheckFrame(const CanFrame& frame)
 {
-    if (frame.id > (frame.extended ? CanFrame::kMaxExtendedId : CanFrame::kMaxStandardId)) {
+    // An error frame's identifier is what the file says of the error: up to 29 bits.
+    if (frame.id > (frame.extended || frame.error ? CanFrame::kMaxExtendedId : CanFrame::kMaxStandardId)) {
         return frame.extended ? "extended identifier above 0x1FFFFFFF" : "standard identifier above 0x7FF";
     }
     if (frame.error && (frame.fd || frame.remote)) return "an error frame is neither FD nor remote";
