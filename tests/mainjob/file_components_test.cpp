@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -311,6 +312,10 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     const std::string out = m_folder + "/ours." + GetParam();
     std::vector<CanFrame> written =
         canlog_test::ParseFrames(canlog_test::RunPartner(VELDOR_CAN_LOG_INTEROP_SCRIPT, "write", in));
+    // A diagram's frame records have no error frames: the player passes
+    // over those of a BLF file.
+    written.erase(std::remove_if(written.begin(), written.end(), [](const CanFrame& f) { return f.error; }),
+                  written.end());
     ASSERT_EQ(written.size(), 9u);
     Make("CanFileRecorder", "rec");
     Set("rec.file", out);
@@ -339,7 +344,7 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values("asc", "log"));
+INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values("asc", "log", "blf"));
 
 // ---------------------------------------------------------------------------
 // The command without a bus library
