@@ -19,8 +19,9 @@
 // host's time thread, a moment after the jump; a wait that ended because
 // the clock leapt forward must not send the frames that the leap passes
 // over in that moment, so the player also watches for a leap itself: the
-// engine's time ran further than the real time allows at the speed. It then
-// holds on until the clock's word arrives.
+// engine's time ran further than the real time allows at the speed, or the
+// clock stands and still a frame came due. It then holds on until the
+// clock's word arrives.
 //
 // Outputs, 64-bit microseconds:
 //   oLogStartTime     L, at birth
@@ -172,7 +173,10 @@ public:
         if (!Wait(Due(m_frame) - m_sendAhead, &m_jumped) || m_jumped.IsSet()) return;
 
         VELDTimestamp now = 0;
-        if (m_watch.Leapt(now)) {
+        // While the clock stands, a frame comes due only by a jump, whose
+        // word is on its way: nothing is sent until it arrives or the clock
+        // runs again.
+        if (VELD::IsPaused() || m_watch.Leapt(now)) {
             // At worst a false alarm under a preempted reading: a short hold.
             m_jumped.Wait(kJumpWordWait);
             return;
