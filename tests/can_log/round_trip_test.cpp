@@ -111,6 +111,24 @@ TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
     ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 3, {})});
 }
 
+TEST_P(RoundTrip, ErrorFramesKeepWhatTheFormatHolds)
+{
+    CanFrame error = Classic(kTime, 0x80, {1, 2, 3});
+    error.error = true;
+    error.channel = 2;
+    ASSERT_TRUE(WriteFrames(Path(), {error, Classic(kTime + 1, 0x123, {4})}, UtcWriter()));
+    ReaderOptions options = UtcReader();
+    options.errorFrames = true;
+    const ReadOutcome r = ReadAll(Path(), options);
+    // ASC keeps an error frame's time and channel only.
+    if (std::string(GetParam()) == "asc") error = Classic(kTime, 0, {}), error.error = true, error.channel = 2;
+    ExpectFrames(r, {error, Classic(kTime + 1, 0x123, {4})});
+    // Unasked, they are counted only.
+    const ReadOutcome counted = ReadAll(Path(), UtcReader());
+    EXPECT_EQ(counted.frames.size(), 1u);
+    EXPECT_EQ(counted.errorFrames, 1u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log", "blf"));
 
 TEST(AscWriting, ExactLines)
