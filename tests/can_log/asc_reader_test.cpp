@@ -72,35 +72,6 @@ TEST_F(AscReading, ClassicExtendedAndRemoteLines)
     ExpectFrames(r, expected);
 }
 
-TEST_F(AscReading, FdLinesOfEveryDlc)
-{
-    std::string body;
-    std::vector<CanFrame> expected;
-    for (int dlc = 0; dlc < 16; ++dlc) {
-        const int length = DlcToLength(static_cast<std::uint8_t>(dlc), true);
-        const bool brs = dlc % 2 == 1;
-        const bool esi = dlc % 3 == 0;
-        char start[160];
-        std::snprintf(start, sizeof start, "   %d.000001 CANFD   2 Tx %s %d %d %X %d", dlc, dlc % 4 == 0 ? "1F5x" : "1F5", brs,
-                      esi, dlc, length);
-        std::string line = start;
-        for (int i = 0; i < length; ++i) {
-            char byte[4];
-            std::snprintf(byte, sizeof byte, " %02X", (0x30 + i) & 0xFF);
-            line += byte;
-        }
-        line += "   130000  130 " + std::string(brs ? (esi ? "7000" : "3000") : (esi ? "5000" : "1000")) + " 1a2b3 0 0 0 0\n";
-        body += line;
-        CanFrame f = Fd(kStart + dlc * 1000000 + 1, 0x1F5, static_cast<std::uint8_t>(length), brs, esi, 0x30);
-        f.extended = dlc % 4 == 0;
-        f.channel = 1;
-        f.direction = Direction::Tx;
-        expected.push_back(f);
-    }
-    const ReadOutcome r = ReadBody(body);
-    ExpectFrames(r, expected);
-}
-
 TEST_F(AscReading, DecimalBaseAndRelativeTimestamps)
 {
     const ReadOutcome r = ReadFile(

@@ -1,7 +1,7 @@
 // BLF made by hand, for what python-can never writes (the object forms it
 // does not use, version 2 headers, times in 10 us, other padding, objects
 // across containers) and for damage: each damaged piece is told and
-// reading goes on. And the header the writer leaves.
+// reading goes on.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -9,7 +9,6 @@
 
 #include "LogTestSupport.h"
 #include "can_log/BlfReader.h"
-#include "can_log/LogFiles.h"
 
 using namespace veldor::canlog;
 using namespace canlog_test;
@@ -203,29 +202,4 @@ TEST_F(BlfReading, FilesThatAreNoBlf)
         EXPECT_TRUE(r.frames.empty());
         EXPECT_TRUE(r.issues.empty());
     }
-}
-
-TEST(BlfWriting, TheHeaderTellsSizeCountAndTimes)
-{
-    ScratchDir dir;
-    WriterOptions options;
-    options.dateZone = DateZone::Utc;
-    std::string error;
-    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(dir.File("t.blf"), error, options);
-    ASSERT_TRUE(writer) << error;
-    for (std::int64_t t : {kStart + 456, kStart + 2000999, kStart + 1000000}) writer->Write(Classic(t, 1, {1}));
-    // The start is a whole millisecond at or before the first frame.
-    EXPECT_EQ(writer->Write(Classic(kStart - 1, 1, {})), WriteResult::Refused);
-    ASSERT_TRUE(writer->Close()) << writer->Error();
-    const std::string text = ReadText(dir.File("t.blf"));
-    const auto* h = reinterpret_cast<const std::uint8_t*>(text.data());
-    auto u16 = [h](std::size_t at) { return h[at] | h[at + 1] << 8; };
-    std::uint64_t fileSize = 0;
-    std::memcpy(&fileSize, h + 16, 8);
-    EXPECT_EQ(fileSize, text.size());
-    EXPECT_EQ(u16(32), 3);  // objects
-    // Start 22:13:20.123, stop 22:13:22.123 (the latest frame, in ms).
-    EXPECT_EQ(std::vector<int>({u16(40), u16(42), u16(46), u16(48), u16(50), u16(52), u16(54)}),
-              std::vector<int>({2023, 11, 14, 22, 13, 20, 123}));
-    EXPECT_EQ(std::vector<int>({u16(52 + 16), u16(54 + 16)}), std::vector<int>({22, 123}));
 }
