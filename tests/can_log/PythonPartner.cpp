@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <regex>
 #include <sstream>
 
 using veldor::canlog::CanFrame;
@@ -38,6 +40,16 @@ std::string RunPartner(const std::string& script, const std::string& verb, const
     const int status = pclose(pipe);
     EXPECT_EQ(status, 0) << command << " printed:\n" << out;
     return out;
+}
+
+bool PythonCanCutItsDateLine(const std::string& path)
+{
+    static const std::regex kWhole(R"(date \w{3} \w{3} \d{2} \d{2}:\d{2}:\d{2}\.\d{3} [AP]M \d{4})");
+    if (path.size() < 4 || path.compare(path.size() - 4, 4, ".asc") != 0) return false;
+    std::ifstream in(path);
+    std::string first;
+    std::getline(in, first);
+    return !std::regex_match(first, kWhole);
 }
 
 std::vector<CanFrame> ParseFrames(const std::string& text)

@@ -342,7 +342,7 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     engine.Clock().SetSpeed(100000);  // 4.5 s of frames, played fast
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == 9; }, 10)) << Figure("rec.recorded");
-    EXPECT_EQ(Figure("player.bad_lines"), 0);
+    EXPECT_EQ(Figure("player.bad_lines"), canlog_test::PythonCanCutItsDateLine(in) ? 1 : 0);
     Shutdown();
 
     const std::vector<CanFrame> read =
