@@ -1,7 +1,8 @@
 // Writer of BLF, the binary logging format (see BlfReader.h). Frames go into
-// log containers of 128 KiB, zlib-compressed at the options' level (or
-// stored), each written when full and on Flush(); the file header, with the
-// start and stop times, sizes and object count, is written again on close.
+// log containers of 128 KiB, zlib-compressed at the options' level (1 unless
+// they say otherwise) or stored, each written when full and on Flush(); the
+// file header, with the start and stop times, sizes and object count, is
+// written again on close.
 // Classic frames are CAN message objects of the newer form, FD frames CAN FD
 // message 64 objects, error frames extended error objects; times are in
 // nanoseconds from the start, a whole millisecond at or before the first

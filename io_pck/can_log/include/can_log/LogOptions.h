@@ -33,8 +33,9 @@ struct WriterOptions {
     bool relativeTimestamps = false;
     DateZone dateZone = DateZone::Local;  // ASC, BLF
     // BLF: the zlib level of the log containers, 1 (fastest) to 9 (smallest);
-    // 0 stores them uncompressed.
-    int compression = 6;
+    // 0 stores them uncompressed. Level 1 writes about three times as fast
+    // as zlib's default and makes files about a tenth larger.
+    int compression = 1;
     // can-utils log: an interface is named this and its channel number.
     std::string interfacePrefix = "can";
 };
