@@ -140,6 +140,8 @@ struct OtherToolFile {
     std::size_t notices;
 };
 
+void PrintTo(const OtherToolFile& c, std::ostream* out) { *out << c.name; }
+
 constexpr const char* kAscHeader =
     "date Tue Nov 14 10:13:20.123 pm 2023\n"
     "base hex  timestamps absolute\n"

@@ -141,6 +141,8 @@ struct BadInput {
     const char* simulatorConfig = "";    // for the command's bus library
 };
 
+void PrintTo(const BadInput& c, std::ostream* out) { *out << c.name; }
+
 class CommandBadInput : public Command, public ::testing::WithParamInterface<BadInput> {};
 
 const char* const kGoodLines =
