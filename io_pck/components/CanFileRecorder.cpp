@@ -1,6 +1,6 @@
 // CanFileRecorder: writes the CAN frames that reach iCAN, in any of the three
 // frame records, one frame an element or many, into a log file whose format
-// follows its extension (.asc or .log).
+// follows its extension (.asc, .log or .blf).
 //
 // Frame times. With time_base "Wall clock" (the default) a frame's time on
 // the engine's clock is moved onto the calendar: the offset between the
