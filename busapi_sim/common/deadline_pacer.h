@@ -1,0 +1,52 @@
+// Emission on time. A thread that must act at absolute deadlines on the
+// hardware clock sleeps until shortly before each deadline, with its timer
+// slack at the minimum, and spins through the rest. How long before the
+// deadline the sleep ends (the lead) follows how late this machine's
+// wake-ups come: it rises at once to cover a late wake-up, up to a bound,
+// and halves every 20 ms of time after it. A quiet machine spins little, a
+// busy one more, and never for long: a thread whose deadlines follow each
+// other more closely than the lead spins through them, and gets back to
+// sleeping as the lead comes down.
+#pragma once
+
+#include <cstdint>
+
+namespace nxsim {
+
+// Readies the calling thread for precise wake-ups: names it, sets its timer
+// slack to 1 ns and, where the system allows it and `priority` is above 0,
+// gives it real-time priority (SCHED_FIFO). Works on without it; returns
+// whether real-time priority was granted.
+bool PrepareTimingThread(const char* name, int priority);
+
+class DeadlinePacer {
+public:
+    // Starts with the longest lead: the first deadlines of a thread are met
+    // before it knows how late its wake-ups come.
+    DeadlinePacer();
+
+    static constexpr int64_t kMinLeadNs = 20000;
+    static constexpr int64_t kMaxLeadNs = 300000;
+    static constexpr int64_t kHalfLifeNs = 20000000;
+
+    // When to stop sleeping for a deadline, seen at `nowNs` (monotonic).
+    int64_t WakeFor(int64_t deadlineNs, int64_t nowNs) const { return deadlineNs - LeadNs(nowNs); }
+    int64_t LeadNs(int64_t nowNs) const;
+
+    // A sleep meant to end at `targetNs` ended at `wokeNs` (monotonic).
+    void NoteWake(int64_t targetNs, int64_t wokeNs);
+
+    // Spins until the monotonic clock reaches `deadlineNs`; returns the time
+    // read at the end.
+    int64_t SpinUntil(int64_t deadlineNs);
+
+    // Nanoseconds spent spinning so far.
+    uint64_t SpunNs() const { return m_spunNs; }
+
+private:
+    int64_t m_raisedLeadNs = kMaxLeadNs;  // the lead as it was raised last
+    int64_t m_raisedAtNs;
+    uint64_t m_spunNs = 0;
+};
+
+}  // namespace nxsim
