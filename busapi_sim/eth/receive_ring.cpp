@@ -19,6 +19,7 @@ constexpr uint32_t kFrameSize = 2048;        // the kernel's unit of account
 constexpr uint32_t kMinBlock = 16384;        // holds a jumbo frame
 constexpr uint32_t kMaxBlock = 1u << 20;
 constexpr unsigned kRetireTimeoutMs = 1;     // a block that is not full is handed over after this
+constexpr uint32_t kBlocksWanted = 128;
 
 #ifndef PACKET_IGNORE_OUTGOING
 #define PACKET_IGNORE_OUTGOING 23
@@ -33,9 +34,12 @@ tpacket_block_desc* Block(uint8_t* map, uint32_t blockSize, uint32_t index)
 
 bool ReceiveRing::Open(int ifindex, uint32_t bytes, std::unique_ptr<ReceiveRing>* out, std::string* error)
 {
-    // Eight blocks or more, each a power of two between 16 KiB and 1 MiB.
+    // Many blocks: the kernel hands a block over when it is full or when it
+    // has held a frame for the retire timeout, so that slow traffic takes a
+    // block a millisecond and the ring lasts as many milliseconds as it has
+    // blocks (128, from 8 MiB on). Each is a power of two from 16 KiB to 1 MiB.
     uint32_t blockSize = kMinBlock;
-    while (blockSize < kMaxBlock && blockSize * 2 <= bytes / 8)
+    while (blockSize < kMaxBlock && blockSize * 2 <= bytes / kBlocksWanted)
         blockSize *= 2;
     const uint32_t blockCount = std::max<uint32_t>(2, bytes / blockSize);
 

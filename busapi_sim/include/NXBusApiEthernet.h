@@ -47,7 +47,10 @@
  *
  * RECEPTION
  *   Each active interface has a memory-mapped receive ring of the kernel
- *   (TPACKET_V3, rx_ring_kib, default 8 MiB). NXETH_ReadFrames(h, size,
+ *   (TPACKET_V3, rx_ring_kib, default 8 MiB), in blocks that the kernel hands
+ *   over when they are full or 1 ms after their first frame: 128 blocks from
+ *   8 MiB on, so that a reader may stay away for 100 ms of slow traffic, or
+ *   as long as the ring's bytes last at higher rates, without a loss. NXETH_ReadFrames(h, size,
  *   buffer, &count) copies whole frames, oldest first, back to back into the
  *   buffer: an NXSEthRawFrameHeader (32 bytes), then ulRawDataLength bytes;
  *   *count is the number of frames. Nothing is padded between frames.

@@ -1,6 +1,5 @@
 #include "eth_test_support.h"
 
-#include <dlfcn.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -9,7 +8,6 @@
 #include <fstream>
 #include <thread>
 
-#include "operation_names.h"
 
 namespace eth_test {
 
@@ -37,17 +35,7 @@ uint32_t Crc32(const uint8_t* data, size_t size)
 
 std::string Load(const char* path)
 {
-    void* lib = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (lib == nullptr)
-        return dlerror();
-    void** slot = reinterpret_cast<void**>(&g_api);
-    for (const char* name : nxsim::kEthOperationNames) {
-        *slot = dlsym(lib, name);
-        if (*slot++ == nullptr)
-            return std::string("missing symbol ") + name;
-    }
-    static_assert(sizeof(Api) == sizeof(void*) * 24, "one pointer per operation, in the order of resolution");
-    return {};
+    return LoadApi(path, &g_api);
 }
 
 const Api& Lib()

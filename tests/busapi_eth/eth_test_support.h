@@ -12,37 +12,9 @@
 #include <vector>
 
 #include "NXBusApiEthernet.h"
+#include "eth_api_table.h"
 
 namespace eth_test {
-
-struct Api {
-#define NXETH_TEST_OPERATION(name) decltype(&::NXETH_##name) name = nullptr;
-    NXETH_TEST_OPERATION(GetAvailableInterfacesCount)
-    NXETH_TEST_OPERATION(GetAvailableInterfaces)
-    NXETH_TEST_OPERATION(RegisterInterface)
-    NXETH_TEST_OPERATION(UnregisterInterface)
-    NXETH_TEST_OPERATION(GetInterfaceBufferSize)
-    NXETH_TEST_OPERATION(IsInterfaceAccessible)
-    NXETH_TEST_OPERATION(InitInterface)
-    NXETH_TEST_OPERATION(ActivateInterface)
-    NXETH_TEST_OPERATION(DeactivateInterface)
-    NXETH_TEST_OPERATION(GetTimeResolution)
-    NXETH_TEST_OPERATION(GetTime)
-    NXETH_TEST_OPERATION(ReadFrames)
-    NXETH_TEST_OPERATION(FlushReceiveQueue)
-    NXETH_TEST_OPERATION(TransmitFrames)
-    NXETH_TEST_OPERATION(FlushTransmitQueue)
-    NXETH_TEST_OPERATION(GetErrorText)
-    NXETH_TEST_OPERATION(GetLastAccessProviderSpecificError)
-    NXETH_TEST_OPERATION(SetFilter)
-    NXETH_TEST_OPERATION(SetReplayStartTime)
-    NXETH_TEST_OPERATION(SetReplayStopTime)
-    NXETH_TEST_OPERATION(ReplayStreamData)
-    NXETH_TEST_OPERATION(ReplayInitHeader)
-    NXETH_TEST_OPERATION(GetReplayStateInfo)
-    NXETH_TEST_OPERATION(RegisterReplayInterface)
-#undef NXETH_TEST_OPERATION
-};
 
 // Loads the library from `path` and resolves all 24 operations; an empty
 // text, or what went wrong.

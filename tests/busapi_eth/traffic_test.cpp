@@ -164,5 +164,37 @@ TEST(EthTraffic, AFilterKeepsWhatItSelects)
     Close(rx);
 }
 
+TEST(EthTraffic, ALineRateHoldsTheDeviceToItsPace)
+{
+    const char* make =
+        "ip link add nvxrate1 type veth peer name nvxrate2 2>/dev/null && "
+        "echo 1 >/proc/sys/net/ipv6/conf/nvxrate1/disable_ipv6 && echo 1 >/proc/sys/net/ipv6/conf/nvxrate2/disable_ipv6 "
+        "&& ip link set nvxrate1 up && ip link set nvxrate2 up";
+    if (std::system(make) != 0)
+        GTEST_SKIP() << "no veth pair of its own here";
+    const NXTEthHandle tx = Open("NVX-RATE-1");
+    const NXTEthHandle rx = Open("NVX-RATE-2");
+    uint32_t size = 0;
+    EXPECT_EQ(Lib().GetInterfaceBufferSize(rx, &size), NXETH_SUCCESS);
+    EXPECT_EQ(size, 71520u) << "5 ms of the smallest frames at 100 Mbit/s";
+    // The sender waits for the line while the receiver reads.
+    const std::vector<Bytes> frames = Frames(std::vector<size_t>(1000, 1514));
+    NXTEthError sent = NXETH_ERR_GENERIC;
+    std::thread sender([&] { sent = Send(tx, frames, NXETH_FRAME_TYPE_ETHERNET_FRAME); });
+    const std::vector<Frame> got = Receive(rx, frames.size());
+    sender.join();
+    ASSERT_EQ(sent, NXETH_SUCCESS) << ErrorText(sent);
+    ASSERT_EQ(got.size(), frames.size()) << "the device's queue waits, it does not drop";
+    for (size_t i = 0; i < got.size(); ++i)
+        EXPECT_EQ(got[i].data, frames[i]) << i;
+    // Never faster than the line: 1538 bytes on the wire a frame, a burst of
+    // a millisecond at the start.
+    const double seconds = static_cast<double>(got.back().ticks - got.front().ticks) / TicksPerSecond(rx);
+    EXPECT_GT(seconds, (frames.size() - 1) * 1538 * 8 / 100e6 - 0.002);
+    Close(tx);
+    Close(rx);
+    std::system("ip link del nvxrate1");
+}
+
 }  // namespace
 }  // namespace eth_test
