@@ -32,6 +32,7 @@
 
 #include "Engine.h"
 #include "NxBusLibraryPaths.h"
+#include "OnSimulatedBus.h"
 
 namespace {
 
@@ -286,21 +287,7 @@ void Replay()
 
 int main(int argc, char** argv)
 {
-    if (access(kLibrary, R_OK) != 0) {
-        if (std::getenv("VELDOR_BENCH_ON_SIM")) {
-            std::fprintf(stderr, "bench_bus_components: no CAN library at %s\n", kLibrary);
-            return 1;
-        }
-        // Onto the simulated bus, once.
-        setenv("VELDOR_BENCH_ON_SIM", "1", 1);
-        std::vector<char*> args{const_cast<char*>(VELDOR_WITH_SIM_BUS), const_cast<char*>("--libraries"),
-                                const_cast<char*>(VELDOR_SIM_LIBRARIES), const_cast<char*>("--")};
-        for (int i = 0; i < argc; ++i) args.push_back(argv[i]);
-        args.push_back(nullptr);
-        execv(VELDOR_WITH_SIM_BUS, args.data());
-        std::perror("bench_bus_components: tools/with-sim-bus");
-        return 1;
-    }
+    veldor_bench::OnSimulatedBus(kLibrary, argc, argv, "bench_bus_components");
     const std::string only = argc > 1 ? argv[1] : "";
     if (only.empty() || only == "throughput") Throughput();
     if (only.empty() || only == "latency") Latency();

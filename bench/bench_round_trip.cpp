@@ -10,6 +10,11 @@
 // on the bus is up to about 60 us of it), 99 % within 1 ms. The run fails
 // when a frame is lost or changed, or the gaps are outside it.
 //
+// The emission error is each frame's time relative to the first, recording
+// against original; its goals, on an idle machine: p99 below 100 us and
+// p99.9 below 1 ms. Beside them, the CPU time of the library's replay
+// thread, which sleeps to shortly before each frame and spins to it.
+//
 //   tools/with-sim-bus build/bench/bench_round_trip [FRAMES]
 #include <stdlib.h>
 
@@ -21,11 +26,19 @@
 #include "RoundTrip.h"
 #include "can_log/LogFiles.h"
 #include "SimulatedDuration.h"
+#include "ThreadCpu.h"
 
 namespace {
 
 const double kGapP50 = 100;
 const double kGapP99 = 1000;
+const double kEmissionP99 = 100;
+const double kEmissionP999 = 1000;
+
+const char* Verdict(bool pass)
+{
+    return pass ? "pass" : "MISS";
+}
 
 }  // namespace
 
@@ -49,7 +62,10 @@ int main(int argc, char** argv)
     settings.recording = folder + "/recorded.log";
     settings.replayChannel.channel = "NVX-CAN-1";
     settings.recordChannel.channel = "NVX-CAN-2";
-    const auto outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
+    veldor::cli::RoundTripOutcome outcome;
+    veldor_bench::ThreadCpuWatch replayThread("nxsim-replay");
+    outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
+    const double replaySeconds = static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6;
     std::system(("rm -rf " + folder).c_str());
     if (!outcome.compared) return std::fprintf(stderr, "round trip failed: %s\n", outcome.failure.c_str()), 1;
     const auto& c = outcome.comparison;
@@ -60,8 +76,14 @@ int main(int argc, char** argv)
                 c.recordedFrames, c.originalFrames, c.differing, outcome.dropped, outcome.late);
     std::printf("  gap error:               p50 %6.0f us  p99 %6.0f us  max %6.0f us\n", c.gaps.p50, c.gaps.p99,
                 c.gaps.max);
-    std::printf("  error relative to first: p50 %6.0f us  p99 %6.0f us  max %6.0f us\n", c.relativeToFirst.p50,
-                c.relativeToFirst.p99, c.relativeToFirst.max);
+    const auto& e = c.relativeToFirst;
+    std::printf("  emission error (relative to the first frame): p50 %.0f us, p99 %.0f us (goal < %.0f: %s), "
+                "p99.9 %.0f us (goal < %.0f: %s), max %.0f us\n",
+                e.p50, e.p99, kEmissionP99, Verdict(e.p99 < kEmissionP99), e.p999, kEmissionP999,
+                Verdict(e.p999 < kEmissionP999), e.max);
+    std::printf("  replay thread (%s): %.1f %% of a core over the replay\n",
+                replayThread.RealTime() ? "real-time priority" : "normal priority",
+                static_cast<double>(replayThread.Ns()) / 1e7 / replaySeconds);
     const bool lossless = c.recordedFrames == c.originalFrames && c.differing == 0 && outcome.dropped == 0;
     const bool timed = c.gaps.p50 <= kGapP50 && c.gaps.p99 <= kGapP99;
     std::printf("  %s; gaps %s the stated tolerance (p50 <= %.0f us, p99 <= %.0f us)\n",

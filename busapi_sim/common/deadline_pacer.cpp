@@ -59,7 +59,7 @@ int64_t DeadlinePacer::SpinUntil(int64_t deadlineNs)
         Relax();
         now = MonotonicNs();
     }
-    m_spunNs += static_cast<uint64_t>(now - begin);
+    m_spunNs.fetch_add(static_cast<uint64_t>(now - begin), std::memory_order_relaxed);
     return now;
 }
 

@@ -9,6 +9,7 @@
 // sleeping as the lead comes down.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace nxsim {
@@ -40,13 +41,13 @@ public:
     // read at the end.
     int64_t SpinUntil(int64_t deadlineNs);
 
-    // Nanoseconds spent spinning so far.
-    uint64_t SpunNs() const { return m_spunNs; }
+    // Nanoseconds spent spinning so far; read from any thread.
+    uint64_t SpunNs() const { return m_spunNs.load(std::memory_order_relaxed); }
 
 private:
     int64_t m_raisedLeadNs = kMaxLeadNs;  // the lead as it was raised last
     int64_t m_raisedAtNs;
-    uint64_t m_spunNs = 0;
+    std::atomic<uint64_t> m_spunNs{0};
 };
 
 }  // namespace nxsim

@@ -266,6 +266,7 @@ ReplayStatus ReplayEngine::Status()
     s.late = m_late;
     s.queued = m_queue.Count();
     s.highSpeed = m_settings.highSpeed;
+    s.spunNs = m_pacer.SpunNs();
     return s;
 }
 

@@ -69,10 +69,12 @@ struct ReplayStatus {
     uint64_t late = 0;
     uint64_t queued = 0;  // records waiting
     bool highSpeed = false;
+    uint64_t spunNs = 0;  // the emitting thread's time spent spinning to deadlines
 };
 
 // Fills a library's status record (both have the same fields): Reserved[0]
-// late frames, [1] records waiting, [2] 1 on the high-speed path.
+// late frames, [1] records waiting, [2] 1 on the high-speed path, [3]
+// microseconds the emitting thread spent spinning (low 32 bits).
 template <class Info>
 void FillReplayStatus(const ReplayStatus& s, uint32_t validFlags, Info* info)
 {
@@ -87,6 +89,7 @@ void FillReplayStatus(const ReplayStatus& s, uint32_t validFlags, Info* info)
     info->Reserved[0] = static_cast<uint32_t>(s.late);
     info->Reserved[1] = static_cast<uint32_t>(s.queued);
     info->Reserved[2] = s.highSpeed ? 1 : 0;
+    info->Reserved[3] = static_cast<uint32_t>(s.spunNs / 1000);
 }
 
 // Frames waiting for their time, back to back in one block of memory.

@@ -64,6 +64,11 @@ bool ReceiveRing::Open(int ifindex, uint32_t bytes, std::unique_ptr<ReceiveRing>
     const int one = 1;
     if (setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof one) != 0)
         return closeAndFail("PACKET_IGNORE_OUTGOING");
+    // Asking for timestamps makes the kernel stamp every frame as the device
+    // takes it in, rather than when the ring gets it, which may be a
+    // scheduling delay later.
+    if (setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPNS, &one, sizeof one) != 0)
+        return closeAndFail("SO_TIMESTAMPNS");
     tpacket_req3 req{};
     req.tp_block_size = blockSize;
     req.tp_block_nr = blockCount;

@@ -159,6 +159,8 @@
  *     Reserved[0]: frames emitted late (low 32 bits).
  *     Reserved[1]: records waiting in the replay queue.
  *     Reserved[2]: 1 if the high-speed path is in use, else 0.
+ *     Reserved[3]: microseconds the replay thread spent spinning to the
+ *       frames' times (low 32 bits): what emission on time costs.
  *     ulValidInfoFlags: NXCAN_REPLAY_INFO_VALID_ALL.
  *   High-speed path: NXCAN_RegisterReplayChannel honours highSpeed only for
  *   a channel with capability bit 8; otherwise it is ignored. The high-speed

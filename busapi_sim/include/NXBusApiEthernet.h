@@ -135,7 +135,9 @@
  *   NXBusApiCan.h. NXETH_GetReplayStateInfo: ui64Timestamp is T of the last
  *   frame sent, ui64SentFrames, ui64SendFailed (the device refused it),
  *   ui64Dropped (stop time or flush), ui64ErrorData; Reserved[0] frames sent
- *   late, Reserved[1] records waiting, Reserved[2] 1 on the high-speed path.
+ *   late, Reserved[1] records waiting, Reserved[2] 1 on the high-speed path,
+ *   Reserved[3] microseconds spent spinning to the frames' times (low 32
+ *   bits).
  *   The kernel's launch-time scheduling is not used: a thread of the library
  *   sleeps until shortly before a frame's time (timer slack 1 ns), then
  *   spins to it, at real-time priority where the system allows it.
