@@ -1,5 +1,7 @@
 #include "library_state.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -145,6 +147,67 @@ void CopyText(const std::string& text, char* out, size_t capacity)
     const size_t n = std::min(text.size(), capacity - 1);
     std::memcpy(out, text.data(), n);
     out[n] = '\0';
+}
+
+int32_t LibraryState::Code(ReplayResult result) const
+{
+    switch (result) {
+    case ReplayResult::Ok: return m_codes.success;
+    case ReplayResult::InvalidRecord: return m_codes.invalidRecord;
+    case ReplayResult::AlreadyStarted: return m_codes.replayStarted;
+    case ReplayResult::InvalidArgument: return m_codes.invalidArgument;
+    }
+    return m_codes.generic;
+}
+
+ReplaySettings LibraryState::ReplayFor(bool highSpeed) const
+{
+    ReplaySettings settings;
+    settings.highSpeed = highSpeed;
+    settings.lateThresholdNs = static_cast<int64_t>(m_config.lateThresholdUs) * 1000;
+    settings.realtimePriority = m_config.replayRealtimePriority;
+    return settings;
+}
+
+bool ParseIpv4(const std::string& text, uint32_t* address)
+{
+    in_addr addr{};
+    if (inet_pton(AF_INET, text.c_str(), &addr) != 1)
+        return false;
+    *address = addr.s_addr;
+    return true;
+}
+
+bool AnyAddressOf(const std::vector<uint32_t>& wanted, const std::vector<uint32_t>& addresses)
+{
+    for (uint32_t a : wanted)
+        if (std::find(addresses.begin(), addresses.end(), a) != addresses.end())
+            return true;
+    return false;
+}
+
+bool SameIdentity(const char* vendor, const char* interfaceName, const char* serial, const std::string& configVendor,
+                  const std::string& configInterface, const std::string& configSerial)
+{
+    return (vendor == nullptr || configVendor == vendor) && (interfaceName == nullptr || configInterface == interfaceName) &&
+           (serial == nullptr || configSerial == serial);
+}
+
+int32_t ErrorTextCall(LibraryState& lib, const char* operation, int32_t error, char* text, size_t capacity)
+{
+    if (text == nullptr)
+        return lib.Codes().invalidArgument;
+    if (lib.Ready() == lib.Codes().success) {
+        const FaultAction fault = lib.CheckFault(operation, {});
+        if (fault.fail)
+            return lib.ApplyFault(fault, nullptr);
+    }
+    try {
+        CopyText(lib.ErrorText(error), text, capacity);
+    } catch (...) {
+        return lib.Codes().generic;
+    }
+    return lib.Codes().success;
 }
 
 }  // namespace nxsim

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstring>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "hardware_clock.h"
+#include "replay_engine.h"
 #include "sim_config.h"
 
 namespace nxsim {
@@ -60,9 +62,12 @@ struct LibraryCodes {
     int32_t success;
     int32_t vendorSpecific;
     int32_t generic;
+    int32_t invalidArgument;
     int32_t invalidHandle;
     int32_t configuration;
     int32_t shutDown;
+    int32_t invalidRecord;            // of a replay stream
+    int32_t replayStarted;            // a start time once the replay has started
     const char* (*baseText)(int32_t code);  // null for an unknown code
     BitRateCheck bitRateCheck;              // for the CAN settings of the file, or null
 };
@@ -73,6 +78,11 @@ public:
     virtual ~LibraryState() = default;
 
     const LibraryCodes& Codes() const { return m_codes; }
+    int32_t Code(ReplayResult result) const;
+
+    // The replay of a channel or interface as the configuration wants it;
+    // the caller adds the limits of its queue.
+    ReplaySettings ReplayFor(bool highSpeed) const;
 
     // Loads the configuration on first use: success, configuration or shut-down code.
     int32_t Ready();
@@ -212,7 +222,96 @@ int32_t HandleCall(LibraryState& lib, HandleTable<T>& handles, const char* opera
     }
 }
 
+// The guards above, for a library `Lib` with a static Instance() and the
+// table of its handles in Handles(): the body gets the library, the object
+// of the handle (or its replay) and the fault.
+template <class Lib, class Body>
+int32_t LibraryCall(const char* operation, const std::string& faultKey, Body body)
+{
+    Lib& lib = Lib::Instance();
+    return GlobalCall(lib, operation, faultKey, [&](const FaultAction& fault) { return body(lib, fault); });
+}
+
+template <class Lib, class Body, class OnFault>
+int32_t ObjectCall(const char* operation, int32_t handle, Body body, OnFault onFault)
+{
+    Lib& lib = Lib::Instance();
+    return HandleCall(
+        lib, lib.Handles(), operation, handle, [&](auto& object, const FaultAction& fault) { return body(lib, object, fault); },
+        onFault);
+}
+
+template <class Lib, class Body>
+int32_t ObjectCall(const char* operation, int32_t handle, Body body)
+{
+    return ObjectCall<Lib>(operation, handle, body, [] {});
+}
+
+template <class Lib, class Body>
+int32_t ReplayCall(const char* operation, int32_t handle, int32_t notReplay, Body body)
+{
+    return ObjectCall<Lib>(operation, handle, [&](Lib&, auto& object, const FaultAction& fault) {
+        ReplayEngine* replay = object.GetReplay();
+        return replay == nullptr ? notReplay : body(*replay, fault);
+    });
+}
+
 // Copies a text into a caller's buffer of `capacity` bytes, NUL-terminated.
 void CopyText(const std::string& text, char* out, size_t capacity);
+
+bool ParseIpv4(const std::string& text, uint32_t* address);
+bool AnyAddressOf(const std::vector<uint32_t>& wanted, const std::vector<uint32_t>& addresses);
+
+// The IPv4 addresses of search attributes (network byte order); texts that
+// are no address find nothing. False for an attribute of another type.
+template <class Attribute>
+bool SearchedAddresses(uint32_t count, const Attribute* attributes, std::vector<uint32_t>* addresses)
+{
+    for (uint32_t i = 0; i < count; ++i) {
+        if (attributes[i].tSearchAttributeType != 1)
+            return false;
+        uint32_t address = 0;
+        const std::string text(attributes[i].szSearchAttribute,
+                               strnlen(attributes[i].szSearchAttribute, sizeof attributes[i].szSearchAttribute));
+        if (ParseIpv4(text, &address))
+            addresses->push_back(address);
+    }
+    return true;
+}
+
+// Whether a registration's vendor, interface name and serial number (each
+// null for any) are those of the configuration.
+bool SameIdentity(const char* vendor, const char* interfaceName, const char* serial, const std::string& configVendor,
+                  const std::string& configInterface, const std::string& configSerial);
+
+// The text of an error code, into a buffer of `capacity`: the texts need no
+// valid configuration, injected faults do.
+int32_t ErrorTextCall(LibraryState& lib, const char* operation, int32_t error, char* text, size_t capacity);
+
+// The last vendor-specific error of a handle, or of the process for handle -1.
+template <class T>
+int32_t VendorErrorCall(LibraryState& lib, HandleTable<T>& handles, const char* operation, int32_t handle,
+                        int32_t* code, char* text, size_t capacity)
+{
+    if (code == nullptr || text == nullptr)
+        return lib.Codes().invalidArgument;
+    std::string message;
+    const int32_t rc =
+        handle == -1 ? GlobalCall(lib, operation, {},
+                                  [&](const FaultAction&) {
+                                      lib.LastVendorError().Get(code, &message);
+                                      return lib.Codes().success;
+                                  })
+                     : HandleCall(
+                           lib, handles, operation, handle,
+                           [&](T& object, const FaultAction&) {
+                               object.LastVendorError().Get(code, &message);
+                               return lib.Codes().success;
+                           },
+                           [] {});
+    if (rc == lib.Codes().success)
+        CopyText(message, text, capacity);
+    return rc;
+}
 
 }  // namespace nxsim

@@ -12,46 +12,22 @@ using nxsim::FaultAction;
 
 namespace {
 
-NXTEthError ToCode(nxsim::ReplayResult result)
-{
-    switch (result) {
-    case nxsim::ReplayResult::Ok: return NXETH_SUCCESS;
-    case nxsim::ReplayResult::InvalidRecord: return NXETH_ERR_INVALID_RECORD;
-    case nxsim::ReplayResult::AlreadyStarted: return NXETH_ERR_REPLAY_ALREADY_STARTED;
-    case nxsim::ReplayResult::InvalidArgument: return NXETH_ERR_INVALID_ARGUMENT;
-    }
-    return NXETH_ERR_GENERIC;
-}
-
 template <typename Body>
 NXTEthError Global(const char* operation, const std::string& faultKey, Body body)
 {
-    EthSimulator& sim = EthSimulator::Instance();
-    return nxsim::GlobalCall(sim, operation, faultKey, [&](const FaultAction& fault) { return body(sim, fault); });
+    return nxsim::LibraryCall<EthSimulator>(operation, faultKey, body);
 }
 
-template <typename Body, typename OnFault>
-NXTEthError WithInterface(const char* operation, NXTEthHandle handle, Body body, OnFault onFault)
+template <typename... Rest>
+NXTEthError WithInterface(const char* operation, NXTEthHandle handle, Rest... rest)
 {
-    EthSimulator& sim = EthSimulator::Instance();
-    return nxsim::HandleCall(
-        sim, sim.Interfaces(), operation, handle,
-        [&](EthInterface& in, const FaultAction& fault) { return body(sim, in, fault); }, onFault);
-}
-
-template <typename Body>
-NXTEthError WithInterface(const char* operation, NXTEthHandle handle, Body body)
-{
-    return WithInterface(operation, handle, body, [] {});
+    return nxsim::ObjectCall<EthSimulator>(operation, handle, rest...);
 }
 
 template <typename Body>
 NXTEthError WithReplay(const char* operation, NXTEthHandle handle, Body body)
 {
-    return WithInterface(operation, handle, [&](EthSimulator&, EthInterface& in, const FaultAction& fault) {
-        nxsim::ReplayEngine* replay = in.GetReplay();
-        return replay == nullptr ? NXETH_ERR_NOT_REPLAY_INTERFACE : body(*replay, fault);
-    });
+    return nxsim::ReplayCall<EthSimulator>(operation, handle, NXETH_ERR_NOT_REPLAY_INTERFACE, body);
 }
 
 // A call whose failure has a detail to tell.
@@ -267,7 +243,7 @@ NXETH_API NXTEthError NXETH_SetReplayStartTime(NXTEthHandle handle, uint64_t sta
                                                NXEEthReplayStartOptions option, uint64_t)
 {
     return WithReplay("NXETH_SetReplayStartTime", handle, [&](nxsim::ReplayEngine& replay, const FaultAction&) {
-        return ToCode(replay.SetStartTime(startTime, offset, option));
+        return EthSimulator::Instance().Code(replay.SetStartTime(startTime, offset, option));
     });
 }
 
@@ -289,7 +265,7 @@ NXETH_API NXTEthError NXETH_ReplayStreamData(NXTEthHandle handle, uint32_t* size
         if (offered > 0 && data == nullptr)
             return NXETH_ERR_INVALID_ARGUMENT;
         *size = offered;
-        return ToCode(replay.Stream(size, data, fault.consumeRecords));
+        return EthSimulator::Instance().Code(replay.Stream(size, data, fault.consumeRecords));
     });
 }
 
@@ -323,44 +299,14 @@ NXETH_API NXTEthError NXETH_GetReplayStateInfo(NXTEthHandle handle, NXSEthReplay
 
 NXETH_API NXTEthError NXETH_GetLastAccessProviderSpecificError(NXTEthHandle handle, int32_t* code, char* text)
 {
-    if (code == nullptr || text == nullptr)
-        return NXETH_ERR_INVALID_ARGUMENT;
-    std::string message;
-    NXTEthError rc;
-    if (handle == NXETH_INVALID_HANDLE) {
-        rc = Global("NXETH_GetLastAccessProviderSpecificError", {}, [&](EthSimulator& sim, const FaultAction&) {
-            sim.LastVendorError().Get(code, &message);
-            return NXETH_SUCCESS;
-        });
-    } else {
-        rc = WithInterface("NXETH_GetLastAccessProviderSpecificError", handle,
-                           [&](EthSimulator&, EthInterface& in, const FaultAction&) {
-                               in.LastVendorError().Get(code, &message);
-                               return NXETH_SUCCESS;
-                           });
-    }
-    if (rc == NXETH_SUCCESS)
-        nxsim::CopyText(message, text, NXETH_TEXT_BUFFER_SIZE);
-    return rc;
+    EthSimulator& sim = EthSimulator::Instance();
+    return nxsim::VendorErrorCall(sim, sim.Handles(), "NXETH_GetLastAccessProviderSpecificError", handle, code, text,
+                                  NXETH_TEXT_BUFFER_SIZE);
 }
 
 NXETH_API NXTEthError NXETH_GetErrorText(NXTEthError error, char* text)
 {
-    if (text == nullptr)
-        return NXETH_ERR_INVALID_ARGUMENT;
-    EthSimulator& sim = EthSimulator::Instance();
-    // The texts do not need a valid configuration; injected faults do.
-    if (sim.Ready() == NXETH_SUCCESS) {
-        const FaultAction fault = sim.CheckFault("NXETH_GetErrorText", {});
-        if (fault.fail)
-            return sim.ApplyFault(fault, nullptr);
-    }
-    try {
-        nxsim::CopyText(sim.ErrorText(error), text, NXETH_TEXT_BUFFER_SIZE);
-    } catch (...) {
-        return NXETH_ERR_GENERIC;
-    }
-    return NXETH_SUCCESS;
+    return nxsim::ErrorTextCall(EthSimulator::Instance(), "NXETH_GetErrorText", error, text, NXETH_TEXT_BUFFER_SIZE);
 }
 
 }  // extern "C"

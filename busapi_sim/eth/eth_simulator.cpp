@@ -1,9 +1,5 @@
 #include "eth_simulator.h"
 
-#include <arpa/inet.h>
-
-#include <cstring>
-
 namespace nxsim {
 
 namespace {
@@ -44,9 +40,18 @@ struct ExitGuard {
     ~ExitGuard() { EthSimulator::Instance().Shutdown(); }
 } g_exitGuard;
 
-const LibraryCodes kCodes{"libNXBusApiEthernet",   NXETH_SUCCESS,       NXETH_ERR_PROVIDER_SPECIFIC,
-                          NXETH_ERR_GENERIC,       NXETH_ERR_INVALID_HANDLE, NXETH_ERR_CONFIGURATION,
-                          NXETH_ERR_SHUT_DOWN,     BaseText,            nullptr};
+const LibraryCodes kCodes{"libNXBusApiEthernet",
+                          NXETH_SUCCESS,
+                          NXETH_ERR_PROVIDER_SPECIFIC,
+                          NXETH_ERR_GENERIC,
+                          NXETH_ERR_INVALID_ARGUMENT,
+                          NXETH_ERR_INVALID_HANDLE,
+                          NXETH_ERR_CONFIGURATION,
+                          NXETH_ERR_SHUT_DOWN,
+                          NXETH_ERR_INVALID_RECORD,
+                          NXETH_ERR_REPLAY_ALREADY_STARTED,
+                          BaseText,
+                          nullptr};
 
 }  // namespace
 
@@ -63,27 +68,13 @@ std::vector<const EthInterfaceConfig*> EthSimulator::Search(uint32_t attributeCo
                                                             NXTEthError* rc)
 {
     std::vector<const EthInterfaceConfig*> found;
-    *rc = NXETH_SUCCESS;
     std::vector<uint32_t> wanted;
-    for (uint32_t i = 0; i < attributeCount; ++i) {
-        if (attributes[i].tSearchAttributeType != NXETH_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS) {
-            *rc = NXETH_ERR_INVALID_ARGUMENT;
-            return found;
-        }
-        const std::string text(attributes[i].szSearchAttribute,
-                               strnlen(attributes[i].szSearchAttribute, sizeof attributes[i].szSearchAttribute));
-        in_addr addr{};
-        if (inet_pton(AF_INET, text.c_str(), &addr) == 1)
-            wanted.push_back(addr.s_addr);
-    }
-    for (const EthInterfaceConfig& in : GetConfig().interfaces) {
-        bool match = attributeCount == 0;
-        for (uint32_t a : wanted)
-            for (uint32_t b : in.addresses)
-                match = match || a == b;
-        if (match && DevicePresent(in.device))
+    *rc = SearchedAddresses(attributeCount, attributes, &wanted) ? NXETH_SUCCESS : NXETH_ERR_INVALID_ARGUMENT;
+    if (*rc != NXETH_SUCCESS)
+        return found;
+    for (const EthInterfaceConfig& in : GetConfig().interfaces)
+        if ((attributeCount == 0 || AnyAddressOf(wanted, in.addresses)) && DevicePresent(in.device))
             found.push_back(&in);
-    }
     return found;
 }
 
@@ -137,9 +128,7 @@ NXTEthError EthSimulator::Register(const char* provider, const char* interfaceNa
         return NXETH_ERR_INTERFACE_NOT_FOUND;
     }
     const EthInterfaceConfig& config = all[slot];
-    if ((provider != nullptr && config.vendor != provider) ||
-        (interfaceName != nullptr && config.interfaceName != interfaceName) ||
-        (serial != nullptr && config.serial != serial)) {
+    if (!SameIdentity(provider, interfaceName, serial, config.vendor, config.interfaceName, config.serial)) {
         SetDetail(NXETH_ERR_INTERFACE_NOT_FOUND,
                   config.id + ": another access provider, interface name or serial number");
         return NXETH_ERR_INTERFACE_NOT_FOUND;
@@ -161,11 +150,8 @@ NXTEthError EthSimulator::Register(const char* provider, const char* interfaceNa
     auto in = std::make_shared<EthInterface>(config, Clock());
     if (replay) {
         const bool offered = (config.capabilities & NXETH_CAPABILITY_HIGH_SPEED_REPLAY) != 0;
-        ReplaySettings settings;
-        settings.highSpeed = highSpeed && offered;
+        ReplaySettings settings = ReplayFor(highSpeed && offered);
         settings.byteLimit = static_cast<size_t>(config.replayQueueBytes) * (settings.highSpeed ? 4 : 1);
-        settings.lateThresholdNs = static_cast<int64_t>(GetConfig().lateThresholdUs) * 1000;
-        settings.realtimePriority = GetConfig().replayRealtimePriority;
         in->MakeReplay(settings);
     }
     *handle = m_interfaces.Add(std::move(in));

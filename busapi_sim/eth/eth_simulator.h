@@ -26,7 +26,7 @@ public:
     NXTEthError Register(const char* provider, const char* interfaceName, const char* serial, const char* identifier,
                          NXTEthHandle* handle, bool replay, bool highSpeed);
     NXTEthError Unregister(NXTEthHandle handle);
-    HandleTable<EthInterface>& Interfaces() { return m_interfaces; }
+    HandleTable<EthInterface>& Handles() { return m_interfaces; }
 
 private:
     EthSimulator();

@@ -14,46 +14,22 @@ using nxsim::Simulator;
 
 namespace {
 
-NXTCanError ToCode(nxsim::ReplayResult result)
-{
-    switch (result) {
-    case nxsim::ReplayResult::Ok: return NXCAN_SUCCESS;
-    case nxsim::ReplayResult::InvalidRecord: return NXCAN_ERR_INVALID_RECORD;
-    case nxsim::ReplayResult::AlreadyStarted: return NXCAN_ERR_REPLAY_ALREADY_STARTED;
-    case nxsim::ReplayResult::InvalidArgument: return NXCAN_ERR_INVALID_ARGUMENT;
-    }
-    return NXCAN_ERR_GENERIC;
-}
-
 template <typename Body>
 NXTCanError Global(const char* operation, const std::string& faultChannel, Body body)
 {
-    Simulator& sim = Simulator::Instance();
-    return nxsim::GlobalCall(sim, operation, faultChannel, [&](const FaultAction& fault) { return body(sim, fault); });
+    return nxsim::LibraryCall<Simulator>(operation, faultChannel, body);
 }
 
-template <typename Body, typename OnFault>
-NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Body body, OnFault onFault)
+template <typename... Rest>
+NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Rest... rest)
 {
-    Simulator& sim = Simulator::Instance();
-    return nxsim::HandleCall(
-        sim, sim.Channels(), operation, handle,
-        [&](Channel& channel, const FaultAction& fault) { return body(sim, channel, fault); }, onFault);
-}
-
-template <typename Body>
-NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Body body)
-{
-    return WithChannel(operation, handle, body, [] {});
+    return nxsim::ObjectCall<Simulator>(operation, handle, rest...);
 }
 
 template <typename Body>
 NXTCanError WithReplay(const char* operation, NXTCanHandle handle, Body body)
 {
-    return WithChannel(operation, handle, [&](Simulator&, Channel& ch, const FaultAction& fault) {
-        nxsim::ReplayEngine* replay = ch.GetReplay();
-        return replay == nullptr ? NXCAN_ERR_NOT_REPLAY_CHANNEL : body(*replay, fault);
-    });
+    return nxsim::ReplayCall<Simulator>(operation, handle, NXCAN_ERR_NOT_REPLAY_CHANNEL, body);
 }
 
 }  // namespace
@@ -255,7 +231,7 @@ NXCAN_API NXTCanError NXCAN_SetReplayStartTime(NXTCanHandle handle, uint64_t sta
                                                NXECanReplayStartOptions option, uint64_t)
 {
     return WithReplay("NXCAN_SetReplayStartTime", handle, [&](nxsim::ReplayEngine& replay, const FaultAction&) {
-        return ToCode(replay.SetStartTime(startTime, offset, option));
+        return Simulator::Instance().Code(replay.SetStartTime(startTime, offset, option));
     });
 }
 
@@ -277,7 +253,7 @@ NXCAN_API NXTCanError NXCAN_ReplayStreamData(NXTCanHandle handle, uint32_t* size
         if (offered > 0 && data == nullptr)
             return NXCAN_ERR_INVALID_ARGUMENT;
         *size = offered;
-        return ToCode(replay.Stream(size, data, fault.consumeRecords));
+        return Simulator::Instance().Code(replay.Stream(size, data, fault.consumeRecords));
     });
 }
 
@@ -312,24 +288,9 @@ NXCAN_API NXTCanError NXCAN_GetReplayStateInfo(NXTCanHandle handle, NXSCanReplay
 
 NXCAN_API NXTCanError NXCAN_GetLastVendorSpecificError(NXTCanHandle handle, int32_t* code, char* text)
 {
-    if (code == nullptr || text == nullptr)
-        return NXCAN_ERR_INVALID_ARGUMENT;
-    std::string message;
-    NXTCanError rc;
-    if (handle == NXCAN_INVALID_HANDLE) {
-        rc = Global("NXCAN_GetLastVendorSpecificError", {}, [&](Simulator& sim, const FaultAction&) {
-            sim.LastVendorError().Get(code, &message);
-            return NXCAN_SUCCESS;
-        });
-    } else {
-        rc = WithChannel("NXCAN_GetLastVendorSpecificError", handle, [&](Simulator&, Channel& ch, const FaultAction&) {
-            ch.LastVendorError().Get(code, &message);
-            return NXCAN_SUCCESS;
-        });
-    }
-    if (rc == NXCAN_SUCCESS)
-        nxsim::CopyText(message, text, NXCAN_TEXT_BUFFER_SIZE);
-    return rc;
+    Simulator& sim = Simulator::Instance();
+    return nxsim::VendorErrorCall(sim, sim.Handles(), "NXCAN_GetLastVendorSpecificError", handle, code, text,
+                                  NXCAN_TEXT_BUFFER_SIZE);
 }
 
 NXCAN_API NXTCanError NXCAN_ConvertBaudrateToBitTimingParameters(uint32_t clockFrequency, uint32_t baudrate,
@@ -353,21 +314,7 @@ NXCAN_API NXTCanError NXCAN_ConvertBitTimingParametersToBaudrate(uint32_t clockF
 
 NXCAN_API NXTCanError NXCAN_GetErrorText(NXTCanError error, char* text)
 {
-    if (text == nullptr)
-        return NXCAN_ERR_INVALID_ARGUMENT;
-    Simulator& sim = Simulator::Instance();
-    // The texts do not need a valid configuration; injected faults do.
-    if (sim.Ready() == NXCAN_SUCCESS) {
-        const FaultAction fault = sim.CheckFault("NXCAN_GetErrorText", {});
-        if (fault.fail)
-            return sim.ApplyFault(fault, nullptr);
-    }
-    try {
-        nxsim::CopyText(sim.ErrorText(error), text, NXCAN_TEXT_BUFFER_SIZE);
-    } catch (...) {
-        return NXCAN_ERR_GENERIC;
-    }
-    return NXCAN_SUCCESS;
+    return nxsim::ErrorTextCall(Simulator::Instance(), "NXCAN_GetErrorText", error, text, NXCAN_TEXT_BUFFER_SIZE);
 }
 
 }  // extern "C"

@@ -1,7 +1,5 @@
 #include "simulator.h"
 
-#include <arpa/inet.h>
-
 #include <cstring>
 
 #include "sim_frame.h"
@@ -51,9 +49,18 @@ bool BitRateReachable(uint32_t clock, uint32_t rate)
     return BaudrateToTiming(clock, rate, &t) == NXCAN_SUCCESS;
 }
 
-const LibraryCodes kCodes{"libNXBusApiCan",        NXCAN_SUCCESS,       NXCAN_ERR_VENDOR_SPECIFIC,
-                          NXCAN_ERR_GENERIC,       NXCAN_ERR_INVALID_HANDLE, NXCAN_ERR_CONFIGURATION,
-                          NXCAN_ERR_SHUT_DOWN,     BaseText,            BitRateReachable};
+const LibraryCodes kCodes{"libNXBusApiCan",
+                          NXCAN_SUCCESS,
+                          NXCAN_ERR_VENDOR_SPECIFIC,
+                          NXCAN_ERR_GENERIC,
+                          NXCAN_ERR_INVALID_ARGUMENT,
+                          NXCAN_ERR_INVALID_HANDLE,
+                          NXCAN_ERR_CONFIGURATION,
+                          NXCAN_ERR_SHUT_DOWN,
+                          NXCAN_ERR_INVALID_RECORD,
+                          NXCAN_ERR_REPLAY_ALREADY_STARTED,
+                          BaseText,
+                          BitRateReachable};
 
 }  // namespace
 
@@ -77,29 +84,14 @@ std::vector<const ChannelConfig*> Simulator::Search(uint32_t attributeCount,
                                                     NXTCanError* rc) const
 {
     std::vector<const ChannelConfig*> found;
-    *rc = NXCAN_SUCCESS;
     std::vector<uint32_t> wanted;
-    for (uint32_t i = 0; i < attributeCount; ++i) {
-        if (attributes[i].tSearchAttributeType != NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS) {
-            *rc = NXCAN_ERR_INVALID_ARGUMENT;
-            return found;
-        }
-        const std::string text(attributes[i].szSearchAttribute,
-                               strnlen(attributes[i].szSearchAttribute, sizeof attributes[i].szSearchAttribute));
-        in_addr addr{};
-        if (inet_pton(AF_INET, text.c_str(), &addr) == 1)
-            wanted.push_back(addr.s_addr);
-    }
+    *rc = SearchedAddresses(attributeCount, attributes, &wanted) ? NXCAN_SUCCESS : NXCAN_ERR_INVALID_ARGUMENT;
+    if (*rc != NXCAN_SUCCESS)
+        return found;
     const Config& config = GetConfig();
-    for (const ChannelConfig& ch : config.channels) {
-        const BusConfig& bus = config.buses[ch.bus];
-        bool match = attributeCount == 0;
-        for (uint32_t a : wanted)
-            for (uint32_t b : bus.addresses)
-                match = match || a == b;
-        if (match)
+    for (const ChannelConfig& ch : config.channels)
+        if (attributeCount == 0 || AnyAddressOf(wanted, config.buses[ch.bus].addresses))
             found.push_back(&ch);
-    }
     return found;
 }
 
@@ -116,9 +108,7 @@ NXTCanError Simulator::Register(const char* vendor, const char* interfaceName, c
         SetDetail(NXCAN_ERR_CHANNEL_NOT_FOUND, std::string("no channel '") + identifier + "'");
         return NXCAN_ERR_CHANNEL_NOT_FOUND;
     }
-    if ((vendor != nullptr && config->vendor != vendor) ||
-        (interfaceName != nullptr && config->interfaceName != interfaceName) ||
-        (serial != nullptr && config->serial != serial)) {
+    if (!SameIdentity(vendor, interfaceName, serial, config->vendor, config->interfaceName, config->serial)) {
         SetDetail(NXCAN_ERR_CHANNEL_NOT_FOUND,
                   std::string("channel '") + identifier + "' has another vendor, interface or serial number");
         return NXCAN_ERR_CHANNEL_NOT_FOUND;
@@ -144,13 +134,9 @@ NXTCanError Simulator::Register(const char* vendor, const char* interfaceName, c
     auto channel = std::make_shared<Channel>(*config, bus);
     if (replay) {
         const bool offered = (config->capabilities & NXCAN_CAPABILITY_HIGH_SPEED_REPLAY) != 0;
-        const uint32_t records = GetConfig().buses[config->bus].replayQueueLimit * (highSpeed && offered ? 4 : 1);
-        ReplaySettings settings;
-        settings.recordLimit = records;
-        settings.byteLimit = records * RecordQueue::Footprint(sizeof(WireFrame));
-        settings.highSpeed = highSpeed && offered;
-        settings.lateThresholdNs = static_cast<int64_t>(GetConfig().lateThresholdUs) * 1000;
-        settings.realtimePriority = GetConfig().replayRealtimePriority;
+        ReplaySettings settings = ReplayFor(highSpeed && offered);
+        settings.recordLimit = GetConfig().buses[config->bus].replayQueueLimit * (settings.highSpeed ? 4 : 1);
+        settings.byteLimit = settings.recordLimit * RecordQueue::Footprint(sizeof(WireFrame));
         channel->MakeReplay(settings);
     }
     *handle = m_channels.Add(std::move(channel));

@@ -24,7 +24,7 @@ public:
     NXTCanError Register(const char* vendor, const char* interfaceName, const char* serial, const char* identifier,
                          NXTCanHandle* handle, bool replay, bool highSpeed);
     NXTCanError Unregister(NXTCanHandle handle);
-    HandleTable<Channel>& Channels() { return m_channels; }
+    HandleTable<Channel>& Handles() { return m_channels; }
 
     Bus* FindBus(const std::string& name);
 
