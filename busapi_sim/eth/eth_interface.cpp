@@ -98,6 +98,7 @@ NXTEthError EthInterface::Init(std::string* detail)
         return NXETH_ERR_DEVICE;
     }
     m_txFd = fd;
+    m_mtu = m_device.mtu;
     m_state = State::Initialised;
     return NXETH_SUCCESS;
 }
@@ -122,8 +123,11 @@ NXTEthError EthInterface::Activate(std::string* detail)
         m_rx = std::move(ring);
         m_pendingDrops = 0;
     }
-    if (const NXTEthError rc = ApplyFilterLocked(detail); rc != NXETH_SUCCESS)
+    if (const NXTEthError rc = ApplyFilterLocked(detail); rc != NXETH_SUCCESS) {
+        std::lock_guard<std::mutex> rxLock(m_rxMutex);
+        m_rx.reset();
         return rc;
+    }
     m_state = State::Active;
     return NXETH_SUCCESS;
 }
@@ -305,7 +309,7 @@ NXTEthError EthInterface::Transmit(uint32_t size, const uint8_t* frames, uint32_
             return NXETH_ERR_INVALID_ARGUMENT;
         }
         const int64_t bytes = WireBytes(header.tFrameType, header.ulRawDataLength);
-        if (bytes < 0 || !Sendable(static_cast<uint32_t>(bytes), m_device.mtu)) {
+        if (bytes < 0 || !Sendable(static_cast<uint32_t>(bytes), m_mtu)) {
             *detail = "frame " + std::to_string(m_iov.size()) + ": type " + std::to_string(header.tFrameType) +
                       ", " + std::to_string(header.ulRawDataLength) + " bytes";
             return NXETH_ERR_INVALID_FRAME;
@@ -422,7 +426,7 @@ StreamRecord EthInterface::ReadRecord(const uint8_t* data, uint32_t available)
         return record;
     }
     const int64_t bytes = WireBytes(head.tMsgHeader.tFrameType, length);
-    if (bytes < 0 || !Sendable(static_cast<uint32_t>(bytes), m_device.mtu)) {
+    if (bytes < 0 || !Sendable(static_cast<uint32_t>(bytes), m_mtu)) {
         record.kind = StreamRecord::Kind::InvalidContents;
         return record;
     }

@@ -76,6 +76,7 @@ private:
     std::mutex m_mutex;  // state, sockets, filter
     std::atomic<State> m_state{State::Registered};
     DeviceInfo m_device;
+    std::atomic<uint32_t> m_mtu{1500};  // of the device, once initialised
     std::atomic<int> m_txFd{-1};
     std::vector<uint8_t> m_filterProgram;  // struct sock_filter[], compiled; empty: none
 

@@ -74,7 +74,8 @@ public:
         m_bytes.resize(at + RTA_ALIGN(RTA_LENGTH(size)));
         rtattr attr{static_cast<unsigned short>(RTA_LENGTH(size)), type};
         std::memcpy(&m_bytes[at], &attr, sizeof attr);
-        std::memcpy(&m_bytes[at + RTA_LENGTH(0)], data, size);
+        if (size > 0)
+            std::memcpy(&m_bytes[at + RTA_LENGTH(0)], data, size);
     }
     size_t Begin(uint16_t type)
     {

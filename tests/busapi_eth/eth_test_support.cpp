@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -115,7 +116,7 @@ uint64_t TicksPerSecond(NXTEthHandle handle)
 
 Bytes TestFrame(size_t length, uint32_t sequence)
 {
-    Bytes frame(length);
+    Bytes frame(std::max<size_t>(length, 18));
     std::memcpy(&frame[0], kTo, 6);
     std::memcpy(&frame[6], kFrom, 6);
     frame[12] = 0x88;
@@ -124,6 +125,7 @@ Bytes TestFrame(size_t length, uint32_t sequence)
         frame[14 + i] = static_cast<uint8_t>(sequence >> (24 - 8 * i));
     for (size_t i = 18; i < length; ++i)
         frame[i] = static_cast<uint8_t>(i * 7 + sequence);
+    frame.resize(length);  // a frame too short to be sent, for the tests of refusal
     return frame;
 }
 

@@ -23,7 +23,8 @@ void Append(Bytes& stream, const Record& r, bool end = false)
     const size_t at = stream.size();
     stream.resize(at + size);
     std::memcpy(&stream[at], &head, sizeof head - sizeof head.ui64StartOfFrameData);
-    std::memcpy(&stream[at + offsetof(NXSEthReplayData, ui64StartOfFrameData)], r.data.data(), r.data.size());
+    if (!r.data.empty())
+        std::memcpy(&stream[at + offsetof(NXSEthReplayData, ui64StartOfFrameData)], r.data.data(), r.data.size());
 }
 
 NXSEthReplayStatusInfo Status(NXTEthHandle h)
