@@ -34,6 +34,7 @@
 #include "NxBusLibraryPaths.h"
 #include "OnSimulatedBus.h"
 #include "ThreadCpu.h"
+#include "WakeLatency.h"
 #include "eth_api_table.h"
 
 namespace {
@@ -388,6 +389,10 @@ bool Replay()
     veldor_bench::ThreadCpuNs("nxsim-replay", &realtime);
     std::printf("  the replay thread runs at %s\n", realtime ? "real-time priority (SCHED_FIFO)" : "normal priority");
     const bool ok = ReplayAt(tx, rx, 1000, 3000) & ReplayAt(tx, rx, 10000, 20000);
+    const veldor_bench::WakeLatency w = veldor_bench::MeasureWakeLatency();
+    std::printf("  peer: how late this machine wakes a %s thread from a timed sleep (us): p50 %.0f  p99 %.0f  "
+                "p99.9 %.0f  max %.0f\n",
+                w.realtime ? "real-time" : "normal", w.p50, w.p99, w.p999, w.max);
     Close(tx);
     Close(rx);
     return ok;

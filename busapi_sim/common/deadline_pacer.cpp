@@ -34,10 +34,10 @@ bool PrepareTimingThread(const char* name, int priority)
     return pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0;
 }
 
-DeadlinePacer::DeadlinePacer() : m_raisedAtNs(MonotonicNs()) {}
-
 int64_t DeadlinePacer::LeadNs(int64_t nowNs) const
 {
+    if (m_raisedAtNs == 0)
+        return m_raisedLeadNs;
     const int64_t halvings = std::max<int64_t>(0, nowNs - m_raisedAtNs) / kHalfLifeNs;
     return halvings >= 16 ? kMinLeadNs : std::max(kMinLeadNs, m_raisedLeadNs >> halvings);
 }
@@ -45,7 +45,11 @@ int64_t DeadlinePacer::LeadNs(int64_t nowNs) const
 void DeadlinePacer::NoteWake(int64_t targetNs, int64_t wokeNs)
 {
     const int64_t wanted = std::min(kMaxLeadNs, std::max<int64_t>(0, wokeNs - targetNs) + kLeadMarginNs);
-    if (wanted > LeadNs(wokeNs)) {
+    if (m_raisedAtNs == 0) {
+        // The first wake-up: the longest lead starts coming down from here.
+        m_raisedLeadNs = std::max(m_raisedLeadNs, wanted);
+        m_raisedAtNs = wokeNs;
+    } else if (wanted > LeadNs(wokeNs)) {
         m_raisedLeadNs = wanted;
         m_raisedAtNs = wokeNs;
     }

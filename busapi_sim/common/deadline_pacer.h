@@ -22,9 +22,9 @@ bool PrepareTimingThread(const char* name, int priority);
 
 class DeadlinePacer {
 public:
-    // Starts with the longest lead: the first deadlines of a thread are met
-    // before it knows how late its wake-ups come.
-    DeadlinePacer();
+    // Starts with the longest lead, which comes down from the first wake-up
+    // on: the first deadlines of a thread are met before it knows how late
+    // its wake-ups come.
 
     static constexpr int64_t kMinLeadNs = 20000;
     static constexpr int64_t kMaxLeadNs = 300000;
@@ -46,7 +46,7 @@ public:
 
 private:
     int64_t m_raisedLeadNs = kMaxLeadNs;  // the lead as it was raised last
-    int64_t m_raisedAtNs;
+    int64_t m_raisedAtNs = 0;             // 0: no wake-up yet
     std::atomic<uint64_t> m_spunNs{0};
 };
 
