@@ -4,7 +4,7 @@
 PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
             libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev \
             python3-can clang libclang-rt-14-dev \
-            zlib1g-dev libpcap0.8-dev iproute2 tcpdump tcpreplay python3-scapy
+            libdeflate-dev libpcap0.8-dev iproute2 tcpdump tcpreplay python3-scapy
 JOBS       ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -194,7 +194,10 @@ bool SetLineRate(int ifindex, uint64_t bitRate, uint32_t mtu, std::string* error
 
 uint32_t FrameCheckSequence(const uint8_t* data, size_t size)
 {
-    return static_cast<uint32_t>(crc32(0L, data, static_cast<uInt>(size)));
+    // The Ethernet polynomial, computed with the processor's carry-less
+    // multiplication where it has one: a tenth of a microsecond for the
+    // largest frame.
+    return libdeflate_crc32(0, data, size);
 }
 
 int64_t RealtimeMinusMonotonicNs()
