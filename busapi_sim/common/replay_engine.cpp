@@ -288,12 +288,12 @@ void ReplayEngine::Run()
             continue;
         }
         if (m_queue.Count() == 0 || !m_startKnown) {
-            if (stopSet && m_startKnown)
-                m_wake.wait_until(lock, SteadyAt(std::min(m_clock.MonoNsAt(static_cast<int64_t>(std::min<uint64_t>(
-                                                              m_stop, INT64_MAX / 1000))),
-                                                          nowNs + kLongestSleepNs)));
-            else
+            if (stopSet && m_startKnown) {
+                const int64_t stopNs = m_clock.MonoNsAt(static_cast<int64_t>(std::min<uint64_t>(m_stop, INT64_MAX / 1000)));
+                m_wake.wait_until(lock, SteadyAt(std::min(stopNs, nowNs + kLongestSleepNs)));
+            } else {
                 m_wake.wait(lock);
+            }
             continue;
         }
         const RecordQueue::Entry head = m_queue.Front();
@@ -313,10 +313,10 @@ void ReplayEngine::Run()
         if (nowNs < emitNs) {
             // Sleep to shortly before the deadline, then spin to it. Anything
             // that changes the queue or the times wakes the sleep, and all
-            // is looked at again.
-            // Frames closer together than twice the lead are spun to half the
-            // time at most: a real-time thread that never slept would be
-            // throttled by the kernel, and take the whole core meanwhile.
+            // is looked at again. Frames closer together than twice the lead
+            // are spun to for half the time between them at most: a
+            // real-time thread that never slept would take the whole core,
+            // and the kernel would throttle it.
             const int64_t spacing = m_lastEmitNs > 0 ? emitNs - m_lastEmitNs : DeadlinePacer::kMaxLeadNs;
             const int64_t wake =
                 std::max(m_pacer.WakeFor(emitNs, nowNs), emitNs - std::max(DeadlinePacer::kMinLeadNs, spacing / 2));
