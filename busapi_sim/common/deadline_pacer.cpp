@@ -34,6 +34,19 @@ bool PrepareTimingThread(const char* name, int priority)
     return pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0;
 }
 
+int64_t DeadlinePacer::BudgetAt(int64_t nowNs)
+{
+    if (m_budgetAtNs != 0)
+        m_budgetNs = std::min(kBudgetNs, m_budgetNs + std::max<int64_t>(0, nowNs - m_budgetAtNs) / 2);
+    m_budgetAtNs = nowNs;
+    return m_budgetNs;
+}
+
+int64_t DeadlinePacer::WakeFor(int64_t deadlineNs, int64_t nowNs)
+{
+    return deadlineNs - std::max<int64_t>(0, std::min(LeadNs(nowNs), BudgetAt(nowNs)));
+}
+
 int64_t DeadlinePacer::LeadNs(int64_t nowNs) const
 {
     if (m_raisedAtNs == 0)
@@ -63,6 +76,8 @@ int64_t DeadlinePacer::SpinUntil(int64_t deadlineNs)
         Relax();
         now = MonotonicNs();
     }
+    BudgetAt(begin);
+    m_budgetNs -= now - begin;
     m_spunNs.fetch_add(static_cast<uint64_t>(now - begin), std::memory_order_relaxed);
     return now;
 }

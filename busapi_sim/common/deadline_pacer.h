@@ -1,12 +1,17 @@
 // Emission on time. A thread that must act at absolute deadlines on the
 // hardware clock sleeps until shortly before each deadline, with its timer
-// slack at the minimum, and spins through the rest. How long before the
-// deadline the sleep ends (the lead) follows how late this machine's
-// wake-ups come: it rises at once to cover a late wake-up, up to a bound,
-// and halves every 20 ms of time after it. A quiet machine spins little, a
-// busy one more, and never for long: a thread whose deadlines follow each
-// other more closely than the lead spins through them, and gets back to
-// sleeping as the lead comes down.
+// slack at the minimum, and spins through the rest.
+//
+// How long before the deadline the sleep ends (the lead) follows how late
+// this machine's wake-ups come: it rises at once to cover a late wake-up, up
+// to a bound, and halves every 20 ms of time after it. It starts at the
+// bound, so that the first deadlines are met before the thread knows its
+// wake-ups. Deadlines closer together than the lead are spun through.
+//
+// Spinning draws on a budget that fills at half the time that passes, up to
+// 2 ms: a burst of deadlines is spun through, but a thread never spins more
+// than about half of its time, for then it would take a whole core, and a
+// real-time thread would be throttled by the kernel.
 #pragma once
 
 #include <atomic>
@@ -22,17 +27,13 @@ bool PrepareTimingThread(const char* name, int priority);
 
 class DeadlinePacer {
 public:
-    // Starts with the longest lead, which comes down from the first wake-up
-    // on: the first deadlines of a thread are met before it knows how late
-    // its wake-ups come.
-
     static constexpr int64_t kMinLeadNs = 20000;
     static constexpr int64_t kMaxLeadNs = 300000;
     static constexpr int64_t kHalfLifeNs = 20000000;
+    static constexpr int64_t kBudgetNs = 2000000;
 
     // When to stop sleeping for a deadline, seen at `nowNs` (monotonic).
-    int64_t WakeFor(int64_t deadlineNs, int64_t nowNs) const { return deadlineNs - LeadNs(nowNs); }
-    int64_t LeadNs(int64_t nowNs) const;
+    int64_t WakeFor(int64_t deadlineNs, int64_t nowNs);
 
     // A sleep meant to end at `targetNs` ended at `wokeNs` (monotonic).
     void NoteWake(int64_t targetNs, int64_t wokeNs);
@@ -45,8 +46,13 @@ public:
     uint64_t SpunNs() const { return m_spunNs.load(std::memory_order_relaxed); }
 
 private:
+    int64_t LeadNs(int64_t nowNs) const;
+    int64_t BudgetAt(int64_t nowNs);
+
     int64_t m_raisedLeadNs = kMaxLeadNs;  // the lead as it was raised last
     int64_t m_raisedAtNs = 0;             // 0: no wake-up yet
+    int64_t m_budgetNs = kBudgetNs;       // spinning allowed, as of m_budgetAtNs
+    int64_t m_budgetAtNs = 0;
     std::atomic<uint64_t> m_spunNs{0};
 };
 

@@ -313,13 +313,8 @@ void ReplayEngine::Run()
         if (nowNs < emitNs) {
             // Sleep to shortly before the deadline, then spin to it. Anything
             // that changes the queue or the times wakes the sleep, and all
-            // is looked at again. Frames closer together than twice the lead
-            // are spun to for half the time between them at most: a
-            // real-time thread that never slept would take the whole core,
-            // and the kernel would throttle it.
-            const int64_t spacing = m_lastEmitNs > 0 ? emitNs - m_lastEmitNs : DeadlinePacer::kMaxLeadNs;
-            const int64_t wake =
-                std::max(m_pacer.WakeFor(emitNs, nowNs), emitNs - std::max(DeadlinePacer::kMinLeadNs, spacing / 2));
+            // is looked at again.
+            const int64_t wake = m_pacer.WakeFor(emitNs, nowNs);
             if (nowNs < wake) {
                 const int64_t until = std::min(wake, nowNs + kLongestSleepNs);
                 if (m_wake.wait_until(lock, SteadyAt(until)) == std::cv_status::timeout && until == wake)
@@ -332,7 +327,6 @@ void ReplayEngine::Run()
             continue;
         }
         m_emitting.assign(head.payload, head.payload + head.size);  // room kept from the first frames on
-        m_lastEmitNs = emitNs;
         const uint64_t timestamp = head.timestamp;
         m_queue.Pop();
         m_emittedAny = true;

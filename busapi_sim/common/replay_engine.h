@@ -173,7 +173,6 @@ private:
     uint64_t m_late = 0;
 
     DeadlinePacer m_pacer;
-    int64_t m_lastEmitNs = 0;  // the deadline of the frame emitted last
     std::vector<uint8_t> m_emitting;
     std::thread m_thread;
 };
