@@ -59,7 +59,9 @@ void EngineClock::WriteBase(const Base& base)
 VELDTimestamp EngineClock::At(const Base& base, VELDTimestamp monotonic)
 {
     if (base.paused || base.speed == 0) return base.time;
-    return base.time + (monotonic - base.monotonic) * base.speed / 1000;
+    const VELDTimestamp elapsed = monotonic - base.monotonic;
+    // Real time, the usual case, needs no division.
+    return base.time + (base.speed == 1000 ? elapsed : elapsed * base.speed / 1000);
 }
 
 VELDTimestamp EngineClock::Now() const { return At(ReadBase(), Monotonic()); }

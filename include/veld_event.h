@@ -34,8 +34,8 @@ public:
     // The multi-event wait itself, for the kernel's event service: registers
     // the calling thread's record in every event, tests the states in array
     // order and returns the first index set, or VELD::TimeOut. An event
-    // already set answers at once; one that is set within a short spin
-    // answers without a registration or a system call.
+    // already set answers at once; without a time limit, one that is set
+    // within a short spin answers without a registration or a system call.
     static int WaitForAny(int n, VELDEvent** events, long timeout);
 
     // Bumped by each Set of an event that the thread waits on; the thread
