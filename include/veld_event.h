@@ -54,8 +54,14 @@ public:
     // Sets the event and wakes every thread waiting on it; it stays set until
     // Reset. Setting a set event does nothing. With nobody waiting, no lock
     // and no system call.
-    void Set();
-    void Reset();
+    void Set()
+    {
+        if (!(m_state.load(std::memory_order_relaxed) & kSetBit)) SetClear();
+    }
+    void Reset()
+    {
+        if (m_state.load(std::memory_order_relaxed) & kSetBit) m_state.fetch_and(~kSetBit, std::memory_order_relaxed);
+    }
     bool IsSet() const { return (m_state.load(std::memory_order_acquire) & kSetBit) != 0; }
 
     // Waits on this event alone: 0 when set, VELD::TimeOut after `timeout`
@@ -93,6 +99,7 @@ public:
     std::atomic<bool> m_isInTimerList;
 
 private:
+    void SetClear();
     void SetAndWake();
 };
 
@@ -215,8 +222,14 @@ public:
     void AchieveWaitX(int r, int result);
     // Takes `mutex` and clears r's waiting mark; the caller releases it.
     void AbortWaitX(int r);
-    // With `mutex` held: sets the event of every waiting reader.
-    void Signal();
+    // With `mutex` held: sets the event of every waiting reader; numbers at
+    // or past nbEvents were never subscribed. A reader that waits but does
+    // not sleep yet costs one atomic operation, one already woken none.
+    void Signal()
+    {
+        for (int r = 0; r < nbEvents; ++r)
+            if (waiting[r] && events[r]) events[r]->Set();
+    }
     // Sets the abort event: every waiter leaves.
     void CutConnection();
 

@@ -34,7 +34,7 @@ VELDIOElt* VELDOutputWriting::StartWriting(const VELDModuleContext& module, VELD
     VELDOutputImplementation& out = Implementation(output);
     VELDListIterator slot;
     try {
-        slot = out.monitor->StartWriting();
+        slot = out.monitor->VELDFastIO<VELDIOEltImplementation>::StartWriting(nullptr);
     } catch (int code) {
         if (code == VELD::ModuleDied) throw;
         char text[256];
@@ -77,7 +77,7 @@ void VELDOutputWriting::StopWriting(const VELDModuleContext& module, VELDIOElt* 
     elt.timestamp = ResolveTimestamp(out, elt.timestamp, elt.timeOfIssue);
     out.monitor->StopWriting(VELDIOMonitorImplementation::SlotOf(elt.fastElt), discard);
     // Published or dropped by subsampling, the sequential readers are told.
-    if (!discard) CallSequentialComponents(out);
+    if (!discard && out.nbSequentialInputs.load(std::memory_order_acquire) != 0) CallSequentialComponents(out);
 }
 
 VELDTimestamp VELDOutputWriting::ResolveTimestamp(VELDOutputImplementation& output, VELDTimestamp timestamp,

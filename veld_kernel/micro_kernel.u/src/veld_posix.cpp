@@ -53,7 +53,7 @@ VELDEvent::~VELDEvent()
         if (VELDEventService* service = VELDPrivate::kernel->GetEventService()) service->ResetTrigger(this);
 }
 
-void VELDEvent::Set()
+void VELDEvent::SetClear()
 {
     int state = m_state.load(std::memory_order_relaxed);
     // Nobody registered: one compare-and-swap. A thread that registers
@@ -80,11 +80,6 @@ void VELDEvent::SetAndWake()
         }
     }
     m_mutex.Release();
-}
-
-void VELDEvent::Reset()
-{
-    if (m_state.load(std::memory_order_relaxed) & kSetBit) m_state.fetch_and(~kSetBit, std::memory_order_relaxed);
 }
 
 int VELDEvent::Wait(long timeout)
