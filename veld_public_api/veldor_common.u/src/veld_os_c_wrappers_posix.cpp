@@ -67,11 +67,11 @@ bool VELDMutex::TryLock()
 void VELDMutex::LockContended()
 {
     for (int i = 0; i < kSpins; ++i) {
-        VELD::SpinPause();
         int expected = kFree;
         if (m_state.load(std::memory_order_relaxed) == kFree &&
             m_state.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
             return;
+        VELD::SpinPause();
     }
     while (m_state.exchange(kSleepers, std::memory_order_acquire) != kFree) VELD::FutexWait(&m_state, kSleepers, nullptr);
 }
