@@ -43,9 +43,10 @@ VELDIOElt* VELDOutputWriting::StartWriting(const VELDModuleContext& module, VELD
         return nullptr;
     }
     if (!slot.ptr) return nullptr;
-    VELDIOEltImplementation& element = (*out.monitor)[slot];
+    VELDFastIOElt<VELDIOEltImplementation>& record = VELDIOMonitorImplementation::ItemOf(slot)->value;
+    VELDIOEltImplementation& element = record.elt;
     element.output = &output;
-    element.fastElt = &VELDIOMonitorImplementation::ItemOf(slot)->value;
+    element.fastElt = &record;
     element.timeOfIssue = 0;
     element.timestamp = 0;
     return &element;
@@ -71,7 +72,8 @@ void VELDOutputWriting::StopWriting(const VELDModuleContext& module, VELDIOElt* 
         ModuleError(module, text);
         return;
     }
-    if (elt.timeOfIssue == 0) elt.timeOfIssue = VELD::CurrentTime(true, true);
+    // The kernel's clock, asked directly: one read of the monotonic clock.
+    if (elt.timeOfIssue == 0) elt.timeOfIssue = VELDPrivate::kernel->CurrentTime(true, true);
     if (elt.timestamp == 0) elt.timestamp = elt.timeOfIssue;
     VELDOutputImplementation& out = Implementation(*elt.output);
     elt.timestamp = ResolveTimestamp(out, elt.timestamp, elt.timeOfIssue);
