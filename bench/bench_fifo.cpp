@@ -48,6 +48,10 @@ namespace {
 const long kBatch = 20000;
 const int kCapacity = 16;  // ring slots, queue capacity
 
+// Our machines are shared: every case runs five times, the repetitions of
+// all cases interleaved at random (see main), and the goals take medians.
+void Repeated(benchmark::internal::Benchmark* b) { b->Repetitions(5)->ReportAggregatesOnly(true); }
+
 // ---------------------------------------------------------------------------
 // The FIFO of an output
 
@@ -189,10 +193,10 @@ void QueueHandOff(benchmark::State& state)
 void Baseline_MutexQueue(benchmark::State& state) { QueueHandOff<MutexQueue>(state); }
 void Baseline_SpscQueue(benchmark::State& state) { QueueHandOff<SpscQueue>(state); }
 
-BENCHMARK(Fifo_FifoReader)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(Fifo_NeverSkippingReader)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(Baseline_MutexQueue)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(Baseline_SpscQueue)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Fifo_FifoReader)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond)->Apply(Repeated);
+BENCHMARK(Fifo_NeverSkippingReader)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond)->Apply(Repeated);
+BENCHMARK(Baseline_MutexQueue)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond)->Apply(Repeated);
+BENCHMARK(Baseline_SpscQueue)->Arg(1)->Arg(8)->UseRealTime()->Unit(benchmark::kMillisecond)->Apply(Repeated);
 
 // ---------------------------------------------------------------------------
 // One uncontended write and read, on one thread
@@ -224,9 +228,9 @@ void QueueWriteAndRead(benchmark::State& state)
 void Baseline_MutexQueue_WriteAndRead(benchmark::State& state) { QueueWriteAndRead<MutexQueue>(state); }
 void Baseline_SpscQueue_WriteAndRead(benchmark::State& state) { QueueWriteAndRead<SpscQueue>(state); }
 
-BENCHMARK(Fifo_WriteAndRead);
-BENCHMARK(Baseline_MutexQueue_WriteAndRead);
-BENCHMARK(Baseline_SpscQueue_WriteAndRead);
+BENCHMARK(Fifo_WriteAndRead)->Apply(Repeated);
+BENCHMARK(Baseline_MutexQueue_WriteAndRead)->Apply(Repeated);
+BENCHMARK(Baseline_SpscQueue_WriteAndRead)->Apply(Repeated);
 
 // ---------------------------------------------------------------------------
 // The clock read that stamps an element, and one read of the monotonic clock
@@ -246,8 +250,8 @@ void Baseline_MonotonicClock(benchmark::State& state)
     }
 }
 
-BENCHMARK(Clock_ElementTimestamp);
-BENCHMARK(Baseline_MonotonicClock);
+BENCHMARK(Clock_ElementTimestamp)->Apply(Repeated);
+BENCHMARK(Baseline_MonotonicClock)->Apply(Repeated);
 
 // ---------------------------------------------------------------------------
 // The goals
@@ -256,19 +260,23 @@ BENCHMARK(Baseline_MonotonicClock);
 class GoalReporter : public benchmark::ConsoleReporter {
 public:
     GoalReporter() : ConsoleReporter(OO_None) {}
+    // Only the medians are shown, and kept.
     void ReportRuns(const std::vector<Run>& runs) override
     {
-        for (const Run& run : runs)
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration) m_runs[run.benchmark_name()] = run;
-        ConsoleReporter::ReportRuns(runs);
+        std::vector<Run> medians;
+        for (const Run& run : runs) {
+            if (run.error_occurred || run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
+            medians.push_back(run);
+            m_runs[run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args)] = run;
+        }
+        if (!medians.empty()) ConsoleReporter::ReportRuns(medians);
     }
 
     void PrintGoals()
     {
-        std::printf("\nGoals, figures of this run\n");
-        HandOff("one never-skipping reader", "Fifo_NeverSkippingReader/1/real_time", "Baseline_MutexQueue/1/real_time");
-        HandOff("eight never-skipping readers", "Fifo_NeverSkippingReader/8/real_time",
-                "Baseline_MutexQueue/8/real_time");
+        std::printf("\nGoals, medians of this run\n");
+        HandOff("one never-skipping reader", "Fifo_NeverSkippingReader/1", "Baseline_MutexQueue/1");
+        HandOff("eight never-skipping readers", "Fifo_NeverSkippingReader/8", "Baseline_MutexQueue/8");
         const double writeAndRead = CpuNs("Fifo_WriteAndRead");
         if (writeAndRead > 0)
             Line("one uncontended write and read", writeAndRead < 60, "%.1f ns of processor time (goal below 60 ns)",
@@ -322,6 +330,13 @@ private:
 
 int main(int argc, char** argv)
 {
+    // The repetitions of all cases interleaved, so that a change of the
+    // machine's load falls on the FIFO and on its peers alike.
+    std::vector<char*> args(argv, argv + argc);
+    char interleave[] = "--benchmark_enable_random_interleaving=true";
+    args.insert(args.begin() + 1, interleave);
+    argc = static_cast<int>(args.size());
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     GoalReporter reporter;

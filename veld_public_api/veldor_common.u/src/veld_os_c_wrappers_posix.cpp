@@ -25,10 +25,13 @@ void FutexWake(std::atomic<int>* word, int count)
 
 namespace {
 
-// About a microsecond or two of spinning on the processors we run on: a
-// holder of a data-plane lock is done long before, a holder that lost its
-// processor is not.
-const int kSpins = 40;
+// A thread that finds the mutex taken looks at it again and again for a
+// while, the first times without a pause (the holders of the data plane
+// keep it for a short walk, and a pause costs a good part of that walk),
+// then with one: a microsecond or two in all before it sleeps, while a
+// holder that lost its processor keeps it much longer.
+const int kSpins = 140;
+const int kTightSpins = 100;
 
 }  // namespace
 
@@ -71,7 +74,7 @@ void VELDMutex::LockContended()
         if (m_state.load(std::memory_order_relaxed) == kFree &&
             m_state.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
             return;
-        VELD::SpinPause();
+        if (i >= kTightSpins) VELD::SpinPause();
     }
     while (m_state.exchange(kSleepers, std::memory_order_acquire) != kFree) VELD::FutexWait(&m_state, kSleepers, nullptr);
 }
