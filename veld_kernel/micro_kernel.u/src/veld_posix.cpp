@@ -27,10 +27,20 @@ timespec DeadlineIn(long timeout)
 // another processor, then a few yields of the processor, for a partner that
 // waits for this one's. Both cost less than going to sleep and being woken,
 // and a writer and its readers then hand elements over in batches, without
-// a system call for each. A wait with a time limit is mostly a pause in
-// time: it sleeps at once.
+// a system call for each. A yield that gave the processor away for long
+// (other programs are busy) ends the yields: a sleeper is woken sooner than
+// a thread that queues for the processor. A wait with a time limit is
+// mostly a pause in time: it sleeps at once.
 const int kSpins = 10;
 const int kYields = 16;
+const long kYieldsForAtMostNs = 50000;
+
+long NanosecondsSince(const timespec& start)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (now.tv_sec - start.tv_sec) * 1000000000L + (now.tv_nsec - start.tv_nsec);
+}
 
 int FirstSet(int n, VELDEvent** events)
 {
@@ -150,9 +160,13 @@ int VELDPosixWaitingThread::WaitForAny(int n, VELDEvent** events, long timeout)
             VELD::SpinPause();
             result = FirstSet(n, events);
         }
+        if (result != VELD::TimeOut) return result;
+        timespec start;
+        clock_gettime(CLOCK_MONOTONIC, &start);
         for (int i = 0; i < kYields && result == VELD::TimeOut; ++i) {
             sched_yield();
             result = FirstSet(n, events);
+            if (NanosecondsSince(start) > kYieldsForAtMostNs) break;
         }
         if (result != VELD::TimeOut) return result;
     } else {
