@@ -34,8 +34,10 @@ Engine::Engine(const EngineOptions& options)
 // framework code still reports here; the package files close last.
 Engine::~Engine()
 {
+    // A component's thread that is on its way out may still read the
+    // kernel: it is written only when another engine holds it.
     VELDKernelServices* previous = VELDPrivate::kernel;
-    VELDPrivate::SetKernel(this);
+    if (previous != this) VELDPrivate::SetKernel(this);
     m_diagram.Clear();
     // Code must not be unloaded under a thread: a component that outlived
     // its shutdown gets the default limit once more.

@@ -1,7 +1,5 @@
 #include "EngineClock.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <exception>
 
@@ -11,13 +9,6 @@
 #include "veld_string.h"
 
 namespace veldor {
-
-VELDTimestamp EngineClock::Monotonic()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
 
 EngineClock::EngineClock()
     : m_sequence(0), m_baseTime(Monotonic()), m_baseMonotonic(m_baseTime.load()), m_speed(1000), m_paused(false),
@@ -36,16 +27,6 @@ EngineClock::~EngineClock()
     m_thread.join();
 }
 
-EngineClock::Base EngineClock::ReadBase() const
-{
-    for (;;) {
-        unsigned before = m_sequence.load();
-        if (before & 1u) continue;
-        Base base{m_baseTime.load(), m_baseMonotonic.load(), m_speed.load(), m_paused.load()};
-        if (m_sequence.load() == before) return base;
-    }
-}
-
 void EngineClock::WriteBase(const Base& base)
 {
     m_sequence.fetch_add(1);
@@ -56,13 +37,6 @@ void EngineClock::WriteBase(const Base& base)
     m_sequence.fetch_add(1);
 }
 
-VELDTimestamp EngineClock::At(const Base& base, VELDTimestamp monotonic)
-{
-    if (base.paused || base.speed == 0) return base.time;
-    return base.time + (monotonic - base.monotonic) * base.speed / 1000;
-}
-
-VELDTimestamp EngineClock::Now() const { return At(ReadBase(), Monotonic()); }
 int EngineClock::Speed() const { return m_speed.load(); }
 bool EngineClock::IsPaused() const { return m_paused.load(); }
 

@@ -18,6 +18,8 @@
 #ifndef VELDOR_ENGINE_ENGINE_CLOCK_H
 #define VELDOR_ENGINE_ENGINE_CLOCK_H
 
+#include <time.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -41,9 +43,15 @@ public:
     EngineClock& operator=(const EngineClock&) = delete;
     ~EngineClock();
 
-    static VELDTimestamp Monotonic();
+    static VELDTimestamp Monotonic()
+    {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+    }
 
-    VELDTimestamp Now() const;
+    // One read of the monotonic clock and no lock: what stamps elements.
+    VELDTimestamp Now() const { return At(ReadBase(), Monotonic()); }
     // In thousandths: 1000 real time, 0 stopped, negative backwards.
     int Speed() const;
     bool IsPaused() const;
@@ -92,9 +100,23 @@ private:
         int speed;
         bool paused;
     };
-    Base ReadBase() const;
+    Base ReadBase() const
+    {
+        for (;;) {
+            const unsigned before = m_sequence.load();
+            if (before & 1u) continue;
+            Base base{m_baseTime.load(), m_baseMonotonic.load(), m_speed.load(), m_paused.load()};
+            if (m_sequence.load() == before) return base;
+        }
+    }
     void WriteBase(const Base& base);
-    static VELDTimestamp At(const Base& base, VELDTimestamp monotonic);
+    static VELDTimestamp At(const Base& base, VELDTimestamp monotonic)
+    {
+        if (base.paused || base.speed == 0) return base.time;
+        const VELDTimestamp elapsed = monotonic - base.monotonic;
+        // Real time, the usual case, needs no division.
+        return base.time + (base.speed == 1000 ? elapsed : elapsed * base.speed / 1000);
+    }
 
     std::atomic<unsigned> m_sequence;
     std::atomic<VELDTimestamp> m_baseTime;

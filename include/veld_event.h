@@ -4,13 +4,16 @@
 // kernel's time-state condition (VELDCondition, a pool of events) and the
 // FIFO's reader wake-up (VELDCondition2, one event per reader).
 //
-// Lock order: the time-state lock before event mutexes; an event's mutex
-// before the mutexes of the threads waiting on it. A waiting thread never
-// holds its own mutex while it takes an event's.
+// An event knows whether anyone waits on it: setting or resetting an event
+// that nobody waits on is one atomic operation, with no lock and no system
+// call. A waiting thread sleeps on a futex word of its own, which every
+// event that it waits on bumps and wakes when set.
+//
+// Lock order: the time-state lock before event mutexes; a FIFO's mutex
+// before event mutexes. An event's mutex guards only its list of waiting
+// threads, and nothing is taken under it.
 #ifndef VELD_EVENT_H
 #define VELD_EVENT_H
-
-#include <pthread.h>
 
 #include <atomic>
 
@@ -20,23 +23,25 @@
 
 class VELDEvent;
 
-// The record of one thread inside a multi-event wait. The kernel's event
-// service registers it in every event waited on; Set wakes it through its
-// condition.
+// The record of one thread inside a wait. The kernel's event service
+// registers it in every event waited on; Set wakes it through its word.
 class VELDPosixWaitingThread {
 public:
-    VELDPosixWaitingThread();
+    VELDPosixWaitingThread() : m_wakeups(0) {}
     VELDPosixWaitingThread(const VELDPosixWaitingThread&) = delete;
     VELDPosixWaitingThread& operator=(const VELDPosixWaitingThread&) = delete;
-    ~VELDPosixWaitingThread();
 
     // The multi-event wait itself, for the kernel's event service: registers
     // the calling thread's record in every event, tests the states in array
-    // order and returns the first index set, or VELD::TimeOut.
+    // order and returns the first index set, or VELD::TimeOut. An event
+    // already set answers at once; without a time limit, one that is set
+    // within a short spin answers without a registration or a system call.
     static int WaitForAny(int n, VELDEvent** events, long timeout);
 
-    pthread_mutex_t m_mutex;
-    pthread_cond_t m_condvar;  // on the monotonic clock
+    // Bumped by each Set of an event that the thread waits on; the thread
+    // sleeps on it (a futex) while it stays what it was when the states
+    // were tested.
+    std::atomic<int> m_wakeups;
 };
 
 class VELDEvent {
@@ -47,10 +52,17 @@ public:
     ~VELDEvent();
 
     // Sets the event and wakes every thread waiting on it; it stays set until
-    // Reset. Setting a set event does nothing.
-    void Set();
-    void Reset();
-    bool IsSet() const { return m_state.load(std::memory_order_acquire); }
+    // Reset. Setting a set event does nothing. With nobody waiting, no lock
+    // and no system call.
+    void Set()
+    {
+        if (!(m_state.load(std::memory_order_relaxed) & kSetBit)) SetClear();
+    }
+    void Reset()
+    {
+        if (m_state.load(std::memory_order_relaxed) & kSetBit) m_state.fetch_and(~kSetBit, std::memory_order_relaxed);
+    }
+    bool IsSet() const { return (m_state.load(std::memory_order_acquire) & kSetBit) != 0; }
 
     // Waits on this event alone: 0 when set, VELD::TimeOut after `timeout`
     // microseconds (VELD::Infinite: no limit). The state wins a tie.
@@ -66,19 +78,29 @@ public:
     void ResetTrigger();
     bool MsgInQueue() const { return false; }
 
-    // For the kernel's event service: the waiting threads are registered and
-    // removed under the event's mutex, the timer flag under the service's
-    // lock.
+    // For the wait: a thread's record is registered once however often the
+    // event stands in its array, and removed under the event's mutex, so
+    // that a Set that wakes it is over before the thread leaves its wait.
     void AddWaitingThread(VELDPosixWaitingThread* thread);
     void RemoveWaitingThread(VELDPosixWaitingThread* thread);
+    // The timer flag, under the event service's lock.
     bool IsInTimerList() const { return m_isInTimerList.load(std::memory_order_acquire); }
     void SetInTimerList(bool on) { m_isInTimerList.store(on, std::memory_order_release); }
 
-    pthread_mutex_t m_mutex;
-    pthread_cond_t m_condvar;  // on the monotonic clock
-    std::atomic<bool> m_state;
+    // Bit 0 of m_state: the event is set. The rest counts the registered
+    // waiting threads, in steps of kWaiterStep: one word, so that a Set sees
+    // in one atomic operation whether anyone may sleep.
+    static const int kSetBit = 1;
+    static const int kWaiterStep = 2;
+
+    VELDMutex m_mutex;  // guards m_waitingThreads
+    std::atomic<int> m_state;
     VELDArray<VELDPosixWaitingThread*> m_waitingThreads;
     std::atomic<bool> m_isInTimerList;
+
+private:
+    void SetClear();
+    void SetAndWake();
 };
 
 // A recursive mutex: the base is the lock proper, hlMutex guards the owner and
@@ -200,8 +222,14 @@ public:
     void AchieveWaitX(int r, int result);
     // Takes `mutex` and clears r's waiting mark; the caller releases it.
     void AbortWaitX(int r);
-    // With `mutex` held: sets the event of every waiting reader.
-    void Signal();
+    // With `mutex` held: sets the event of every waiting reader; numbers at
+    // or past nbEvents were never subscribed. A reader that waits but does
+    // not sleep yet costs one atomic operation, one already woken none.
+    void Signal()
+    {
+        for (int r = 0; r < nbEvents; ++r)
+            if (waiting[r] && events[r]) events[r]->Set();
+    }
     // Sets the abort event: every waiter leaves.
     void CutConnection();
 

@@ -159,9 +159,6 @@ private:
     // leaves no never-skipping reader needing it.
     void MarkRead(Item* item, VELDUInt32 bit);
     VELDListIterator Take(Item* item, VELDUInt32 bit, bool fifoReader);
-    // Sets or resets one of the FIFO's events, sparing its lock when it is
-    // already so; with the mutex held.
-    void SetEvent(VELDEvent& event, bool on);
     void Release(Item* item, VELDUInt32 bit);
     // Reports a fatal error of the FIFO with the mutex released, and throws.
     [[noreturn]] void Fatal(const char* format, VELDUInt32 bit);

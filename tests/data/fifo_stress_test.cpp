@@ -1,13 +1,15 @@
 // One writer and readers of every kind on one output, with random delays on
 // every side and thousands of numbered elements. Each reader's sequence is
 // checked against what its type allows, and every element against tearing:
-// a reader must never see an element that the writer is filling.
+// a reader must never see an element that the writer is filling. Then the
+// wake-ups, on a ring so small that both sides block all the time.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -170,5 +172,81 @@ INSTANTIATE_TEST_SUITE_P(
         // Two never-skipping readers and one of each FIFO kind.
         std::vector<int>{VELD::NeverSkippingReader, VELD::NeverSkippingReader, VELD::FifoReader,
                          VELD::LastOrNextReader}));
+
+// ---------------------------------------------------------------------------
+// Wake-ups. On a ring with one slot more than it has readers, each of them
+// never-skipping or skipping, nearly every element makes a reader block
+// just as the writer publishes, and the writer block just as a reader
+// releases a slot. A wake-up lost on either side stops the hand-over for
+// good: the writer, which waits at most 30 seconds, then tells which side
+// slept through.
+
+class WakeUps : public ::testing::TestWithParam<std::vector<int>> {};
+
+TEST_P(WakeUps, NoSideSleepsThroughAnElementOrAFreedSlot)
+{
+    const long kHandOvers = 20000;
+    veldor::Engine engine(QuietEngine());
+    TestModule module;
+    const int ring = static_cast<int>(GetParam().size()) + 1;  // a slot for the writer, whatever readers hold
+    VELDOutputImplementation output("m.o", OutputDefinition(VELD::Integer64, 1, ring), &module.death);
+    output.AllocOutputBuffer(1, true);
+    TestFifo& fifo = *output.monitor;
+    fifo.writeTimeout = 30000000;
+    std::vector<int> numbers;
+    for (int type : GetParam()) numbers.push_back(veldor::FifoReaders::Register(fifo, type, 1));
+
+    VELDEvent stop;
+    std::vector<std::vector<long>> seen(numbers.size());
+    std::vector<std::thread> readers;
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        readers.emplace_back([&, i] {
+            Jitter jitter(31 + static_cast<unsigned>(i));
+            for (long n = 0; n < kHandOvers;) {
+                VELDListIterator slot = BlockingRead(fifo, numbers[i], &stop);
+                if (!slot.ptr) return;
+                n = *fifo[slot].Integer64(0);
+                jitter();
+                fifo.StopReading(numbers[i], slot);
+                seen[i].push_back(n);
+            }
+        });
+    }
+    Jitter jitter(3);
+    std::string lost;
+    for (long n = 1; n <= kHandOvers && lost.empty(); ++n) {
+        try {
+            VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, output);
+            *element->Integer64(0) = n;
+            jitter();
+            VELDOutputWriting::StopWriting(module.owner, element, false);
+        } catch (int) {
+            lost = "the hand-over stopped at element " + std::to_string(n) + " (" + module.LastError() + "): ";
+            bool readerSlept = false;
+            for (int reader : numbers) readerSlept = readerSlept || fifo.DataAvailableInFIFO(reader);
+            lost += readerSlept ? "a reader slept through an element" : "the writer slept through a freed slot";
+        }
+    }
+    stop.Set();
+    for (std::thread& t : readers) t.join();
+    EXPECT_EQ(lost, "");
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        SCOPED_TRACE("reader " + std::to_string(i));
+        if (GetParam()[i] == VELD::NeverSkippingReader) {
+            ASSERT_EQ(seen[i].size(), static_cast<size_t>(kHandOvers));
+            for (long n = 0; n < kHandOvers; ++n) ASSERT_EQ(seen[i][n], n + 1);
+        } else {
+            EXPECT_TRUE(Increasing(seen[i], true));
+            EXPECT_EQ(seen[i].back(), kHandOvers);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Readers, WakeUps,
+    ::testing::Values(std::vector<int>{VELD::NeverSkippingReader},
+                      std::vector<int>{VELD::NeverSkippingReader, VELD::NeverSkippingReader},
+                      // A last-or-next reader frees slots by skipping them.
+                      std::vector<int>{VELD::NeverSkippingReader, VELD::LastOrNextReader}));
 
 }  // namespace

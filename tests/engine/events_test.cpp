@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <random>
 #include <thread>
@@ -90,11 +91,17 @@ TEST(Event, MultiWaitNeverMissesARacingSet)
             }
         });
     }
-    // Two setters per waiter pick one of its events at random each round.
+    // A setter per waiter picks one of its events at random each round, and
+    // sets it at once, while the waiter registers, or once it sleeps.
     for (int w = 0; w < kWaiters; ++w) {
         threads.emplace_back([&, w] {
             std::mt19937 random(static_cast<unsigned>(w));
             for (int round = 0; round < kRounds; ++round) {
+                const unsigned draw = random() % 64;
+                if (draw < 32)
+                    for (unsigned i = 0; i < draw; ++i) std::this_thread::yield();
+                else if (draw < 40)
+                    std::this_thread::sleep_for(std::chrono::microseconds(draw * 5));
                 (random() & 1 ? first[w] : second[w])->Set();
                 if (done[w]->Wait(5000000) == VELD::TimeOut) {
                     ++lost;

@@ -101,9 +101,13 @@ TEST_F(GraphTest, EachReaderTypeGetsWhatItPromises)
     EXPECT_EQ(Figure("NeverSkippingReader.repeats"), 0);
     for (const char* reader : readers) EXPECT_EQ(Figure(std::string(reader) + ".decreases"), 0) << reader;
     // FIFO readers skip only what was overwritten, and the engine counted it.
+    // The count is of elements overwritten before all plain FIFO readers
+    // had them: the last-or-next reader's too, when it lags a whole ring
+    // behind (a slow machine does that), so it may exceed what the FIFO
+    // reader missed. The exact count is the next test's.
     EXPECT_EQ(Figure("FifoReader.repeats"), 0);
     EXPECT_GT(Figure("FifoReader.gaps"), 0);
-    EXPECT_EQ(engine.GetNbFifoOverflows(), n - Figure("FifoReader.received"));
+    EXPECT_GE(engine.GetNbFifoOverflows(), n - Figure("FifoReader.received"));
     EXPECT_EQ(Figure("LastOrNextReader.repeats"), 0);
     EXPECT_LT(Figure("LastOrNextReader.received"), n);
     // Waiting for the next element never gives one twice.
@@ -112,6 +116,29 @@ TEST_F(GraphTest, EachReaderTypeGetsWhatItPromises)
     EXPECT_LT(Figure("Wait4NextReader.received"), n);
     // Sampling gives the newest element, again if nothing newer came.
     EXPECT_GT(Figure("SamplingReader.repeats"), 0);
+}
+
+// With one plain FIFO reader, the overflows that the engine counts are the
+// elements that it missed, one for one, however slow the machine.
+TEST_F(GraphTest, TheOverflowsCountedAreTheElementsAFifoReaderMissed)
+{
+    const long long n = 100;
+    Make("Generator", "gen");
+    Set("gen.count", std::to_string(n));
+    const char* readers[] = {"FifoReader", "NeverSkippingReader"};
+    const char* delays[] = {"5000", "0"};
+    for (int i = 0; i < 2; ++i) {
+        Make("Counter", readers[i]);
+        Set(std::string(readers[i]) + ".reader", readers[i]);
+        Set(std::string(readers[i]) + ".delay", delays[i]);
+        Connect("gen.oValue", std::string(readers[i]) + ".iValue");
+    }
+    Run();
+    ASSERT_TRUE(Eventually(
+        [&] { return Figure("NeverSkippingReader.received") == n && Figure("FifoReader.last") == n; }));
+    engine.Graph().Shutdown();
+    EXPECT_GT(Figure("FifoReader.gaps"), 0);
+    EXPECT_EQ(engine.GetNbFifoOverflows(), n - Figure("FifoReader.received"));
 }
 
 TEST_F(GraphTest, ASequentialComponentRunsOnItsWritersThread)

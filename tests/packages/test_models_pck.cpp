@@ -11,8 +11,9 @@
 //   Merger     has as many inputs i0, i1... as its `inputs` property says
 //   Labelled   can't start until its `label` was set; has a property of each
 //              type and a Float output that nothing accepts
-//   Stubborn   with `refusal`, its Core ignores death that long; with
-//              `linger`, a further thread outlives the main one that long
+//   Stubborn   with `refusal`, its Core ignores death that long (`deaf`
+//              tells that it is in there); with `linger`, a further thread
+//              outlives the main one that long
 //   Thrower    throws a std::exception from Birth, Core or Death
 //
 // Generator and Doubler tell the system id of the thread that runs their
@@ -244,7 +245,8 @@ public:
     void Core() override
     {
         if (VELDInt64 refusal = GetIntegerProperty("refusal")) {
-            // Deaf to the die event, as a bugged model would be.
+            // Deaf to the die event, as a bugged model would be, and says so.
+            DirectSet(Property("deaf"), VELDInt64(1));
             while (!IsDying()) VELD::Sleep(1000);
             VELD::Sleep(refusal);
         }
@@ -265,7 +267,7 @@ private:
 
 VELDPropertyDefinition g_stubbornProperties[] = {Setting("refusal", new VELDPropertyValue(VELDInt64(0)), "us"),
                                                  Setting("linger", new VELDPropertyValue(VELDInt64(0)), "us"),
-                                                 VELDPropertyDefinition()};
+                                                 Figure("deaf"), VELDPropertyDefinition()};
 VELDComponentDefinition g_stubborn =
     Define<Stubborn>("Stubborn", "1.0.0", 0, nullptr, 0, nullptr, g_stubbornProperties);
 

@@ -67,13 +67,6 @@ void VELDCondition2::Wait(int r)
     AchieveWaitX(r, result);
 }
 
-// Numbers at or past nbEvents were never subscribed: nobody waits there.
-void VELDCondition2::Signal()
-{
-    for (int r = 0; r < nbEvents; ++r)
-        if (waiting[r] && events[r]) events[r]->Set();
-}
-
 void VELDCondition2::CutConnection()
 {
     if (abortEvent) abortEvent->Set();

@@ -103,19 +103,6 @@ void VELDFastIO<T>::Fatal(const char* format, VELDUInt32 bit)
     throw VELD::ErrorException;
 }
 
-template <class T>
-void VELDFastIO<T>::SetEvent(VELDEvent& event, bool on)
-{
-    // The FIFO's events change only under its mutex, which is held: what
-    // IsSet says stays true until the change below.
-    if (event.IsSet() != on) {
-        if (on)
-            event.Set();
-        else
-            event.Reset();
-    }
-}
-
 // ---------------------------------------------------------------------------
 // The writer
 
@@ -217,7 +204,7 @@ void VELDFastIO<T>::MarkRead(Item* item, VELDUInt32 bit)
 {
     VELDUInt32& readMask = item->value.readMask;
     readMask |= bit;
-    if (neverSkippingMask && (readMask & neverSkippingMask) == neverSkippingMask) SetEvent(slotReleasedEvent, true);
+    if (neverSkippingMask && (readMask & neverSkippingMask) == neverSkippingMask) slotReleasedEvent.Set();
 }
 
 template <class T>
@@ -320,11 +307,11 @@ void VELDFastIO<T>::Release(Item* item, VELDUInt32 bit)
     slot.readingMask &= ~bit;
     if (slot.readingMask) return;
     slot.state = Published;
-    if ((fifoMask & bit) && slot.readMask == fifoMask) SetEvent(allReadEvent, true);
+    if ((fifoMask & bit) && slot.readMask == fifoMask) allReadEvent.Set();
     // A writer may be waiting for the never-skipping readers to be done with
     // this slot; it tests the slot again when woken.
     if (neverSkippingMask && (slot.readMask & neverSkippingMask) == neverSkippingMask)
-        SetEvent(slotReleasedEvent, true);
+        slotReleasedEvent.Set();
 }
 
 template <class T>
@@ -428,7 +415,7 @@ bool VELDFastIO<T>::PrepareHandshake()
     Item* newest = NewestWithData();
     const bool allRead = !newest || newest->value.readMask == fifoMask;
     // The next read that completes an element sets the event again.
-    if (!allRead) SetEvent(allReadEvent, false);
+    if (!allRead) allReadEvent.Reset();
     mutex.Release();
     return allRead;
 }

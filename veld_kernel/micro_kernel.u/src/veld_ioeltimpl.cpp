@@ -167,17 +167,19 @@ void VELDIOEltImplementation::Check(VELDIOElt* element, const VELDTypeFilterBase
     if (index >= element->BufferSize()) VELDPrivate::KernelError(kBadIndex, 2);
 }
 
+// The accessors stand on every component's hot path: they ask the kernel
+// for the check level directly.
 template <class R>
 R* VELDIOEltImplementation::Checked(const VELDTypeFilterBase& filter)
 {
-    if (VELD::CheckLevel() >= 1) CheckAccess(filter, false, 0);
+    if (VELDPrivate::kernel->CheckLevel() >= 1) CheckAccess(filter, false, 0);
     return static_cast<R*>(data);
 }
 
 template <class R>
 R* VELDIOEltImplementation::CheckedItem(const VELDTypeFilterBase& filter, int index, int itemSize)
 {
-    if (VELD::CheckLevel() >= 1) CheckAccess(filter, true, index);
+    if (VELDPrivate::kernel->CheckLevel() >= 1) CheckAccess(filter, true, index);
     return reinterpret_cast<R*>(static_cast<char*>(data) + static_cast<long>(index) * itemSize);
 }
 

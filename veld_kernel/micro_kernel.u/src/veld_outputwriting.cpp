@@ -34,7 +34,7 @@ VELDIOElt* VELDOutputWriting::StartWriting(const VELDModuleContext& module, VELD
     VELDOutputImplementation& out = Implementation(output);
     VELDListIterator slot;
     try {
-        slot = out.monitor->StartWriting();
+        slot = out.monitor->VELDFastIO<VELDIOEltImplementation>::StartWriting(nullptr);
     } catch (int code) {
         if (code == VELD::ModuleDied) throw;
         char text[256];
@@ -43,9 +43,10 @@ VELDIOElt* VELDOutputWriting::StartWriting(const VELDModuleContext& module, VELD
         return nullptr;
     }
     if (!slot.ptr) return nullptr;
-    VELDIOEltImplementation& element = (*out.monitor)[slot];
+    VELDFastIOElt<VELDIOEltImplementation>& record = VELDIOMonitorImplementation::ItemOf(slot)->value;
+    VELDIOEltImplementation& element = record.elt;
     element.output = &output;
-    element.fastElt = &VELDIOMonitorImplementation::ItemOf(slot)->value;
+    element.fastElt = &record;
     element.timeOfIssue = 0;
     element.timestamp = 0;
     return &element;
@@ -71,13 +72,14 @@ void VELDOutputWriting::StopWriting(const VELDModuleContext& module, VELDIOElt* 
         ModuleError(module, text);
         return;
     }
-    if (elt.timeOfIssue == 0) elt.timeOfIssue = VELD::CurrentTime(true, true);
+    // The kernel's clock, asked directly: one read of the monotonic clock.
+    if (elt.timeOfIssue == 0) elt.timeOfIssue = VELDPrivate::kernel->CurrentTime(true, true);
     if (elt.timestamp == 0) elt.timestamp = elt.timeOfIssue;
     VELDOutputImplementation& out = Implementation(*elt.output);
     elt.timestamp = ResolveTimestamp(out, elt.timestamp, elt.timeOfIssue);
     out.monitor->StopWriting(VELDIOMonitorImplementation::SlotOf(elt.fastElt), discard);
     // Published or dropped by subsampling, the sequential readers are told.
-    if (!discard) CallSequentialComponents(out);
+    if (!discard && out.nbSequentialInputs.load(std::memory_order_acquire) != 0) CallSequentialComponents(out);
 }
 
 VELDTimestamp VELDOutputWriting::ResolveTimestamp(VELDOutputImplementation& output, VELDTimestamp timestamp,

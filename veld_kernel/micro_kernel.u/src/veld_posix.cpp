@@ -1,3 +1,4 @@
+#include <sched.h>
 #include <time.h>
 
 #include "veld.h"
@@ -6,17 +7,6 @@
 #include "veld_private.h"
 
 namespace {
-
-// Prepares a condition variable on the monotonic clock: a change of the wall
-// clock never stretches or cuts a wait.
-void InitMonotonicCondition(pthread_cond_t* condition, const char* failure)
-{
-    pthread_condattr_t attributes;
-    pthread_condattr_init(&attributes);
-    if (pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC) != 0) VELD::ReportError(failure, 0);
-    pthread_cond_init(condition, &attributes);
-    pthread_condattr_destroy(&attributes);
-}
 
 // The absolute monotonic time `timeout` microseconds from now.
 timespec DeadlineIn(long timeout)
@@ -32,94 +22,80 @@ timespec DeadlineIn(long timeout)
     return deadline;
 }
 
+// How long a wait without a time limit looks at its events before it
+// registers and sleeps: first a few pauses, for a partner that runs on
+// another processor, then a few yields of the processor, for a partner that
+// waits for this one's. Both cost less than going to sleep and being woken,
+// and a writer and its readers then hand elements over in batches, without
+// a system call for each. A yield that gave the processor away for long
+// (other programs are busy) ends the yields: a sleeper is woken sooner than
+// a thread that queues for the processor. A wait with a time limit is
+// mostly a pause in time: it sleeps at once.
+const int kSpins = 10;
+const int kYields = 16;
+const long kYieldsForAtMostNs = 50000;
+
+long NanosecondsSince(const timespec& start)
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return (now.tv_sec - start.tv_sec) * 1000000000L + (now.tv_nsec - start.tv_nsec);
+}
+
+int FirstSet(int n, VELDEvent** events)
+{
+    for (int i = 0; i < n; ++i)
+        if (events[i]->IsSet()) return i;
+    return VELD::TimeOut;
+}
+
 }  // namespace
-
-// ---------------------------------------------------------------------------
-// VELDPosixWaitingThread
-
-VELDPosixWaitingThread::VELDPosixWaitingThread()
-{
-    pthread_mutex_init(&m_mutex, nullptr);
-    InitMonotonicCondition(&m_condvar,
-                           "Could not initialize waiting thread with monotonic clock. Please contact the Veldor "
-                           "technical support team.");
-}
-
-VELDPosixWaitingThread::~VELDPosixWaitingThread()
-{
-    pthread_cond_destroy(&m_condvar);
-    pthread_mutex_destroy(&m_mutex);
-}
 
 // ---------------------------------------------------------------------------
 // VELDEvent
 
-VELDEvent::VELDEvent(bool initialState, const char*) : m_state(initialState), m_isInTimerList(false)
-{
-    pthread_mutex_init(&m_mutex, nullptr);
-    InitMonotonicCondition(&m_condvar,
-                           "Could not initialize event with monotonic clock. Please contact the Veldor technical "
-                           "support team.");
-}
+VELDEvent::VELDEvent(bool initialState, const char*) : m_state(initialState ? kSetBit : 0), m_isInTimerList(false) {}
 
 VELDEvent::~VELDEvent()
 {
     // A pending trigger must never fire on an event that is gone.
     if (IsInTimerList() && VELDPrivate::kernel)
         if (VELDEventService* service = VELDPrivate::kernel->GetEventService()) service->ResetTrigger(this);
-    pthread_cond_destroy(&m_condvar);
-    pthread_mutex_destroy(&m_mutex);
 }
 
-// Every waiting thread's mutex is held while the state changes: a waiter
-// in the middle of testing its events cannot miss it.
-void VELDEvent::Set()
+void VELDEvent::SetClear()
 {
-    pthread_mutex_lock(&m_mutex);
-    if (m_state.load(std::memory_order_relaxed)) {
-        pthread_mutex_unlock(&m_mutex);
-        return;
-    }
-    int n = m_waitingThreads.Size();
-    for (int i = 0; i < n; ++i) pthread_mutex_lock(&m_waitingThreads[i]->m_mutex);
-    m_state.store(true, std::memory_order_release);
-    pthread_cond_broadcast(&m_condvar);
-    for (int i = 0; i < n; ++i) {
-        pthread_cond_broadcast(&m_waitingThreads[i]->m_condvar);
-        pthread_mutex_unlock(&m_waitingThreads[i]->m_mutex);
-    }
-    pthread_mutex_unlock(&m_mutex);
+    int state = m_state.load(std::memory_order_relaxed);
+    // Nobody registered: one compare-and-swap. A thread that registers
+    // after it finds the event set when it tests the states.
+    while (state == 0)
+        if (m_state.compare_exchange_weak(state, kSetBit, std::memory_order_release, std::memory_order_relaxed)) return;
+    if (state & kSetBit) return;
+    SetAndWake();
 }
 
-void VELDEvent::Reset()
+// Under the mutex: a waiting thread that sees the state change cannot
+// leave its wait, and perhaps destroy the event, before the wake-ups are
+// over. Each waiting thread's word moves before the wake, so that a thread
+// about to sleep on the old value does not sleep.
+void VELDEvent::SetAndWake()
 {
-    pthread_mutex_lock(&m_mutex);
-    m_state.store(false, std::memory_order_release);
-    pthread_mutex_unlock(&m_mutex);
+    m_mutex.Lock();
+    if (!(m_state.fetch_or(kSetBit, std::memory_order_release) & kSetBit)) {
+        const int n = m_waitingThreads.Size();
+        for (int i = 0; i < n; ++i) {
+            VELDPosixWaitingThread* thread = m_waitingThreads[i];
+            thread->m_wakeups.fetch_add(1, std::memory_order_release);
+            VELD::FutexWake(&thread->m_wakeups, 1);
+        }
+    }
+    m_mutex.Release();
 }
 
 int VELDEvent::Wait(long timeout)
 {
-    int result = VELD::TimeOut;
-    pthread_mutex_lock(&m_mutex);
-    if (timeout == VELD::Infinite) {
-        while (!m_state.load(std::memory_order_relaxed)) pthread_cond_wait(&m_condvar, &m_mutex);
-        result = 0;
-    } else {
-        timespec deadline = DeadlineIn(timeout < 0 ? 0 : timeout);
-        for (;;) {
-            if (m_state.load(std::memory_order_relaxed)) {
-                result = 0;
-                break;
-            }
-            if (pthread_cond_timedwait(&m_condvar, &m_mutex, &deadline) == ETIMEDOUT) {
-                result = m_state.load(std::memory_order_relaxed) ? 0 : VELD::TimeOut;
-                break;
-            }
-        }
-    }
-    pthread_mutex_unlock(&m_mutex);
-    return result;
+    VELDEvent* self = this;
+    return VELDPosixWaitingThread::WaitForAny(1, &self, timeout);
 }
 
 namespace {
@@ -148,55 +124,71 @@ void VELDEvent::ResetTrigger()
     if (VELDEventService* service = Service()) service->ResetTrigger(this);
 }
 
-// Registered once even when the event stands twice in a wait's array: Set
-// takes each registered thread's mutex once.
 void VELDEvent::AddWaitingThread(VELDPosixWaitingThread* thread)
 {
-    pthread_mutex_lock(&m_mutex);
-    if (m_waitingThreads.IndexOf(thread) < 0) m_waitingThreads.Append(thread);
-    pthread_mutex_unlock(&m_mutex);
+    m_mutex.Lock();
+    if (m_waitingThreads.IndexOf(thread) < 0) {
+        m_waitingThreads.Append(thread);
+        m_state.fetch_add(kWaiterStep, std::memory_order_acq_rel);
+    }
+    m_mutex.Release();
 }
 
 void VELDEvent::RemoveWaitingThread(VELDPosixWaitingThread* thread)
 {
-    pthread_mutex_lock(&m_mutex);
+    m_mutex.Lock();
     int i = m_waitingThreads.IndexOf(thread);
-    if (i >= 0) m_waitingThreads.Remove(i);
-    pthread_mutex_unlock(&m_mutex);
+    if (i >= 0) {
+        m_waitingThreads.Remove(i);
+        m_state.fetch_sub(kWaiterStep, std::memory_order_relaxed);
+    }
+    m_mutex.Release();
 }
 
 // ---------------------------------------------------------------------------
-// The multi-event wait
+// The wait
 
 int VELDPosixWaitingThread::WaitForAny(int n, VELDEvent** events, long timeout)
 {
     if (n <= 0 || !events) return VELD::TimeOut;
-    // An event already set answers without a registration.
-    for (int i = 0; i < n; ++i)
-        if (events[i]->IsSet()) return i;
-    // One record per thread, made on its first multi-event wait.
+    int result = FirstSet(n, events);
+    const bool infinite = timeout == VELD::Infinite;
+    if (result != VELD::TimeOut || (!infinite && timeout <= 0)) return result;
+    timespec deadline = {0, 0};
+    if (infinite) {
+        for (int i = 0; i < kSpins && result == VELD::TimeOut; ++i) {
+            VELD::SpinPause();
+            result = FirstSet(n, events);
+        }
+        if (result != VELD::TimeOut) return result;
+        timespec start;
+        clock_gettime(CLOCK_MONOTONIC, &start);
+        for (int i = 0; i < kYields && result == VELD::TimeOut; ++i) {
+            sched_yield();
+            result = FirstSet(n, events);
+            if (NanosecondsSince(start) > kYieldsForAtMostNs) break;
+        }
+        if (result != VELD::TimeOut) return result;
+    } else {
+        deadline = DeadlineIn(timeout);
+    }
+
+    // One record per thread, made on its first wait.
     thread_local VELDPosixWaitingThread record;
     for (int i = 0; i < n; ++i) events[i]->AddWaitingThread(&record);
-
-    int result = VELD::TimeOut;
-    timespec deadline = DeadlineIn(timeout < 0 ? 0 : timeout);
-    pthread_mutex_lock(&record.m_mutex);
+    const timespec* limit = infinite ? nullptr : &deadline;
     for (;;) {
-        // A Set holds this record's mutex while it changes a state, so what
-        // is read here cannot change unseen before the wait below starts.
-        for (int i = 0; i < n && result == VELD::TimeOut; ++i)
-            if (events[i]->IsSet()) result = i;
+        // A Set moves the word after it changed the state: if the word is
+        // still what it is here when the futex looks, no Set has come since
+        // the states were tested.
+        const int wakeups = record.m_wakeups.load(std::memory_order_acquire);
+        result = FirstSet(n, events);
         if (result != VELD::TimeOut) break;
-        if (timeout == VELD::Infinite) {
-            pthread_cond_wait(&record.m_condvar, &record.m_mutex);
-        } else if (pthread_cond_timedwait(&record.m_condvar, &record.m_mutex, &deadline) == ETIMEDOUT) {
-            for (int i = 0; i < n && result == VELD::TimeOut; ++i)
-                if (events[i]->IsSet()) result = i;
+        if (!VELD::FutexWait(&record.m_wakeups, wakeups, limit)) {
+            result = FirstSet(n, events);
             break;
         }
     }
-    pthread_mutex_unlock(&record.m_mutex);
-
     for (int i = 0; i < n; ++i) events[i]->RemoveWaitingThread(&record);
     return result;
 }
