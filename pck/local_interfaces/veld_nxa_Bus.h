@@ -26,6 +26,8 @@
 #ifndef VELD_NXA_BUS_H
 #define VELD_NXA_BUS_H
 
+#include <atomic>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -101,6 +103,61 @@ protected:
     void CheckDuplicateChannel();
     // The meta thread's schedule and its jump handshake.
     VELDPeriodicSchedule MetaSchedule();
+
+    // How a monitor stamps what one wake-up reads, by ts_behavior:
+    //   0  frames in engine time: hardware time plus an offset taken at the
+    //      first wake-up (after `first` is set again, at the next one);
+    //      elements bear their first frame's time
+    //   1  frames and elements in hardware time
+    //   2  frames in hardware time, elements at the engine's time of the read
+    // ReadTime gives the read time of a wake-up (0: the elements take their
+    // first frame's time) and keeps the offset; an unknown selection is an
+    // Error.
+    struct ReadTiming {
+        VELDInt64 behavior;
+        bool first;
+        VELDTimestamp offset;
+    };
+    ReadTiming BeginReadTiming() { return ReadTiming{GetIntegerProperty("ts_behavior"), true, 0}; }
+    VELDTimestamp ReadTime(ReadTiming& timing);
+
+    // The push thread of a synchronised replay: `push(false)` at every due
+    // time of `schedule`, until the end of the data is known and Core last
+    // found the frame input empty; then `push(true)`, the final push, which
+    // closes the stream. A component that dies meanwhile leaves without it:
+    // its Death pushes last. A failing push is an Error with its message.
+    template <class Push>
+    void PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period, const std::atomic<bool>& dataAvailable,
+                          Push push)
+    {
+        try {
+            while (!IsDying()) {
+                if (schedule.WaitDue()) {
+                    if (m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable) {
+                        FailOn(push(true));
+                        return;
+                    }
+                    FailOn(push(false));
+                }
+                schedule.Advance(period);
+            }
+        } catch (const std::exception& e) {
+            Error(e.what(), 1, ErrorGeneric);
+        }
+    }
+
+    // Death's final push of a synchronised replay, if there is a wrapper:
+    // the message of its failure, empty when it went through.
+    template <class Push>
+    VELDString FinalPush(Push push)
+    {
+        if (!m_pNxApiWrapper || !IsSynchronizedReplay()) return VELDString();
+        try {
+            return WrapperMessage(push(true));
+        } catch (const std::exception& e) {
+            return VELDString(e.what());
+        }
+    }
 
     const VELDTypeFilterBase VELDBusReplayStateInfo;
     std::unique_ptr<TNxApiWrapper> m_pNxApiWrapper;

@@ -185,6 +185,24 @@ VELDInt64 VELDBusCmnComponent<W, S>::ReadTimeInput(const char* name)
     return value;
 }
 
+template <class W, class S>
+VELDTimestamp VELDBusCmnComponent<W, S>::ReadTime(ReadTiming& timing)
+{
+    switch (timing.behavior) {
+    case 0:
+        if (timing.first) {
+            std::uint64_t hardwareTime = 0;
+            FailOn(m_pNxApiWrapper->GetHardwareTime(&hardwareTime));
+            timing.offset = VELD::CurrentTime(true, true) - static_cast<VELDTimestamp>(hardwareTime);
+            timing.first = false;
+        }
+        return 0;
+    case 1: return 0;
+    case 2: return VELD::CurrentTime(true, true);
+    default: Error("Timestamps Behavior is not specified!", 1, ErrorGeneric); return 0;
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Dynamic
 
