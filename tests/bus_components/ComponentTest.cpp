@@ -161,6 +161,26 @@ void ComponentTest::MakeOnChannel(const std::string& model, const std::string& n
     Set(name + ".data_baudrate", canFd ? "2000" : "500");
 }
 
+void ComponentTest::MakeOnInterface(const std::string& model, const std::string& name, const std::string& interface,
+                                    const std::string& replayMode)
+{
+    Make(model, name);
+    if (!replayMode.empty()) Set(name + ".replay_mode", replayMode);
+    Trigger(name + ".Refresh_Devices");
+    Set(name + ".channel", interface);
+}
+
+std::string ComponentTest::MakeEthPrinter(const std::string& name, const std::string& source)
+{
+    const std::string path = m_folder + "/" + name + ".txt";
+    Make("EthPrinter", name);
+    Set(name + ".file", path);
+    Set(name + ".element_info", "true");
+    Set(name + ".dump_bytes", "-1");
+    Connect(source, name + ".iEth");
+    return path;
+}
+
 std::string ComponentTest::MakePrinter(const std::string& name, const std::string& source)
 {
     const std::string path = m_folder + "/" + name + ".txt";
