@@ -3,7 +3,7 @@
 
 PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
             libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev \
-            python3-can clang libclang-rt-14-dev libpcap0.8-dev tcpdump tshark python3-scapy
+            python3-can clang libclang-rt-14-dev libpcap0.8-dev tcpdump tshark python3-scapy zlib1g-dev
 JOBS       ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=

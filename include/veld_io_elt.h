@@ -61,10 +61,21 @@ public:
     // when given, tells whether one copy moves the whole payload.
     virtual unsigned int IOEltBufferSizeInBytes(bool* flat) = 0;
     virtual unsigned int IOEltUsedSizeInBytes(bool* flat) = 0;
-    // The element as one flat block of bytes, and back.
+    // The element, head and payload, as one flat block of bytes in the
+    // machine's own byte order, and back. Serialize with a null destination
+    // gives the size that it needs; both give 4294967295 on failure and
+    // Deserialize 0 on success. A partly filled matrix or mesh writes its
+    // blocks whole: give such an element room for its full buffer.
     virtual unsigned int Serialize(void* destination, unsigned int capacity) = 0;
     virtual unsigned int Deserialize(void* source, bool allocate) = 0;
     virtual ~VELDIOElt() {}
+
+    // Whether a block can be read back; not decided by anything yet: says so
+    // and answers true.
+    static bool IsDeserializable(void* source);
+    // The payload size of `element`, an element that is followed in memory,
+    // at its end, by the header record of its payload; -1 for null.
+    static int SerializedIOEltSizeInBytes(void* element);
 };
 
 #endif

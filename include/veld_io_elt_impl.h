@@ -4,6 +4,8 @@
 #ifndef VELD_IO_ELT_IMPL_H
 #define VELD_IO_ELT_IMPL_H
 
+#include <cstddef>
+
 #include "veld_io_elt.h"
 #include "veld_object_types.h"
 
@@ -50,10 +52,13 @@ public:
     VELDInt32& Misc3() override { return misc3; }
     unsigned int IOEltBufferSizeInBytes(bool* flat) override;
     unsigned int IOEltUsedSizeInBytes(bool* flat) override;
-    // Not available in this runtime: both say so. Serialize returns 0 (no
-    // byte written), Deserialize the failure value 4294967295.
     unsigned int Serialize(void* destination, unsigned int capacity) override;
+    // Reads a block whose end nobody knows: the block is trusted to hold the
+    // element that its head describes.
     unsigned int Deserialize(void* source, bool allocate) override;
+    // The same from a block of `size` bytes: nothing is read past it, and a
+    // block that ends where its head ends is an element without payload.
+    unsigned int Deserialize(const void* source, std::size_t size, bool allocate);
 
     // The access check, for code that holds an element of unknown origin: a
     // null element, a type that the filter refuses, an index at or past
@@ -76,6 +81,8 @@ public:
     VELDInt32 misc1;
     VELDInt32 misc2;
     VELDInt32 misc3;
+    // A payload that Deserialize allocated: the element's own, freed with it.
+    void* ownedData;
 
 private:
     // The accessors' test, once the check level asks for it: typing, then

@@ -39,6 +39,7 @@ bool AddReplay(BusSession& s, const ReplaySettings& settings, std::string* error
         !s.Set("player.send_ahead", std::to_string(settings.sync ? settings.sendAhead : 0), error) ||
         !s.Set("player.replay_stop", std::to_string(settings.sync ? settings.stopAfter : 0), error) ||
         !s.Set("player.on_error", settings.stopOnError ? "Stop" : "Skip", error) ||
+        !s.Set("player.max_gap", std::to_string(settings.maxGap), error) ||
         !s.Set("player.bit_rate", std::to_string(channel.bitRate), error) ||
         !s.Set("player.data_bit_rate", std::to_string(channel.fd ? channel.dataBitRate : channel.bitRate), error) ||
         !s.Connect("player.oCAN", "injector.iCAN", error))

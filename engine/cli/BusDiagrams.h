@@ -42,6 +42,7 @@ struct ReplaySettings {
     long long lead = 500000;       // microseconds from the start of the run to the first frame
     long long sendAhead = 200000;  // synchronised only
     long long stopAfter = 0;       // synchronised only; 0: no stop
+    long long maxGap = 60000000;   // longer gaps between frames are shortened to it; 0: none
 };
 
 bool AddReplay(BusSession& session, const ReplaySettings& settings, std::string* error);

@@ -45,7 +45,7 @@ bool ReadCanFile(const CommandLine& line, std::string* file, std::string* error)
         return false;
     }
     if (arguments.size() != 2) {
-        *error = arguments.size() < 2 ? "a log file (.asc or .log) is needed" : "one log file at a time";
+        *error = arguments.size() < 2 ? "a log file (.asc, .log or .blf) is needed" : "one log file at a time";
         return false;
     }
     *file = arguments[1];

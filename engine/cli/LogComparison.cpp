@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "BusTiming.h"
 #include "can_log/LogFiles.h"
+#include "can_log/TimeGaps.h"
 
 namespace veldor::cli {
 
@@ -35,14 +37,28 @@ std::string Describe(const CanFrame& f)
 
 }  // namespace
 
-bool Summarize(const std::string& path, LogSummary* summary, std::string* error)
+bool Summarize(const std::string& path, LogSummary* summary, std::string* error, const SummaryOptions& options)
 {
     *summary = LogSummary();
-    return EachFrame(path, error, [summary](const CanFrame& frame) {
+    veldor::canlog::TimeGaps gaps(options.maxGap);
+    veldor::sample::BusRates rates;
+    rates.arbitration = static_cast<std::uint32_t>(options.bitRate);
+    rates.data = static_cast<std::uint32_t>(options.dataBitRate > 0 ? options.dataBitRate : options.bitRate);
+    // The busiest second in real time: a second at the replay's speed.
+    veldor::sample::BusLoadPeak load(rates, 1000000);
+    const bool measure = options.bitRate > 0 && options.speed > 0;
+    const bool ok = EachFrame(path, error, [&](CanFrame frame) {
+        gaps.Apply(frame);
         if (summary->frames++ == 0) summary->first = frame.timestamp;
         summary->last = frame.timestamp;
         summary->fd = summary->fd || frame.fd;
+        if (measure)
+            load.Add(static_cast<std::int64_t>(static_cast<double>(frame.timestamp - summary->first) / options.speed), frame);
     });
+    summary->gapsShortened = gaps.Changed();
+    summary->peakLoad = load.Peak();
+    summary->peakEnd = static_cast<double>(load.PeakEnd()) / 1e6;
+    return ok;
 }
 
 bool ReadFrames(const std::string& path, std::vector<CanFrame>* frames, std::string* error)

@@ -15,14 +15,26 @@ namespace veldor::cli {
 
 struct LogSummary {
     std::size_t frames = 0;
-    std::int64_t first = 0;  // microseconds
+    std::int64_t first = 0;  // microseconds, long gaps shortened
     std::int64_t last = 0;
     bool fd = false;  // holds CAN FD frames
+    std::uint64_t gapsShortened = 0;
+    // With bit rates given: the share of the bus that the busiest second
+    // of the replay needs at its speed, and when in the replay it ends.
+    double peakLoad = 0;
+    double peakEnd = 0;  // seconds
     std::int64_t Duration() const { return last - first; }
+};
+struct SummaryOptions {
+    std::int64_t maxGap = 0;  // microseconds: longer gaps shortened, as the player does
+    long bitRate = 0;         // bit/s; 0: no bus load
+    long dataBitRate = 0;
+    double speed = 1;
 };
 // Reads the whole file, passing over the lines it can't read. False, with
 // the reason, when the file can't be opened.
-bool Summarize(const std::string& path, LogSummary* summary, std::string* error);
+bool Summarize(const std::string& path, LogSummary* summary, std::string* error,
+               const SummaryOptions& options = SummaryOptions());
 // The frames of a file, lines that can't be read passed over.
 bool ReadFrames(const std::string& path, std::vector<veldor::canlog::CanFrame>* frames, std::string* error);
 

@@ -24,8 +24,8 @@ const char* RecordCommand::Usage()
 {
     static const std::string text = std::string(
                                         "usage: veldor record can --channel ID [options] FILE\n"
-                                        "Records the frames of a CAN channel into FILE (.asc or .log, by its "
-                                        "extension)\nuntil Ctrl-C or the end of --duration.\n\n") +
+                                        "Records the frames of a CAN channel into FILE (.asc, .log or .blf, by "
+                                        "its\nextension) until Ctrl-C or the end of --duration.\n\n") +
                                     kChannelOptionsUsage +
                                     "  --output-type T      the frame record read from the channel: universal "
                                     "(default),\n"

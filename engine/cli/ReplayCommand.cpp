@@ -30,20 +30,56 @@ bool ReadTime(const CommandLine& line, const char* option, long long* microsecon
     return true;
 }
 
+// "500k", "2M": a bit rate as the options take it.
+std::string RateText(long bitsPerSecond)
+{
+    if (bitsPerSecond % 1000000 == 0) return std::to_string(bitsPerSecond / 1000000) + "M";
+    if (bitsPerSecond % 1000 == 0) return std::to_string(bitsPerSecond / 1000) + "k";
+    return std::to_string(bitsPerSecond);
+}
+
+std::string Number(double value, int decimals)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+// Why the channel can't carry the replay, or nothing when it can: the
+// share of the bus that the busiest second of the file needs at the speed,
+// against the whole bus.
+std::string Overload(const LogSummary& recording, const ReplaySettings& settings, double speed)
+{
+    if (recording.peakLoad <= 1.0) return "";
+    const ChannelOptions& c = settings.channel;
+    std::string text = "the file needs " + Number(recording.peakLoad * 100, 1) + "% of the bus at " +
+                       RateText(c.bitRate) + (c.fd ? "/" + RateText(c.dataBitRate) : "") + " bit/s" +
+                       (settings.sync ? "" : " and speed " + Number(speed, 2)) + " in its busiest second (ending " +
+                       Number(recording.peakEnd, 1) + " s into the replay), more than the 100% the channel carries";
+    // The busiest second at another speed spans other frames: about.
+    const double fits = static_cast<long long>(speed / recording.peakLoad * 100) / 100.0;
+    if (!settings.sync && fits > 0) text += "; a speed of about " + Number(fits, 2) + " would fit";
+    return text;
+}
+
 }  // namespace
 
 const char* ReplayCommand::Usage()
 {
     static const std::string text =
         std::string("usage: veldor replay can --channel ID [options] FILE\n"
-                    "Replays FILE (.asc or .log) onto a CAN channel with its recorded timing, until its\n"
-                    "end or Ctrl-C. CAN FD frames in the file make the channel a CAN FD one.\n\n") +
+                    "Replays FILE (.asc, .log or .blf) onto a CAN channel with its recorded timing, until\n"
+                    "its end or Ctrl-C. CAN FD frames in the file make the channel a CAN FD one. A file\n"
+                    "that needs more of the bus than the channel carries, at its rates and the speed, is\n"
+                    "refused before anything is sent.\n\n") +
         kChannelOptionsUsage +
         "  --sync               hardware-timed synchronised replay (a channel that can replay)\n"
         "  --high-speed         with --sync: the channel's high-speed replay path\n"
         "  --speed X            X times faster than recorded (0.5 slower); not with --sync\n"
         "  --lead D             from the start to the first frame (500ms)\n"
         "  --stop-after D       with --sync: the hardware stops D after the replay start\n"
+        "  --max-gap D          a longer gap between two frames is shortened to D, and told (60s;\n"
+        "                       0 keeps every gap)\n"
         "  --on-error ACTION    a line that can't be read: skip (told with its number; default)\n"
         "                       or stop\n";
     return text.c_str();
@@ -54,6 +90,7 @@ int ReplayCommand::Run(int argc, char** argv)
     CommandLine line;
     DeclareChannelOptions(line);
     line.Flag("--sync").Flag("--high-speed").Value("--speed").Value("--lead").Value("--stop-after").Value("--on-error");
+    line.Value("--max-gap");
     std::string error;
     ReplaySettings settings;
     double speed = 1;
@@ -61,7 +98,8 @@ int ReplayCommand::Run(int argc, char** argv)
     int exit = 0;
     if (!ParseCommandLine(line, argc, argv, session, Usage(), &exit)) return exit;
     if (!ReadCanFile(line, &settings.file, &error) || !ReadChannelOptions(line, &settings.channel, &error) ||
-        !ReadTime(line, "--lead", &settings.lead, &error) || !ReadTime(line, "--stop-after", &settings.stopAfter, &error))
+        !ReadTime(line, "--lead", &settings.lead, &error) || !ReadTime(line, "--stop-after", &settings.stopAfter, &error) ||
+        !ReadTime(line, "--max-gap", &settings.maxGap, &error))
         return session.Fail(error) + 1;
     settings.sync = line.Has("--sync");
     settings.highSpeed = line.Has("--high-speed");
@@ -76,11 +114,19 @@ int ReplayCommand::Run(int argc, char** argv)
         return session.Fail("--on-error is skip or stop, not \"" + onError + "\"") + 1;
     settings.stopOnError = onError == "stop";
 
-    // What the file holds, for the channel's kind and the remaining time. A
-    // file that can't be read is the player's to tell, in its own words.
+    // What the file holds, for the channel's kind, the bus load and the
+    // remaining time, its gaps shortened as the player will. A file that
+    // can't be read is the player's to tell, in its own words.
     LogSummary recording;
     std::string unreadable;
-    if (Summarize(settings.file, &recording, &unreadable)) settings.channel.fd = settings.channel.fd || recording.fd;
+    SummaryOptions reading;
+    reading.maxGap = settings.maxGap;
+    reading.bitRate = settings.channel.bitRate;
+    reading.dataBitRate = settings.channel.dataBitRate;
+    reading.speed = speed;
+    if (Summarize(settings.file, &recording, &unreadable, reading)) settings.channel.fd = settings.channel.fd || recording.fd;
+    const std::string overload = Overload(recording, settings, speed);
+    if (!overload.empty()) return session.Fail(overload);
 
     if (!session.Open(true, &error)) return session.Fail(error);
     session.GetEngine().Clock().SetSpeed(static_cast<int>(speed * 1000 + 0.5));
@@ -111,18 +157,34 @@ int ReplayCommand::Run(int argc, char** argv)
     const long long dropped = progress.Dropped();
     const long long late = progress.Late();
     const long long unreadableLines = progress.UnreadableLines();
+    const long long gaps = session.Figure("player.gaps_shortened");
+    const long long others = session.Figure("player.other_objects");
+    // A player that could not read its file never started a replay.
+    const bool started = session.Figure("player.replay_start_time") != 0;
     session.GetEngine().Graph().Shutdown();
     session.Relay();
     std::string failure = session.Failure();
-    if (end == BusSession::End::Failed || session.NewError(&failure)) return session.Fail(failure);
-    if (end == BusSession::End::TimeUp) return session.Fail("the replay did not end in time");
+    const bool failed = end == BusSession::End::Failed || session.NewError(&failure);
 
-    std::printf("replayed %lld frames of %s in %s onto %s (%s); dropped %lld, late %lld", sent, settings.file.c_str(),
-                Seconds(Since(start)).c_str(), settings.channel.channel.c_str(),
-                settings.sync ? "synchronised" : ("speed " + std::to_string(speed).substr(0, 4)).c_str(), dropped,
-                late);
-    if (unreadableLines > 0) std::printf(", unreadable lines %lld", unreadableLines);
-    std::printf("%s\n", end == BusSession::End::Interrupted ? " (interrupted)" : "");
+    // The summary of a replay that started, whatever its end; a failure is
+    // told after it.
+    if (started) {
+        std::printf("replayed %lld frames of %s in %s onto %s (%s); dropped %lld, late %lld", sent,
+                    settings.file.c_str(), Seconds(Since(start)).c_str(), settings.channel.channel.c_str(),
+                    settings.sync ? "synchronised" : ("speed " + std::to_string(speed).substr(0, 4)).c_str(), dropped,
+                    late);
+        if (unreadableLines > 0) std::printf(", unreadable lines %lld", unreadableLines);
+        if (gaps > 0) std::printf(", gaps shortened %lld", gaps);
+        if (others > 0) std::printf(", objects of other kinds passed over %lld", others);
+        const char* how = failed                                  ? " (failed)"
+                          : end == BusSession::End::Interrupted ? " (interrupted)"
+                          : end == BusSession::End::TimeUp      ? " (not ended in time)"
+                                                                : "";
+        std::printf("%s\n", how);
+        std::fflush(stdout);
+    }
+    if (failed) return session.Fail("the replay onto " + settings.channel.channel + " stopped: " + failure);
+    if (end == BusSession::End::TimeUp) return session.Fail("the replay did not end in time");
     return 0;
 }
 

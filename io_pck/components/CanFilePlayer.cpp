@@ -1,6 +1,6 @@
-// CanFilePlayer: plays a CAN log file (.asc or .log, by its extension) onto
-// oCAN, in any of the three frame records, paced by the engine's clock, and
-// gives a synchronised replay its four times.
+// CanFilePlayer: plays a CAN log file (.asc, .log or .blf, by its extension)
+// onto oCAN, in any of the three frame records, paced by the engine's clock,
+// and gives a synchronised replay its four times.
 //
 // Time. Frames keep their recorded times. The first frame's time is the log
 // start L; the run's birth time plus replay_lead is the replay start S, an
@@ -18,9 +18,9 @@
 // file is read again from its start). The clock tells of a jump on the
 // host's time thread, a moment after the jump; a wait that ended because
 // the clock leapt forward must not send the frames that the leap passes
-// over in that moment, so the player also watches for a leap itself: the
-// engine's time ran further than the real time allows at the speed. It then
-// holds on until the clock's word arrives.
+// over in that moment, so the player also watches for a leap itself
+// (LeapWatch), and while the clock stands a frame that still came due came
+// by a jump. It then holds on until the clock's word arrives.
 //
 // Outputs, 64-bit microseconds:
 //   oLogStartTime     L, at birth
@@ -29,17 +29,26 @@
 //   oReplayEofTime    the last frame's time (at least 1, as 0 tells an
 //                     injector nothing), once the file is exhausted
 //
+// A gap of more than max_gap between two frames (a file that mixes times of
+// two clocks would wait for decades) is shortened to max_gap, and a leap
+// back by more than that is closed: the frame comes right after the one
+// before. Frames after it move with it, also their times in the records, so
+// that a synchronised replay keeps the same pace. The first gap of each kind
+// is told with its place and length; gaps_shortened counts them all.
+//
 // A line that can't be read is reported with its line number and skipped,
-// or stops the player with on_error "Stop". A file that can't be opened, or
-// holds no frame, fails the player's birth with one message.
-#include <algorithm>
-#include <cstdlib>
+// or stops the player with on_error "Stop". What the reader decided about
+// the file as a whole is told once. A file that can't be opened, or holds
+// no frame, fails the player's birth with one message.
+#include <cstdio>
 #include <memory>
 #include <string>
 
+#include "EnginePace.h"
 #include "LogFrames.h"
 #include "ModelTables.h"
 #include "can_log/LogFiles.h"
+#include "can_log/TimeGaps.h"
 #include "veld_clock.h"
 #include "veld_dynamic_io_models.h"
 #include "veld_io_elt.h"
@@ -51,45 +60,20 @@ using veldor::canlog::CanFrame;
 using veldor::canlog::FrameReader;
 using veldor::canlog::IssueKind;
 using veldor::canlog::ReadResult;
+using veldor::canlog::TimeGaps;
 
 const int kMaxVector = 256;
-// How long, in ms, a player that saw the clock leap waits for its word.
-const long kJumpWordWait = 200;
 
-// Tells a leap of the engine's clock between two readings: more engine time
-// passed than real time at the faster of the two speeds allows.
-class LeapWatch {
-public:
-    void Restart() { m_has = false; }
-
-    // Reads the engine's time into `engineNow`; true when the clock leapt
-    // since the last reading.
-    bool Leapt(VELDTimestamp& engineNow)
-    {
-        // Real time is read before and after the engine's, and the span
-        // between two readings runs from the earlier real time of the last
-        // one to the later of this one: a preempted reading widens the span
-        // and never makes a leap out of nothing.
-        const VELDTimestamp realBefore = VELD::GetSystemAccurateTiming();
-        engineNow = VELD::CurrentTime(true, true);
-        const VELDTimestamp realAfter = VELD::GetSystemAccurateTiming();
-        const int speed = std::abs(VELD::TimeSpeed());
-        const bool leapt =
-            m_has && engineNow - m_engine > (realAfter - m_realBefore) * std::max(speed, m_speed) / 1000 + kTolerance;
-        m_has = true;
-        m_engine = engineNow;
-        m_realBefore = realBefore;
-        m_speed = speed;
-        return leapt;
-    }
-
-private:
-    static constexpr VELDTimestamp kTolerance = 2000;
-    bool m_has = false;
-    VELDTimestamp m_engine = 0;
-    VELDTimestamp m_realBefore = 0;
-    int m_speed = 1000;
-};
+// Microseconds as seconds, without trailing zeros: "60", "1700000000.01".
+std::string SecondsText(std::int64_t micros)
+{
+    char text[48];
+    std::snprintf(text, sizeof text, "%.6f", static_cast<double>(micros) / 1e6);
+    std::string s = text;
+    s.erase(s.find_last_not_of('0') + 1);
+    if (s.back() == '.') s.pop_back();
+    return s;
+}
 
 class CanFilePlayer : public VELDModel<CanFilePlayer>, public VELDTimeStateListener {
 public:
@@ -113,13 +97,15 @@ public:
         m_lateThreshold = GetIntegerProperty("late_threshold");
         m_busTime.SetRates(GetIntegerProperty("bit_rate"), GetIntegerProperty("data_bit_rate"));
         m_busTime.Reset();
-        m_sent = m_late = m_badLines = m_unfit = m_passedOver = m_jumps = 0;
+        m_gaps = TimeGaps(GetIntegerProperty("max_gap"));
+        m_sent = m_late = m_badLines = m_unfit = m_passedOver = m_jumps = m_gapsShortened = 0;
+        m_gapsTold[0] = m_gapsTold[1] = false;
         m_finished = false;
         m_stop.clear();
         m_jumped.Reset();
         m_watch.Restart();
         for (const char* figure : {"sent", "late", "bad_lines", "unfit", "passed_over", "jumps", "finished",
-                                   "position", "bus_time", "end_of_data"})
+                                   "position", "bus_time", "end_of_data", "gaps_shortened", "other_objects"})
             DirectSet(Property(figure), VELDInt64(0));
 
         Open();
@@ -148,7 +134,10 @@ public:
         if (!Wait(Due(m_frame) - m_sendAhead, &m_jumped) || m_jumped.IsSet()) return;
 
         VELDTimestamp now = 0;
-        if (m_watch.Leapt(now)) {
+        // While the clock stands, a frame comes due only by a jump, whose
+        // word is on its way: nothing is sent until it arrives or the clock
+        // runs again.
+        if (VELD::IsPaused() || m_watch.Leapt(now)) {
             // At worst a false alarm under a preempted reading: a short hold.
             m_jumped.Wait(kJumpWordWait);
             return;
@@ -191,6 +180,36 @@ private:
         std::string error;
         m_reader = veldor::canlog::OpenFrameReader(m_path, error);
         if (!m_reader) Error(error.c_str(), 1, ErrorGeneric);
+        m_gaps.Restart();
+        m_noticesTold = 0;
+    }
+
+    // What the reader decided about the file, and the first gap of each
+    // kind that was changed, told once.
+    void Tell(TimeGaps::Change change, bool quiet)
+    {
+        const std::vector<std::string>& notices = m_reader->Notices();
+        for (; m_noticesTold < notices.size(); ++m_noticesTold) {
+            if (!quiet) ReportWarning((m_path + ": " + notices[m_noticesTold]).c_str(), 0);
+        }
+        if (change == TimeGaps::Change::None) return;
+        m_gapsShortened = std::max<VELDInt64>(m_gapsShortened, static_cast<VELDInt64>(m_gaps.Changed()));
+        bool& told = m_gapsTold[change == TimeGaps::Change::Shortened ? 0 : 1];
+        if (quiet || told) return;
+        told = true;
+        const std::string where = m_path + ": " + m_reader->FramePlace().Describe() + ": ";
+        if (change == TimeGaps::Change::Shortened) {
+            ReportWarning((where + "the frame comes " + SecondsText(m_gaps.LastGap()) +
+                           " s after the one before; the gap is shortened to " + SecondsText(m_gaps.MaxGap()) +
+                           " s, as are longer ones after it")
+                              .c_str(),
+                          0);
+        } else {
+            ReportWarning((where + "the time goes back " + SecondsText(-m_gaps.LastGap()) +
+                           " s; the frame comes right after the one before, as do later such frames")
+                              .c_str(),
+                          0);
+        }
     }
 
     // The next frame into m_frame; false at the end of the file, or at a
@@ -201,8 +220,8 @@ private:
     {
         for (;;) {
             switch (m_reader->Next(m_frame)) {
-            case ReadResult::Frame: return true;
-            case ReadResult::End: return false;
+            case ReadResult::Frame: Tell(m_gaps.Apply(m_frame), quiet); return true;
+            case ReadResult::End: Tell(TimeGaps::Change::None, quiet); return false;
             case ReadResult::Issue: break;
             }
             if (quiet) continue;
@@ -271,6 +290,8 @@ private:
         DirectSet(Property("jumps"), m_jumps);
         DirectSet(Property("position"), m_position);
         DirectSet(Property("bus_time"), m_busTime.Total());
+        DirectSet(Property("gaps_shortened"), m_gapsShortened);
+        DirectSet(Property("other_objects"), static_cast<VELDInt64>(m_reader->OtherObjects()));
     }
 
     void Put(const char* output, VELDInt64 value)
@@ -296,6 +317,10 @@ private:
     VELDTimestamp m_replayStart = 0;
     VELDInt64 m_position = 0;
     VELDInt64 m_sent = 0, m_late = 0, m_badLines = 0, m_unfit = 0, m_passedOver = 0, m_jumps = 0;
+    VELDInt64 m_gapsShortened = 0;
+    TimeGaps m_gaps;
+    bool m_gapsTold[2] = {false, false};  // shortened, leapt back
+    std::size_t m_noticesTold = 0;
     BusTime m_busTime;
     VELDEvent m_jumped;
     LeapWatch m_watch;
@@ -314,6 +339,7 @@ VELDPropertyDefinition g_properties[] = {
     Setting("send_ahead", new VELDPropertyValue(VELDInt64(0)), "us"),
     Setting("late_threshold", new VELDPropertyValue(VELDInt64(1000)), "us"),
     Setting("on_error", new VELDPropertyValue("Skip|Stop", VELDInt32(0))),
+    Setting("max_gap", new VELDPropertyValue(VELDInt64(60000000)), "us"),
     Setting("bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
     Setting("data_bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
     Figure("sent"),
@@ -322,6 +348,8 @@ VELDPropertyDefinition g_properties[] = {
     Figure("unfit"),
     Figure("passed_over"),
     Figure("jumps"),
+    Figure("gaps_shortened"),
+    Figure("other_objects"),
     Figure("position", "us"),
     Figure("bus_time", "us"),
     Figure("log_start", "us"),

@@ -1,6 +1,6 @@
 // CanFileRecorder: writes the CAN frames that reach iCAN, in any of the three
 // frame records, one frame an element or many, into a log file whose format
-// follows its extension (.asc or .log).
+// follows its extension (.asc, .log or .blf).
 //
 // Frame times. With time_base "Wall clock" (the default) a frame's time on
 // the engine's clock is moved onto the calendar: the offset between the
@@ -25,8 +25,8 @@
 #include <memory>
 #include <string>
 
+#include "FileRecorderModel.h"
 #include "LogFrames.h"
-#include "ModelTables.h"
 #include "can_log/LogFiles.h"
 #include "veld_io_elt.h"
 
@@ -43,49 +43,40 @@ VELDTimestamp WallClock()
     return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_usec;
 }
 
-class CanFileRecorder : public VELDModel<CanFileRecorder> {
+class CanFileRecorder : public FileRecorderModel<CanFileRecorder> {
 public:
-    using VELDModel::VELDModel;
+    using FileRecorderModel::FileRecorderModel;
 
     void Birth() override
     {
         m_path = GetStringProperty("file").Beginning();
         m_offset = GetIntegerProperty("time_base") == 0 ? WallClock() - VELD::CurrentTime(true, true) : 0;
-        m_flushPeriod = GetIntegerProperty("flush_period");
         m_busTime.SetRates(GetIntegerProperty("bit_rate"), GetIntegerProperty("data_bit_rate"));
         m_busTime.Reset();
         m_recorded = m_refused = 0;
-        m_idle = m_failed = false;
-        for (const char* figure : {"recorded", "refused", "first_time", "last_time", "bus_time", "idle"})
+        m_failed = false;
+        for (const char* figure : {"recorded", "refused", "first_time", "last_time", "bus_time"})
             DirectSet(Property(figure), VELDInt64(0));
         std::string error;
         m_writer = veldor::canlog::OpenFrameWriter(m_path, error);
         if (!m_writer) Error(("cannot record into " + m_path + ": " + error).c_str(), 1, ErrorGeneric);
-        m_lastFlush = VELD::GetSystemAccurateTiming();
+        StartRecording();
     }
 
     void Core() override
     {
-        VELDInput& input = Input(0);
-        if (!DataAvailableInFIFO(input)) SetIdle(true);
-        VELDIOElt* element = StartReading(input);
+        VELDIOElt* element = NextElement();
         if (!element) return;
-        SetIdle(false);
         const int kind = KindOf(*element);
         const int n = kind < 0 ? 0 : element->VectorSize();
         const VELDInt64 before = m_recorded;
         for (int i = 0; i < n; ++i) Record(ToLogFrame(ViewOf(*element, kind, i), kind, m_offset));
-        StopReading(input);
+        StopReading(Input(0));
         if (before == 0 && m_recorded > 0) DirectSet(Property("first_time"), m_firstTime);
         DirectSet(Property("last_time"), m_lastTime);
         DirectSet(Property("recorded"), m_recorded);
         DirectSet(Property("bus_time"), m_busTime.Total());
-
-        const VELDTimestamp now = VELD::GetSystemAccurateTiming();
-        if (now - m_lastFlush >= m_flushPeriod) {
-            m_lastFlush = now;
-            if (!m_writer->Flush()) Fail();
-        }
+        if (FlushDue() && !m_writer->Flush()) Fail();
     }
 
     void Death() override
@@ -121,27 +112,16 @@ private:
     [[noreturn]] void Fail()
     {
         m_failed = true;
-        Error(("cannot write " + m_path + ": " + m_writer->Error()).c_str(), 1, ErrorGeneric);
-        throw VELD::ErrorException;
-    }
-
-    void SetIdle(bool idle)
-    {
-        if (idle == m_idle) return;
-        m_idle = idle;
-        DirectSet(Property("idle"), VELDInt64(idle ? 1 : 0));
+        Stop("cannot write " + m_path + ": " + m_writer->Error());
     }
 
     std::string m_path;
     std::unique_ptr<FrameWriter> m_writer;
     VELDTimestamp m_offset = 0;
-    VELDInt64 m_flushPeriod = 1000000;
-    VELDTimestamp m_lastFlush = 0;
     VELDInt64 m_recorded = 0;
     VELDInt64 m_refused = 0;
     VELDTimestamp m_firstTime = 0;
     VELDTimestamp m_lastTime = 0;
-    bool m_idle = false;
     bool m_failed = false;
     BusTime m_busTime;
 };

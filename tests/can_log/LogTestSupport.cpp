@@ -20,7 +20,7 @@ void PrintTo(const CanFrame& f, std::ostream* out)
 {
     *out << f.timestamp << "us id=" << std::hex << f.id << std::dec << (f.extended ? "x" : "") << (f.remote ? " remote" : "")
          << (f.fd ? " fd" : "") << (f.bitRateSwitch ? " brs" : "") << (f.errorStateIndicator ? " esi" : "")
-         << " len=" << int(f.length) << " ch=" << int(f.channel) << (f.direction == Direction::Tx ? " Tx" : " Rx");
+         << (f.error ? " error" : "") << " len=" << int(f.length) << " ch=" << int(f.channel) << (f.direction == Direction::Tx ? " Tx" : " Rx");
     if (!f.remote) {
         *out << " [";
         for (int i = 0; i < f.length; ++i) *out << std::hex << std::setw(2) << std::setfill('0') << int(f.data[i]);
@@ -78,11 +78,13 @@ ReadOutcome ReadAll(const std::string& path, const ReaderOptions& options)
         if (r == ReadResult::Frame) {
             outcome.frames.push_back(frame);
         } else {
-            outcome.issues.push_back({reader->Issue().kind, reader->Issue().line});
+            outcome.issues.push_back({reader->Issue().kind, reader->Issue().place.number});
             outcome.messages.push_back(reader->Issue().Describe());
         }
     }
     outcome.errorFrames = reader->ErrorFrames();
+    outcome.otherObjects = reader->OtherObjects();
+    outcome.notices = reader->Notices();
     return outcome;
 }
 

@@ -51,7 +51,9 @@ struct ReadOutcome {
     std::vector<CanFrame> frames;
     std::vector<Issue> issues;
     std::vector<std::string> messages;  // of the issues
+    std::vector<std::string> notices;
     std::uint64_t errorFrames = 0;
+    std::uint64_t otherObjects = 0;
 };
 ReadOutcome ReadAll(const std::string& path,
                     const veldor::canlog::ReaderOptions& options = veldor::canlog::ReaderOptions());

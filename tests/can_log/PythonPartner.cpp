@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <regex>
 #include <sstream>
 
 using veldor::canlog::CanFrame;
@@ -23,9 +25,10 @@ bool PythonCanPresent()
     return std::system(command.c_str()) == 0;
 }
 
-std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path)
+std::string RunPartner(const std::string& script, const std::string& verb, const std::string& path,
+                       const std::string& argument)
 {
-    const std::string command = std::string(kPython) + " " + script + " " + verb + " '" + path + "'";
+    const std::string command = std::string(kPython) + " " + script + " " + verb + " '" + path + "' " + argument;
     std::string out;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) {
@@ -39,6 +42,16 @@ std::string RunPartner(const std::string& script, const std::string& verb, const
     return out;
 }
 
+bool PythonCanCutItsDateLine(const std::string& path)
+{
+    static const std::regex kWhole(R"(date \w{3} \w{3} \d{2} \d{2}:\d{2}:\d{2}\.\d{3} [AP]M \d{4})");
+    if (path.size() < 4 || path.compare(path.size() - 4, 4, ".asc") != 0) return false;
+    std::ifstream in(path);
+    std::string first;
+    std::getline(in, first);
+    return !std::regex_match(first, kWhole);
+}
+
 std::vector<CanFrame> ParseFrames(const std::string& text)
 {
     std::vector<CanFrame> frames;
@@ -49,11 +62,11 @@ std::vector<CanFrame> ParseFrames(const std::string& text)
         std::string id;
         std::string direction;
         std::string data;
-        int flags[5];
+        int flags[6];
         int length = 0;
         int channel = 0;
-        fields >> f.timestamp >> id >> flags[0] >> flags[1] >> flags[2] >> flags[3] >> flags[4] >> length >> channel >>
-            direction >> data;
+        fields >> f.timestamp >> id >> flags[0] >> flags[1] >> flags[2] >> flags[3] >> flags[4] >> flags[5] >> length >>
+            channel >> direction >> data;
         EXPECT_FALSE(fields.fail()) << "unreadable partner line: " << line;
         f.id = static_cast<std::uint32_t>(std::stoul(id, nullptr, 16));
         f.extended = flags[0];
@@ -61,6 +74,7 @@ std::vector<CanFrame> ParseFrames(const std::string& text)
         f.fd = flags[2];
         f.bitRateSwitch = flags[3];
         f.errorStateIndicator = flags[4];
+        f.error = flags[5];
         f.length = static_cast<std::uint8_t>(length);
         f.channel = static_cast<std::uint8_t>(channel);
         f.direction = direction == "T" ? Direction::Tx : Direction::Rx;

@@ -1,8 +1,10 @@
-// The frame value: the DLC table, what a log file can hold, equality.
+// The frame value: the DLC table, what a log file can hold, equality; and
+// the long gaps of a recording, shortened for a replay.
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
 #include "can_log/CanFrame.h"
+#include "can_log/TimeGaps.h"
 
 using namespace veldor::canlog;
 using canlog_test::Classic;
@@ -64,4 +66,34 @@ TEST(CanFrame, EqualityIgnoresBytesPastTheLengthAndRemotePayload)
     c = a;
     c.channel = 1;
     EXPECT_NE(a, c);
+}
+
+TEST(TimeGaps, LongGapsShortenedAndLeapsBackClosedTheRestKept)
+{
+    struct GapCase {
+        std::int64_t maxGap;
+        std::vector<std::int64_t> recorded;
+        std::vector<std::int64_t> played;
+        std::uint64_t changed;
+    };
+    const std::int64_t epoch = 1700000000000000;
+    const GapCase cases[] = {
+        // Seconds since the epoch among seconds since the start.
+        {200000, {0, 10000, epoch + 20000, epoch + 30000, 40000, 50000}, {0, 10000, 210000, 220000, 220000, 230000}, 2},
+        // Gaps up to the limit, and small steps back, stay as they are.
+        {200000, {0, 200000, 190000, 390000}, {0, 200000, 190000, 390000}, 0},
+        // No limit.
+        {0, {0, epoch, 5}, {0, epoch, 5}, 0},
+    };
+    for (const GapCase& c : cases) {
+        TimeGaps gaps(c.maxGap);
+        std::vector<std::int64_t> played;
+        for (std::int64_t t : c.recorded) {
+            CanFrame f = Classic(t, 1, {});
+            gaps.Apply(f);
+            played.push_back(f.timestamp);
+        }
+        EXPECT_EQ(played, c.played);
+        EXPECT_EQ(gaps.Changed(), c.changed);
+    }
 }

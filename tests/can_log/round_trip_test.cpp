@@ -74,12 +74,20 @@ TEST_P(RoundTrip, EveryKindOfFrameReadsBackExactly)
 
 TEST_P(RoundTrip, TimesAroundTheEpochAndOutOfOrder)
 {
-    // Before 1970, at 0, and a frame older than the one before it.
+    // Before 1970, at 0, and a frame older than the one before it. BLF has
+    // no time before its start, 0 for times that are no calendar times.
     std::vector<CanFrame> frames = {Classic(-1500001, 1, {1}), Classic(-1, 2, {}), Classic(0, 3, {}),
                                     Classic(999999, 4, {}), Classic(5, 5, {})};
-    ASSERT_TRUE(WriteFrames(Path(), frames, UtcWriter()));
-    const ReadOutcome r = ReadAll(Path(), UtcReader());
-    ExpectFrames(r, frames);
+    const bool blf = std::string(GetParam()) == "blf";
+    std::string error;
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriter());
+    ASSERT_TRUE(writer) << error;
+    for (const CanFrame& f : frames) {
+        EXPECT_EQ(writer->Write(f), blf && f.timestamp < 0 ? WriteResult::Refused : WriteResult::Written);
+    }
+    EXPECT_TRUE(writer->Close());
+    if (blf) frames.erase(frames.begin(), frames.begin() + 2);
+    ExpectFrames(ReadAll(Path(), UtcReader()), frames);
 }
 
 TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
@@ -103,7 +111,25 @@ TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
     ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 3, {})});
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log"));
+TEST_P(RoundTrip, ErrorFramesKeepWhatTheFormatHolds)
+{
+    CanFrame error = Classic(kTime, 0x80, {1, 2, 3});
+    error.error = true;
+    error.channel = 2;
+    ASSERT_TRUE(WriteFrames(Path(), {error, Classic(kTime + 1, 0x123, {4})}, UtcWriter()));
+    ReaderOptions options = UtcReader();
+    options.errorFrames = true;
+    const ReadOutcome r = ReadAll(Path(), options);
+    // ASC keeps an error frame's time and channel only.
+    if (std::string(GetParam()) == "asc") error = Classic(kTime, 0, {}), error.error = true, error.channel = 2;
+    ExpectFrames(r, {error, Classic(kTime + 1, 0x123, {4})});
+    // Unasked, they are counted only.
+    const ReadOutcome counted = ReadAll(Path(), UtcReader());
+    EXPECT_EQ(counted.frames.size(), 1u);
+    EXPECT_EQ(counted.errorFrames, 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log", "blf"));
 
 TEST(AscWriting, ExactLines)
 {
@@ -174,7 +200,7 @@ TEST(Writing, FailuresAreReportedNotSwallowed)
     std::string error;
     EXPECT_FALSE(OpenFrameWriter("/nonexistent-dir/t.asc", error));
     EXPECT_NE(error.find("/nonexistent-dir/t.asc"), std::string::npos) << error;
-    EXPECT_FALSE(OpenFrameWriter("t.blf", error));
+    EXPECT_FALSE(OpenFrameWriter("t.mf4", error));
     EXPECT_NE(error.find("extension"), std::string::npos) << error;
 
     // A full disk: the buffer fills, the write to the file fails, and the

@@ -246,12 +246,4 @@ TEST_F(IOElt, UnknownSizesAndMissingPayloads)
     EXPECT_FALSE(flat);
 }
 
-TEST_F(IOElt, TheSerializedFormIsNotAvailableYet)
-{
-    Make(VELD::Integer32, 4, 4);
-    EXPECT_EQ(elt.Serialize(nullptr, 0), 0u);
-    EXPECT_EQ(elt.Deserialize(payload, false), kUnknown);
-    EXPECT_EQ(engine.GetConsole().CountContaining("is not available in this runtime", VELD::Error), 2u);
-}
-
 }  // namespace

@@ -63,18 +63,18 @@ TEST_F(Command, ChannelsListsTheBusWithDescriptions)
 
 TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)
 {
-    // Classic and FD frames, 2 ms apart; the recorder takes the channel as
-    // FD to hear both.
+    // Classic and FD frames, 2 ms apart, from a BLF file into one; the
+    // recorder takes the channel as FD to hear both.
     std::vector<CanFrame> frames = CountedFrames(400, 2000);
     for (std::size_t k = 0; k < frames.size(); k += 3) {
         frames[k].fd = true;
         frames[k].bitRateSwitch = k % 2 == 0;
         frames[k].length = 16;
     }
-    WriteLog(File("original.asc"), frames);
-    mainjob::Veldor recorder({"record", "can", "--channel", "NVX-CAN-2", "--fd", File("copy.log")}, m_folder);
+    WriteLog(File("original.blf"), frames);
+    mainjob::Veldor recorder({"record", "can", "--channel", "NVX-CAN-2", "--fd", File("copy.blf")}, m_folder);
     std::this_thread::sleep_for(std::chrono::milliseconds(700));  // its channel is open by then
-    const CommandResult replay = Veldor({"replay", "can", "--channel", "NVX-CAN-1", File("original.asc")});
+    const CommandResult replay = Veldor({"replay", "can", "--channel", "NVX-CAN-1", File("original.blf")});
     EXPECT_EQ(replay.code, 0) << replay.err;
     EXPECT_NE(replay.out.find("replayed 400 frames"), std::string::npos) << replay.out;
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -84,7 +84,7 @@ TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)
     EXPECT_NE(recorded.out.find("recorded 400 frames"), std::string::npos) << recorded.out;
     EXPECT_NE(recorded.out.find("(interrupted)"), std::string::npos) << recorded.out;
 
-    const std::vector<CanFrame> copy = ReadLog(File("copy.log"));
+    const std::vector<CanFrame> copy = ReadLog(File("copy.blf"));
     ASSERT_EQ(copy.size(), frames.size());
     for (std::size_t k = 0; k < frames.size(); ++k) {
         EXPECT_EQ(copy[k].id, frames[k].id) << k;
@@ -134,12 +134,17 @@ TEST_F(Command, AChannelInUseIsRefusedAndTheOtherUserGoesOn)
 struct BadInput {
     const char* name;
     const char* extension;
-    const char* text;  // null: no file
+    std::string text;  // "-": no file
     std::vector<std::string> options;
     int code;
-    const char* message;
-    int replayed;  // -1: nothing replayed
+    const char* message;  // in the first line told
+    int replayed;         // -1: nothing replayed, no summary; -2: a summary of a replay that failed
+    std::size_t lines = 1;               // told on the standard error stream
+    const char* alsoSaid = "";           // in those lines too
+    const char* simulatorConfig = "";    // for the command's bus library
 };
+
+void PrintTo(const BadInput& c, std::ostream* out) { *out << c.name; }
 
 class CommandBadInput : public Command, public ::testing::WithParamInterface<BadInput> {};
 
@@ -151,25 +156,45 @@ TEST_P(CommandBadInput, GivesOneClearMessage)
 {
     const BadInput& c = GetParam();
     const std::string file = File(std::string("input.") + c.extension);
-    if (c.text) WriteText(file, c.text);
+    if (c.text != "-") WriteText(file, c.text);
     std::vector<std::string> args{"replay", "can", "--channel", "NVX-CAN-1"};
     args.insert(args.end(), c.options.begin(), c.options.end());
     args.push_back(file);
+    if (*c.simulatorConfig) {
+        WriteText(File("sim.conf"), c.simulatorConfig);
+        setenv("NXBUSAPI_SIM_CONFIG", File("sim.conf").c_str(), 1);
+    }
     const CommandResult r = Veldor(args);
+    unsetenv("NXBUSAPI_SIM_CONFIG");
     EXPECT_EQ(r.code, c.code) << r.err;
-    ASSERT_EQ(r.ErrLines().size(), 1u) << r.err;
+    ASSERT_EQ(r.ErrLines().size(), c.lines) << r.err;
     EXPECT_EQ(r.err.rfind("veldor replay: ", 0), 0u) << r.err;
-    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_NE(r.ErrLines()[0].find(c.message), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(c.alsoSaid), std::string::npos) << r.err;
     if (c.replayed >= 0)
-        EXPECT_NE(r.out.find("replayed " + std::to_string(c.replayed) + " frames"), std::string::npos) << r.out;
+        EXPECT_EQ(r.out.rfind("replayed " + std::to_string(c.replayed) + " frames", 0), 0u) << r.out;
+    else if (c.replayed == -2)
+        EXPECT_TRUE(r.out.rfind("replayed ", 0) == 0 && r.out.find(" (failed)\n") != std::string::npos) << r.out;
     else
         EXPECT_EQ(r.out, "");
+}
+
+// Three seconds of 8-byte frames, 300 us apart: most of a 500 kbit/s bus.
+std::string Busy()
+{
+    std::string text;
+    char line[80];
+    for (int k = 0; k < 10000; ++k) {
+        std::snprintf(line, sizeof line, "(%.6f) can0 %03X#0011223344556677\n", 1700000000 + k * 0.0003, k % 0x800);
+        text += line;
+    }
+    return text;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Inputs, CommandBadInput,
     ::testing::Values(
-        BadInput{"Missing", "log", nullptr, {}, 1, "input.log: No such file or directory", -1},
+        BadInput{"Missing", "log", "-", {}, 1, "input.log: No such file or directory", -1},
         BadInput{"Empty", "log", "", {}, 1, "input.log holds no CAN frame", -1},
         BadInput{"Truncated", "log", "(1700000000.000000) can0 100#0011223344556677\n(1700000000.001000) can0 10", {}, 0,
                  "input.log: line 2: ", 1},
@@ -180,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"InvalidIdentifierStops", "log",
                  "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
                  "(1700000000.001000) can0 101#0011223344556677\n",
-                 {"--on-error", "stop"}, 1, "input.log: line 2: invalid identifier", -1},
+                 {"--on-error", "stop"}, 1, "input.log: line 2: invalid identifier", 1},
         BadInput{"InvalidDlc", "asc",
                  "date Tue Nov 14 10:13:20.123 pm 2023\nbase hex  timestamps absolute\n"
                  "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n"
@@ -191,7 +216,21 @@ INSTANTIATE_TEST_SUITE_P(
                  {}, 0, "input.asc: line 5: invalid DLC", 2},
         BadInput{"UnknownChannel", "log", kGoodLines, {"--channel", "NVX-CAN-9"}, 1,
                  "unknown channel \"NVX-CAN-9\" at 127.0.0.1; channels: NVX-CAN-1, NVX-CAN-2", -1},
-        BadInput{"SpeedWithSync", "log", kGoodLines, {"--sync", "--speed", "2"}, 2, "--speed is for a replay paced here", -1}),
+        BadInput{"SpeedWithSync", "log", kGoodLines, {"--sync", "--speed", "2"}, 2, "--speed is for a replay paced here", -1},
+        // Lines in seconds since the epoch among seconds since the start:
+        // without the shortened gap this replay would wait 54 years.
+        BadInput{"EpochSecondsAmongRelativeOnes", "log",
+                 "(0.000000) can0 100#00\n(0.010000) can0 101#01\n(1700000000.020000) can0 102#02\n"
+                 "(1700000000.030000) can0 103#03\n(0.040000) can0 104#04\n(0.050000) can0 105#05\n",
+                 {"--max-gap", "0.2s"}, 0,
+                 "input.log: line 3: the frame comes 1700000000.01 s after the one before; the gap is shortened to 0.2 s",
+                 6, 2, "input.log: line 5: the time goes back 1699999999.99 s"},
+        // Refused before anything is sent: no summary.
+        BadInput{"SpeedBeyondTheBus", "log", Busy(), {"--speed", "1.5"}, 1,
+                 "the file needs 114.2% of the bus at 500k bit/s and speed 1.50 in its busiest second", -1, 1,
+                 "more than the 100% the channel carries"},
+        BadInput{"TransmitFailure", "log", Busy(), {}, 1, "the replay onto NVX-CAN-1 stopped: ", -2, 1,
+                 "transmit queue full", "[fault NXCAN_TransmitMessages]\ncode = 7\nafter = 100\n"}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -208,17 +209,32 @@ TEST_F(PlayerClock, AJumpForwardPassesOverTheFramesOnTheWay)
     Build(300);  // 3 s
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("stats.frames") >= 50; }, 10));
-    engine.Clock().SetTime(Now() + 1000000);
+    // The jump is made while the clock stands, so that where it lands does
+    // not depend on how fast this machine runs: the frames due before the
+    // new time and not yet played are passed over, the rest come when due
+    // on the clock after the jump.
+    engine.Clock().SetPaused(true);
+    const long long paused = Now();
+    engine.Clock().SetTime(paused + 1000000);
+    ASSERT_TRUE(Eventually([&] { return Figure("player.jumps") == 1; }, 10));
+    engine.Clock().SetPaused(false);
     ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }, 10));
+    const long long start = Figure("player.replay_start_time");
     const long long passed = Figure("player.passed_over");
-    EXPECT_EQ(Figure("player.jumps"), 1);
-    // A second of frames, give or take the ones in flight at the jump.
-    EXPECT_NEAR(static_cast<double>(passed), 100, 6);
+    long long firstAfter = 0;
+    while (start + firstAfter * kPeriod < paused + 1000000) ++firstAfter;
+
     const std::vector<Arrival> arrivals = Arrivals();
-    EXPECT_EQ(static_cast<long long>(arrivals.size()) + passed, 300);
-    // In order, and due on the clock after the jump.
-    for (std::size_t i = 1; i < arrivals.size(); ++i) ASSERT_GT(arrivals[i].counter, arrivals[i - 1].counter);
-    EXPECT_LT(WorstDelay(arrivals, 200), kBound);
+    ASSERT_EQ(static_cast<long long>(arrivals.size()) + passed, 300);
+    const long long playedBefore = firstAfter - passed;
+    // Nothing due after the pause was played before the jump.
+    EXPECT_LE(start + (playedBefore - 1) * kPeriod, paused);
+    for (std::size_t i = 0; i < arrivals.size(); ++i) {
+        const long long k = static_cast<long long>(i) < playedBefore ? static_cast<long long>(i) : static_cast<long long>(i) + passed;
+        ASSERT_EQ(arrivals[i].counter, k) << i;
+        // Never before it was due: after the jump, on the clock that jumped.
+        EXPECT_GE(arrivals[i].arrival, start + k * kPeriod) << i;
+    }
 }
 
 TEST_F(PlayerClock, AJumpBackwardPlaysTheFramesAgain)
@@ -313,6 +329,10 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     const std::string out = m_folder + "/ours." + GetParam();
     std::vector<CanFrame> written =
         canlog_test::ParseFrames(canlog_test::RunPartner(VELDOR_CAN_LOG_INTEROP_SCRIPT, "write", in));
+    // A diagram's frame records have no error frames: the player passes
+    // over those of a BLF file.
+    written.erase(std::remove_if(written.begin(), written.end(), [](const CanFrame& f) { return f.error; }),
+                  written.end());
     ASSERT_EQ(written.size(), 9u);
     Make("CanFileRecorder", "rec");
     Set("rec.file", out);
@@ -324,7 +344,7 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     engine.Clock().SetSpeed(100000);  // 4.5 s of frames, played fast
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == 9; }, 10)) << Figure("rec.recorded");
-    EXPECT_EQ(Figure("player.bad_lines"), 0);
+    EXPECT_EQ(Figure("player.bad_lines"), canlog_test::PythonCanCutItsDateLine(in) ? 1 : 0);
     Shutdown();
 
     const std::vector<CanFrame> read =
@@ -341,7 +361,7 @@ TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItRe
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values("asc", "log"));
+INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values("asc", "log", "blf"));
 
 // ---------------------------------------------------------------------------
 // The command without a bus library

@@ -113,4 +113,24 @@ FrameTime TimeOnBus(const CanFrame& frame, const BusRates& rates)
     return time;
 }
 
+void BusLoadPeak::Add(std::int64_t due, const CanFrame& frame)
+{
+    const std::int64_t held = TimeOnBus(frame, m_rates).nanoseconds;
+    m_inWindow.emplace_back(due, held);
+    m_busy += held;
+    while (!m_inWindow.empty() && m_inWindow.front().first <= due - m_window) {
+        m_busy -= m_inWindow.front().second;
+        m_inWindow.pop_front();
+    }
+    if (m_busy > m_peak) {
+        m_peak = m_busy;
+        m_peakEnd = due;
+    }
+}
+
+double BusLoadPeak::Peak() const
+{
+    return m_window > 0 ? static_cast<double>(m_peak) / 1000.0 / static_cast<double>(m_window) : 0;
+}
+
 }  // namespace veldor::sample

@@ -15,11 +15,23 @@ constexpr const char* kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", 
 
 std::int64_t FloorDiv(std::int64_t a, std::int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
 
-int MonthOf(std::string_view name)
+// Month names as the tools write them, English and German, the German
+// "März" in UTF-8 and in Latin-1 too. A longer name that starts with one
+// (November, Dezember) is that month.
+struct MonthName {
+    std::string_view name;
+    int month;
+};
+constexpr MonthName kMonthNames[] = {
+    {"Jan", 0}, {"Feb", 1}, {"Mar", 2}, {"M\xC3\xA4r", 2}, {"M\xE4r", 2}, {"Mrz", 2}, {"Apr", 3},
+    {"May", 4}, {"Mai", 4}, {"Jun", 5}, {"Jul", 6},          {"Aug", 7},    {"Sep", 8}, {"Oct", 9},
+    {"Okt", 9}, {"Nov", 10}, {"Dec", 11}, {"Dez", 11},
+};
+
+int MonthOf(std::string_view token)
 {
-    if (name.size() < 3) return -1;
-    for (int m = 0; m < 12; ++m) {
-        if (EqualsNoCase(name.substr(0, 3), kMonths[m])) return m;
+    for (const MonthName& m : kMonthNames) {
+        if (token.size() >= m.name.size() && EqualsNoCase(token.substr(0, m.name.size()), m.name)) return m.month;
     }
     return -1;
 }
@@ -92,8 +104,8 @@ bool ParseAscDate(std::string_view text, DateZone zone, std::int64_t& micros)
     if (!ParseDecimal(tokens.Next(), day) || day < 1 || day > 31) return false;
     if (!ParseClock(tokens.Next(), hour, minute, second, fraction)) return false;
     token = tokens.Next();
-    const bool am = EqualsNoCase(token, "am");
-    const bool pm = EqualsNoCase(token, "pm");
+    const bool am = EqualsNoCase(token, "am") || EqualsNoCase(token, "vorm.");
+    const bool pm = EqualsNoCase(token, "pm") || EqualsNoCase(token, "nachm.");
     if (am || pm) {
         if (hour < 1 || hour > 12) return false;
         hour = hour % 12 + (pm ? 12 : 0);

@@ -1,5 +1,7 @@
 // The calendar dates of an ASC header, as in "Tue Nov 14 10:13:20.123 pm
-// 2023": English names, a 12-hour clock, milliseconds.
+// 2023" or "Do Mär 19 22:13:20.123 2020": written with English names, a
+// 12-hour clock and milliseconds; read with English or German names, either
+// clock.
 #ifndef VELDOR_CAN_LOG_ASC_DATE_H
 #define VELDOR_CAN_LOG_ASC_DATE_H
 
@@ -18,8 +20,9 @@ constexpr int kAscDateMaxLength = 40;
 char* FormatAscDate(char* out, std::int64_t micros, DateZone zone);
 
 // Reads "[weekday] month day hh:mm:ss[.fraction] [am|pm] year"; the
-// weekday is not checked, the month is an English name. A fraction of up to
-// six digits is kept.
+// weekday is not checked, the month is an English or German name, and
+// "vorm." and "nachm." stand for am and pm. A fraction of up to six digits
+// is kept.
 bool ParseAscDate(std::string_view text, DateZone zone, std::int64_t& micros);
 
 }  // namespace veldor::canlog

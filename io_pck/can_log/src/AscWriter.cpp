@@ -74,7 +74,12 @@ void AscWriter::Format(const CanFrame& frame)
                                    static_cast<std::size_t>(PutUnsigned(channelBuffer, frame.channel + 1u) - channelBuffer));
     char text[16];
 
-    if (!frame.fd) {
+    if (frame.error) {
+        // The format keeps an error frame's time and channel only.
+        *p++ = ' ';
+        p = PutText(p, channel);
+        p = PutText(p, "  ErrorFrame");
+    } else if (!frame.fd) {
         *p++ = ' ';
         p = PutText(p, channel);
         p = PutText(p, "  ");

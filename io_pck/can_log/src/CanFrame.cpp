@@ -14,7 +14,7 @@ bool operator==(const CanFrame& a, const CanFrame& b)
 {
     if (a.timestamp != b.timestamp || a.id != b.id || a.extended != b.extended || a.remote != b.remote ||
         a.fd != b.fd || a.bitRateSwitch != b.bitRateSwitch || a.errorStateIndicator != b.errorStateIndicator ||
-        a.length != b.length || a.channel != b.channel || a.direction != b.direction) {
+        a.length != b.length || a.channel != b.channel || a.direction != b.direction || a.error != b.error) {
         return false;
     }
     if (a.remote) return true;
@@ -44,9 +44,11 @@ bool IsValidLength(std::size_t length, bool fd)
 
 const char* CheckFrame(const CanFrame& frame)
 {
-    if (frame.id > (frame.extended ? CanFrame::kMaxExtendedId : CanFrame::kMaxStandardId)) {
+    // An error frame's identifier is what the file says of the error: up to 29 bits.
+    if (frame.id > (frame.extended || frame.error ? CanFrame::kMaxExtendedId : CanFrame::kMaxStandardId)) {
         return frame.extended ? "extended identifier above 0x1FFFFFFF" : "standard identifier above 0x7FF";
     }
+    if (frame.error && (frame.fd || frame.remote)) return "an error frame is neither FD nor remote";
     if (frame.fd) {
         if (frame.remote) return "an FD frame cannot be a remote frame";
         if (!IsValidLength(frame.length, true)) return "length not in the FD length table";

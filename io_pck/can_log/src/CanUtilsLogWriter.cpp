@@ -32,7 +32,12 @@ void CanUtilsLogWriter::Format(const CanFrame& frame)
     p = PutText(p, m_prefix);
     p = PutUnsigned(p, frame.channel);
     *p++ = ' ';
-    p = PutHex(p, frame.id, frame.extended ? 8 : 3);
+    constexpr std::uint32_t kErrorFrameFlag = 0x20000000;
+    if (frame.error) {
+        p = PutHex(p, kErrorFrameFlag | frame.id, 8);
+    } else {
+        p = PutHex(p, frame.id, frame.extended ? 8 : 3);
+    }
     *p++ = '#';
     if (frame.remote) {
         *p++ = 'R';

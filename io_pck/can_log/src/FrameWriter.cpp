@@ -23,7 +23,9 @@ WriteResult FrameWriter::Write(const CanFrame& frame)
         m_error = "the writer is closed";
         return WriteResult::Failed;
     }
-    if (const char* why = CheckFrame(frame)) {
+    const char* why = CheckFrame(frame);
+    if (why == nullptr) why = Refuses(frame);
+    if (why != nullptr) {
         m_error.assign("frame refused: ").append(why);
         return WriteResult::Refused;
     }
@@ -36,6 +38,7 @@ WriteResult FrameWriter::Write(const CanFrame& frame)
 bool FrameWriter::Flush()
 {
     if (m_closed) return !m_out->Failed();
+    if (!m_out->Failed()) Drain();
     m_out->Flush();
     return !TakeFailure();
 }

@@ -1,5 +1,6 @@
 #include "LineSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -8,7 +9,7 @@
 
 namespace veldor::canlog {
 
-LineSource::LineSource(std::size_t capacity) : m_buffer(capacity) {}
+LineSource::LineSource(std::size_t capacity) : m_buffer(std::min(capacity, kFirstSize)), m_capacity(capacity) {}
 
 LineSource::~LineSource()
 {
@@ -80,7 +81,9 @@ LineSource::Result LineSource::Next(std::string_view& line)
             return Result::Line;
         }
         if (m_eof) return Result::End;
-        if (m_begin == 0 && m_end == m_buffer.size()) {
+        if (m_begin == 0 && m_end == m_buffer.size() && m_buffer.size() < m_capacity) {
+            m_buffer.resize(std::min(2 * m_buffer.size(), m_capacity));
+        } else if (m_begin == 0 && m_end == m_buffer.size()) {
             ++m_lineNumber;
             m_unterminated = false;
             m_skipping = true;

@@ -1,6 +1,7 @@
-// The lines of a file, read through one fixed buffer: a recording of any
-// size streams through it, and a line is a view into it that holds until
-// the next call.
+// The lines of a file, read through one buffer: a recording of any size
+// streams through it, and a line is a view into it that holds until the
+// next call. The buffer starts small and grows, up to its capacity, only
+// for a line that does not fit.
 #ifndef VELDOR_CAN_LOG_LINE_SOURCE_H
 #define VELDOR_CAN_LOG_LINE_SOURCE_H
 
@@ -16,12 +17,13 @@ class LineSource {
 public:
     enum class Result {
         Line,     // a line, without its "\n" or "\r\n"
-        TooLong,  // a line longer than the buffer; it is skipped whole
+        TooLong,  // a line longer than the capacity; it is skipped whole
         End,
         Failed,   // the file could not be read; Error() says why
     };
 
     static constexpr std::size_t kDefaultCapacity = 1 << 20;
+    static constexpr std::size_t kFirstSize = 64 * 1024;
 
     explicit LineSource(std::size_t capacity = kDefaultCapacity);
     ~LineSource();
@@ -40,6 +42,7 @@ private:
     bool Fill();
 
     std::vector<char> m_buffer;
+    std::size_t m_capacity;
     std::size_t m_begin = 0;  // first byte not yet returned
     std::size_t m_end = 0;    // end of the bytes read
     int m_fd = -1;

@@ -41,7 +41,25 @@ bool OutputBuffer::Flush()
         }
         done += static_cast<std::size_t>(n);
     }
+    m_flushed += m_used;
     m_used = 0;
+    return true;
+}
+
+bool OutputBuffer::WriteAt(std::size_t offset, const void* data, std::size_t size)
+{
+    if (!Flush()) return false;
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::pwrite(m_fd, static_cast<const char*>(data) + done, size - done,
+                                   static_cast<off_t>(offset + done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            m_error = std::string("write failed: ") + (n < 0 ? std::strerror(errno) : "nothing written");
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
     return true;
 }
 

@@ -26,6 +26,11 @@ public:
     char* Reserve(std::size_t size);
     void Commit(char* end) { m_used = static_cast<std::size_t>(end - m_buffer.data()); }
     bool Flush();
+    // Flushes, then writes `size` bytes over the file's bytes at `offset`
+    // (a header that is known only at the end).
+    bool WriteAt(std::size_t offset, const void* data, std::size_t size);
+    // Bytes written so far, in the file and in the buffer.
+    std::size_t Size() const { return m_flushed + m_used; }
     // Flushes and closes the file; false if anything failed on the way.
     bool Close();
     bool Failed() const { return !m_error.empty(); }
@@ -34,6 +39,7 @@ public:
 private:
     std::vector<char> m_buffer;
     std::size_t m_used = 0;
+    std::size_t m_flushed = 0;
     int m_fd = -1;
     std::string m_error;
 };

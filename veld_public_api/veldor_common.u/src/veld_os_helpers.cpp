@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -224,4 +225,133 @@ int VELDRegExp::Position(int i) const
 int VELDRegExp::Length(int i) const
 {
     return i >= 0 && i < m_record->matches ? m_record->offsets[2 * i + 1] - m_record->offsets[2 * i] : -1;
+}
+
+// ---------------------------------------------------------------------------
+// Path arithmetic
+
+namespace {
+
+// The elements of a path, empty ones and "." left out.
+VELDArray<VELDString> Elements(const VELDString& path)
+{
+    VELDArray<VELDString> all = path.Split('/');
+    VELDArray<VELDString> kept;
+    for (int i = 0; i < all.Size(); ++i)
+        if (all[i].Length() > 0 && all[i] != ".") kept.Append(all[i]);
+    return kept;
+}
+
+// The path without its trailing separators; a lone "/" stays.
+VELDString WithoutTrailingSeparators(const VELDString& path)
+{
+    int n = path.Length();
+    while (n > 1 && path[n - 1] == '/') --n;
+    VELDString trimmed(path);
+    trimmed.Shorten(path.Length() - n);
+    return trimmed;
+}
+
+VELDString Joined(const char* folder, const VELDString& path)
+{
+    VELDString joined(folder);
+    if (joined.Length() > 0 && joined[joined.Length() - 1] != '/') joined += "/";
+    joined += path.Beginning();
+    return joined;
+}
+
+}  // namespace
+
+void VELDFile::SetLongName(const char* path)
+{
+    m_longName = path;
+    const char* text = m_longName.Beginning();
+    const char* slash = std::strrchr(text, '/');
+    m_shortName = slash ? slash + 1 : text;
+}
+
+bool VELDFile::IsAbsolute() const
+{
+    return m_longName.Length() > 0 && (m_longName[0] == '/' || m_longName[0] == '\\');
+}
+
+VELDString VELDFile::GetExtension() const
+{
+    const char* text = m_longName.Beginning();
+    for (int i = m_longName.Length() - 1; i >= 0; --i)
+        if (text[i] == '.') return VELDString(text + i + 1);
+    return VELDString();
+}
+
+bool VELDFile::CompactPath()
+{
+    const bool rooted = m_longName.Length() > 0 && m_longName[0] == '/';
+    const VELDArray<VELDString> elements = Elements(m_longName);
+    VELDArray<VELDString> kept;
+    for (int i = 0; i < elements.Size(); ++i) {
+        if (elements[i] != "..") {
+            kept.Append(elements[i]);
+        } else if (kept.Size() >= 2 && kept[kept.Size() - 1] != "..") {
+            kept.RemoveLast();
+        } else if (IsAbsolute()) {
+            return false;
+        } else {
+            kept.Append(elements[i]);
+        }
+    }
+    VELDString compact(rooted ? "/" : "");
+    for (int i = 0; i < kept.Size(); ++i) {
+        compact += kept[i].Beginning();
+        compact += "/";
+    }
+    SetLongName(compact);
+    return true;
+}
+
+VELDString VELDFile::GetAbsolutePath(const char* base) const
+{
+    if (IsAbsolute()) return GetFullPath();
+    return Joined(base ? base : VELD::GetCurrentFolder().Beginning(), m_longName);
+}
+
+VELDString VELDFile::GetRelativePath(const char* base) const
+{
+    if (!IsAbsolute()) return GetFullPath();
+    VELDFile from(base);
+    from.SetLongName(from.GetAbsolutePath(nullptr));
+    from.CompactPath();
+    VELDFile to(*this);
+    to.CompactPath();
+    const VELDArray<VELDString> fromElements = Elements(from.m_longName);
+    const VELDArray<VELDString> toElements = Elements(to.m_longName);
+    int common = 0;
+    while (common < fromElements.Size() && common < toElements.Size() &&
+           fromElements[common] == toElements[common])
+        ++common;
+    VELDString relative;
+    for (int i = common; i < fromElements.Size(); ++i) relative += relative.Length() ? "/.." : "..";
+    for (int i = common; i < toElements.Size(); ++i) {
+        if (relative.Length()) relative += "/";
+        relative += toElements[i].Beginning();
+    }
+    return relative.Length() ? relative : VELDString(".");
+}
+
+VELDString VELDFile::GetName() const
+{
+    const VELDString path = WithoutTrailingSeparators(m_longName);
+    if (path == "/") return VELDString();
+    const char* slash = std::strrchr(path.Beginning(), '/');
+    return VELDString(slash ? slash + 1 : path.Beginning());
+}
+
+VELDString VELDFile::GetParentFolder() const
+{
+    VELDString path = WithoutTrailingSeparators(m_longName);
+    const char* text = path.Beginning();
+    const char* slash = std::strrchr(text, '/');
+    if (!slash) return VELDString();
+    const int kept = slash == text ? 1 : static_cast<int>(slash - text);
+    path.Shorten(path.Length() - kept);
+    return path;
 }

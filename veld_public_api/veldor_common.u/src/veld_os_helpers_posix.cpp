@@ -1,6 +1,12 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <limits.h>
 #include <pthread.h>
 #include <sched.h>
+#include <stdlib.h>
+#include <sys/file.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -262,6 +268,362 @@ VELDString VELD::AbsoluteTime2String(VELDAbsoluteTime time)
     std::snprintf(text, sizeof text, "%04d/%02d/%02d %02d:%02d:%02d.%06ld", local.tm_year + 1900, local.tm_mon + 1,
                   local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, micro);
     return VELDString(text);
+}
+
+// ---------------------------------------------------------------------------
+// System paths
+
+namespace {
+
+// `text` from the locale into UTF-8; as it stands when it can't be converted.
+VELDString FromLocale(const char* text)
+{
+    VELDString utf8;
+    if (!text) return utf8;
+    if (!VELDIconv::localeToUTF8(text, utf8)) utf8 = text;
+    return utf8;
+}
+
+}  // namespace
+
+VELDString VELD::GetCurrentBinaryPath()
+{
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/%d/exe", static_cast<int>(getpid()));
+    char path[PATH_MAX];
+    const ssize_t n = readlink(link, path, sizeof path - 1);
+    if (n < 0) return VELDString();
+    path[n] = 0;
+    return VELDString(path);
+}
+
+VELDString VELD::GetTempFolder() { return VELDString("/tmp"); }
+
+VELDString VELD::GetUserHomeFolder() { return FromLocale(std::getenv("HOME")); }
+
+VELDString VELD::GetCurrentFolder()
+{
+    char path[PATH_MAX];
+    return getcwd(path, sizeof path) ? FromLocale(path) : VELDString();
+}
+
+VELDString VELD::GetSymbolFilePath(const void* symbol)
+{
+    Dl_info info;
+    if (!symbol || dladdr(symbol, &info) == 0 || !info.dli_fname) return VELDString();
+    return VELDString(info.dli_fname);
+}
+
+VELDString VELD::GetRuntimeRootDirectory()
+{
+    for (const char* name : {"libveldor.so", "libveldor.so.4"}) {
+        void* library = dlopen(name, RTLD_LAZY);
+        if (!library) continue;
+        const void* symbol = dlsym(library, "veld_init");
+        const VELDString path = GetSymbolFilePath(symbol);
+        dlclose(library);
+        if (path.Length() > 0) return VELDFile(path).GetParentFolder();
+    }
+    return VELDString();
+}
+
+// ---------------------------------------------------------------------------
+// Files
+
+struct VELDFileIO::Record {
+    std::FILE* file = nullptr;
+    int error = 0;  // errno of the last failure
+};
+
+namespace {
+
+VELDFileIO::DisplayErrorFunction g_displayError = &VELDFileIO::displayErrorDefaultFunction;
+
+}  // namespace
+
+void VELDFileIO::displayErrorDefaultFunction(const wchar_t* text)
+{
+    if (text)
+        std::fprintf(stderr, "%ls\n", text);
+    else
+        std::fprintf(stderr, "No error\n");
+}
+
+void VELDFileIO::SetDisplayErrorFunction(DisplayErrorFunction function)
+{
+    g_displayError = function ? function : &displayErrorDefaultFunction;
+}
+
+VELDFileIO::VELDFileIO() : m_record(new Record()) {}
+
+VELDFileIO::~VELDFileIO()
+{
+    VELDFileIO::Close();
+    delete m_record;
+}
+
+bool VELDFileIO::IsOpen() const { return m_record->file != nullptr; }
+void* VELDFileIO::Stream() const { return m_record->file; }
+int VELDFileIO::LastError() const { return m_record->error; }
+
+bool VELDFileIO::Failed()
+{
+    m_record->error = errno ? errno : EIO;
+    return false;
+}
+
+bool VELDFileIO::Close()
+{
+    if (!m_record->file) return true;
+    const int closed = std::fclose(m_record->file);
+    m_record->file = nullptr;
+    return closed == 0 || Failed();
+}
+
+bool VELDFileIO::OpenWithMode(const char* path, const char* mode, int flags)
+{
+    Close();
+    m_record->error = 0;
+    if (!path) {
+        m_record->error = EINVAL;
+        return false;
+    }
+    std::FILE* file = std::fopen(path, mode);
+    int error = errno;
+    if (!file) {
+        char* local = VELDIconv::UTF8ToLocale(path);
+        if (local) {
+            file = std::fopen(local, mode);
+            if (!file) error = errno;
+            VELDIconv::releaseLocale(local);
+        }
+    }
+    if (!file) {
+        m_record->error = error;
+        return false;
+    }
+    if (flags & NoBuffering) std::setvbuf(file, nullptr, _IONBF, 0);
+    m_record->file = file;
+    return true;
+}
+
+void VELDFileIO::Adopt(void* stream)
+{
+    Close();
+    m_record->error = 0;
+    m_record->file = static_cast<std::FILE*>(stream);
+}
+
+bool VELDFileIO::SetPos(VELDInt64 position)
+{
+    if (!m_record->file) return (errno = EBADF, Failed());
+    return fseeko(m_record->file, static_cast<off_t>(position), SEEK_SET) == 0 || Failed();
+}
+
+bool VELDFileIO::MovePos(int offset)
+{
+    if (!m_record->file) return (errno = EBADF, Failed());
+    return fseeko(m_record->file, offset, SEEK_CUR) == 0 || Failed();
+}
+
+VELDInt64 VELDFileIO::GetPos()
+{
+    if (!m_record->file) return (errno = EBADF, Failed(), -1);
+    const off_t position = ftello(m_record->file);
+    if (position < 0) Failed();
+    return position;
+}
+
+bool VELDFileIO::Rewind() { return SetPos(0); }
+
+bool VELDFileIO::Go2End()
+{
+    if (!m_record->file) return (errno = EBADF, Failed());
+    return fseeko(m_record->file, 0, SEEK_END) == 0 || Failed();
+}
+
+VELDInt64 VELDFileIO::FileSize()
+{
+    const VELDInt64 here = GetPos();
+    if (here < 0 || !Go2End()) return -1;
+    const VELDInt64 size = GetPos();
+    SetPos(here);
+    return size;
+}
+
+void VELDFileIO::ShowError() { ShowErrorTitled("File read/write error:"); }
+
+void VELDFileIO::ShowErrorTitled(const char* title)
+{
+    if (m_record->error == 0) {
+        g_displayError(nullptr);
+        return;
+    }
+    const std::size_t n = std::strlen(title);
+    const char* glue = n > 0 && title[n - 1] == ':' ? " " : ": ";
+    wchar_t text[512];
+    std::swprintf(text, sizeof text / sizeof text[0], L"%s%s%s", title, glue, std::strerror(m_record->error));
+    g_displayError(text);
+}
+
+bool VELDFileReader::Open(const char* path, int flags) { return OpenWithMode(path, "rb", flags); }
+
+void VELDFileReader::ShowError() { ShowErrorTitled("File read error"); }
+
+int VELDFileReader::Read(void* buffer, int size)
+{
+    std::FILE* file = static_cast<std::FILE*>(Stream());
+    if (!file || !buffer || size <= 0) return 0;
+    const std::size_t n = std::fread(buffer, 1, static_cast<std::size_t>(size), file);
+    if (n < static_cast<std::size_t>(size) && std::ferror(file)) Failed();
+    return static_cast<int>(n);
+}
+
+bool VELDFileReader::NextLine(VELDString& line, VELDInt64* position, bool append, bool stopAtNul)
+{
+    if (!append) line.Clear();
+    std::FILE* file = static_cast<std::FILE*>(Stream());
+    if (!file) return false;
+    const off_t start = ftello(file);
+    if (position) *position = start;
+    char block[128];
+    off_t taken = 0;
+    bool any = false;
+    for (;;) {
+        const std::size_t n = std::fread(block, 1, sizeof block, file);
+        if (n == 0) {
+            if (std::ferror(file)) Failed();
+            break;
+        }
+        any = true;
+        std::size_t end = 0;
+        while (end < n && block[end] != '\n' && !(stopAtNul && block[end] == 0)) ++end;
+        line.Append(block, static_cast<int>(end));
+        taken += static_cast<off_t>(end);
+        if (end < n) {
+            ++taken;  // the line feed
+            break;
+        }
+    }
+    // Blocks read past the line: the file goes back to just behind it.
+    if (start >= 0) fseeko(file, start + taken, SEEK_SET);
+    if (line.Length() > 0 && line[line.Length() - 1] == '\r') line.Shorten(1);
+    return any;
+}
+
+const char* VELDFileWriter::ModeFor(int flags)
+{
+    if (!(flags & Append)) return (flags & EnableRead) ? "w+b" : "wb";
+    if (!(flags & EnableRead)) return "ab";
+    return (flags & RandomAccess) ? "r+b" : "a+b";
+}
+
+bool VELDFileWriter::Open(const char* path, int flags) { return OpenWithMode(path, ModeFor(flags), flags); }
+
+void VELDFileWriter::ShowError() { ShowErrorTitled("File write error:"); }
+
+bool VELDFileWriter::Write(const void* bytes, int size, void*)
+{
+    std::FILE* file = static_cast<std::FILE*>(Stream());
+    if (size <= 0) return true;
+    const bool written =
+        file ? std::fwrite(bytes, 1, static_cast<std::size_t>(size), file) == static_cast<std::size_t>(size)
+             : (errno = EBADF, false);
+    if (written) return true;
+    Failed();
+    ShowError();
+    return false;
+}
+
+bool VELDFileWriter::WriteText(const VELDString& text, bool newLine)
+{
+    return Write(text.Beginning(), text.Length()) && (!newLine || Write("\n", 1));
+}
+
+bool VELDFileWriter::FlushToDisk()
+{
+    std::FILE* file = static_cast<std::FILE*>(Stream());
+    if (file && std::fflush(file) == 0 && fsync(fileno(file)) == 0) return true;
+    if (!file) errno = EBADF;
+    Failed();
+    ShowError();
+    return false;
+}
+
+bool VELDFileWriterAndReader::Open(const char* path, int flags)
+{
+    return OpenWithMode(path, ModeFor(flags | EnableRead), flags);
+}
+
+void VELDFileWriterAndReader::ShowError() { ShowErrorTitled("File read/write error:"); }
+
+bool VELDFileWriterAndReader::OpenTempFile(VELDString& name)
+{
+    char pattern[] = "vldXXXXXX";
+    const int descriptor = mkstemp(pattern);
+    if (descriptor < 0) return Failed();
+    // Read and write: the file is new, and this object is its only user.
+    std::FILE* file = fdopen(descriptor, "w+b");
+    if (!file) {
+        Failed();
+        close(descriptor);
+        return false;
+    }
+    Adopt(file);
+    name = FromLocale(pattern);
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Locks
+
+namespace {
+
+// open(2) with the path as given, then converted for the locale.
+int OpenPath(const char* path, int flags)
+{
+    int descriptor = open(path, flags | O_CLOEXEC);
+    if (descriptor < 0) {
+        char* local = VELDIconv::UTF8ToLocale(path);
+        if (local) descriptor = open(local, flags | O_CLOEXEC);
+        VELDIconv::releaseLocale(local);
+    }
+    return descriptor;
+}
+
+}  // namespace
+
+VELDFileLockerHandle::~VELDFileLockerHandle() { TryUnlock(); }
+
+bool VELDFileLockerHandle::TryLock()
+{
+    if (m_descriptor >= 0) return true;
+    const int descriptor = OpenDescriptor();
+    if (descriptor < 0) return false;
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        close(descriptor);
+        return false;
+    }
+    m_descriptor = descriptor;
+    return true;
+}
+
+bool VELDFileLockerHandle::TryUnlock()
+{
+    if (m_descriptor < 0) return false;
+    const bool unlocked = flock(m_descriptor, LOCK_UN) == 0;
+    close(m_descriptor);
+    m_descriptor = -1;
+    return unlocked;
+}
+
+int VELDFileLockerHandleFile::OpenDescriptor() { return OpenPath(m_path, O_RDONLY); }
+int VELDFileLockerHandleDirectory::OpenDescriptor() { return OpenPath(m_path, O_RDONLY | O_DIRECTORY); }
+
+VELDFileLocker::VELDFileLocker(const char* path, bool directory)
+    : m_handle(directory ? static_cast<VELDFileLockerHandle*>(new VELDFileLockerHandleDirectory(path))
+                         : new VELDFileLockerHandleFile(path))
+{
 }
 
 // ---------------------------------------------------------------------------

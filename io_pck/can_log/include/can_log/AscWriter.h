@@ -5,7 +5,9 @@
 //        0.000456 1  123             Rx   d 2 01 02
 //        0.000456 1  1ABCDEF0x       Tx   r 4
 //        0.000456 CANFD   1 Rx        456                                   1 0 9 12 00 01 ... 0B ...
+//        0.000456 1  ErrorFrame
 //
+// An error frame keeps its time and channel only: the format has no more.
 // Frame times are written to the microsecond, so a frame reads back exactly.
 #ifndef VELDOR_CAN_LOG_ASC_WRITER_H
 #define VELDOR_CAN_LOG_ASC_WRITER_H

@@ -26,6 +26,10 @@ struct CanFrame {
     bool fd = false;
     bool bitRateSwitch = false;        // FD only
     bool errorStateIndicator = false;  // FD only
+    // An error frame, which readers hand on only when asked
+    // (ReaderOptions::errorFrames): its time, channel and direction, and the
+    // identifier, length (0..8) and data that the file gives it, if any.
+    bool error = false;
     // Payload bytes: 0..8 for classic frames, a value of the FD length table
     // for FD frames. A remote frame carries no payload; its length is the one
     // it asks for.
@@ -54,7 +58,7 @@ bool IsValidLength(std::size_t length, bool fd);
 
 // Why the frame cannot be stored in a log file, or nullptr if it can: an
 // identifier out of range, a length the frame kind cannot have, a remote FD
-// frame, FD flags on a classic frame.
+// frame, FD flags on a classic frame, an error frame that is FD or remote.
 const char* CheckFrame(const CanFrame& frame);
 
 }  // namespace veldor::canlog

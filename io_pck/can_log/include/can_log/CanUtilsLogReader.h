@@ -7,7 +7,8 @@
 //
 // The time is absolute, in seconds. The identifier has 3 hex digits
 // (standard) or 8 (extended; with the error flag 0x20000000 set the line
-// is an error frame, counted and not returned). "R[len]" marks a remote
+// is an error frame, its class in the identifier). A line that starts with
+// "#" is a comment. "R[len]" marks a remote
 // frame; "##" an FD frame, followed by a hex digit of flags (1 BRS, 2 ESI)
 // and the data. Data bytes may be separated by dots; an 8-byte classic frame
 // may end in "_<dlc>", which is passed over. A trailing "R" or "T" gives the
@@ -23,13 +24,14 @@
 
 namespace veldor::canlog {
 
-class CanUtilsLogReader : public FrameReader {
+class CanUtilsLogReader : public LineFrameReader {
 public:
     // Null if the file cannot be opened; `error` says why.
-    static std::unique_ptr<CanUtilsLogReader> Open(const std::string& path, std::string& error);
+    static std::unique_ptr<CanUtilsLogReader> Open(const std::string& path, std::string& error,
+                                                   const ReaderOptions& options = ReaderOptions());
 
 private:
-    CanUtilsLogReader() = default;
+    explicit CanUtilsLogReader(const ReaderOptions& options) : LineFrameReader(options) {}
 
     LineResult ParseLine(std::string_view line, CanFrame& frame) override;
     LineResult ParseFrame(std::string_view text, CanFrame& frame);

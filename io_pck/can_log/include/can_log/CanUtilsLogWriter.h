@@ -6,6 +6,10 @@
 //     (1700000000.223456) can1 1ABCDEF0#AABB T
 //     (1700000000.323456) can0 7FF#R4 R
 //     (1700000000.423456) can0 456##1000102030405060708090A0B R
+//     (1700000000.523456) can0 20000080#0000000000000000 R
+//
+// An error frame has the error flag on its identifier (the error class)
+// and its data.
 #ifndef VELDOR_CAN_LOG_CAN_UTILS_LOG_WRITER_H
 #define VELDOR_CAN_LOG_CAN_UTILS_LOG_WRITER_H
 

@@ -23,7 +23,7 @@ class OutputBuffer;
 
 enum class WriteResult {
     Written,
-    Refused,  // the frame fails CheckFrame; nothing written, the writer goes on
+    Refused,  // the frame fails CheckFrame or the format can't hold it; nothing written, the writer goes on
     Failed,   // the file cannot be written (or is closed); it stays so
 };
 
@@ -47,8 +47,13 @@ protected:
     bool OpenFile(const std::string& path, std::string& error);
     OutputBuffer& Out() { return *m_out; }
 
+    // Why the format can't hold a frame that passes CheckFrame, or null.
+    virtual const char* Refuses(const CanFrame&) const { return nullptr; }
     // Formats a checked frame into the buffer.
     virtual void Format(const CanFrame& frame) = 0;
+    // Hands what the writer holds back of its own into the buffer; called
+    // by Flush.
+    virtual void Drain() {}
     // Writes what ends the file into the buffer; called once, by Close. A
     // writer that has a Finish closes in its own destructor, while it can.
     virtual void Finish() {}

@@ -1,5 +1,6 @@
 // Readers and writers chosen by the file's extension: ".asc" for ASC text
-// logs, ".log" for can-utils logs, in any letter case.
+// logs, ".log" for can-utils logs, ".blf" for binary logging files, in any
+// letter case.
 #ifndef VELDOR_CAN_LOG_LOG_FILES_H
 #define VELDOR_CAN_LOG_LOG_FILES_H
 
@@ -14,7 +15,7 @@
 
 namespace veldor::canlog {
 
-enum class LogFormat { Asc, CanUtilsLog };
+enum class LogFormat { Asc, CanUtilsLog, Blf };
 
 std::optional<LogFormat> LogFormatOf(std::string_view path);
 

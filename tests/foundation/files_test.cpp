@@ -1,0 +1,314 @@
+// Paths and files: path arithmetic on odd paths, the open modes by what they
+// do to a file, lines, errors as shown, locks between two processes, the
+// system's folders, and a name opened under the locale's encoding.
+#include <gtest/gtest.h>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "veld_os_helpers.h"
+
+extern char** environ;
+
+namespace {
+
+struct Folder {
+    Folder() : path(mkdtemp(pattern)) {}
+    ~Folder() { std::system(("rm -rf '" + path + "'").c_str()); }
+    std::string operator/(const std::string& name) const { return path + "/" + name; }
+    char pattern[32] = "/tmp/veld_files.XXXXXX";
+    std::string path;
+};
+
+std::string Slurp(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+void Put(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+// ---------------------------------------------------------------------------
+// Path arithmetic
+
+struct CompactCase {
+    const char* path;
+    bool done;
+    const char* result;
+};
+
+class Compact : public ::testing::TestWithParam<CompactCase> {};
+
+TEST_P(Compact, DropsDotsAndEmptyElementsAndClimbsWhereItMay)
+{
+    VELDFile file(GetParam().path);
+    EXPECT_EQ(file.CompactPath(), GetParam().done);
+    EXPECT_STREQ(file.GetLongName(), GetParam().result);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OddPaths, Compact,
+    ::testing::Values(CompactCase{"a/./b", true, "a/b/"}, CompactCase{"/x/y/../z", true, "/x/z/"},
+                      CompactCase{"//a///b/.", true, "/a/b/"}, CompactCase{"a/b/c/../../d", true, "a/d/"},
+                      // A ".." is resolved only against one of two elements kept.
+                      CompactCase{"a/../b", true, "a/../b/"}, CompactCase{"../../a", true, "../../a/"},
+                      CompactCase{"/../a", false, "/../a"}, CompactCase{"/a/../b", false, "/a/../b"},
+                      CompactCase{"./", true, ""}, CompactCase{"", true, ""}));
+
+struct RelativeCase {
+    const char *path, *base, *relative;
+};
+
+class Relative : public ::testing::TestWithParam<RelativeCase> {};
+
+TEST_P(Relative, ClimbsFromTheBaseAndDescendsToThePath)
+{
+    EXPECT_STREQ(VELDFile(GetParam().path).GetRelativePath(GetParam().base), GetParam().relative);
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, Relative,
+                         ::testing::Values(RelativeCase{"/a/b/c.txt", "/a/d", "../b/c.txt"},
+                                           RelativeCase{"/a/./b/../c", "/a/x/..", "c"},
+                                           RelativeCase{"/a/b", "/a/b/", "."},
+                                           RelativeCase{"/etc", "/usr/lib/x", "../../../etc"},
+                                           RelativeCase{"rel/x", "/a", "rel/x"}));
+
+TEST(Paths, NameParentAndExtensionSplitBehindTrailingSeparators)
+{
+    const VELDFile file("/a/b.d/c.tar.gz//");
+    EXPECT_STREQ(file.GetName(), "c.tar.gz");
+    EXPECT_STREQ(file.GetParentFolder(), "/a/b.d");
+    EXPECT_STREQ(VELDFile("/top").GetParentFolder(), "/");
+    EXPECT_STREQ(VELDFile("/a/b.d/c.tar.gz").GetExtension(), "gz");
+    EXPECT_STREQ(VELDFile("x").GetAbsolutePath("/base/"), "/base/x");
+    EXPECT_TRUE(VELDFile("\\share").IsAbsolute() && !VELDFile("").IsAbsolute());
+}
+
+// ---------------------------------------------------------------------------
+// Files
+
+struct ModeCase {
+    int flags;
+    const char* after;  // "old" written over by "XY"
+};
+
+class WriterModes : public ::testing::TestWithParam<ModeCase> {};
+
+TEST_P(WriterModes, TruncateAppendOrOverwriteAsTheFlagsSay)
+{
+    Folder folder;
+    const std::string path = folder / "f.bin";
+    Put(path, "old");
+    VELDFileWriterAndReader both;
+    VELDFileWriter writer;
+    const bool readable = (GetParam().flags & VELDFileIO::EnableRead) != 0;
+    VELDFileWriter& file = readable ? static_cast<VELDFileWriter&>(both) : writer;
+    ASSERT_TRUE(file.Open(path.c_str(), GetParam().flags));
+    ASSERT_TRUE(file.Write("XY", 2));
+    // Read back through the same file where it can read.
+    char back[16] = {};
+    const bool read = !readable || (both.Rewind() && both.Read(back, sizeof back) > 0);
+    ASSERT_TRUE(file.Close() && read);
+    EXPECT_EQ(Slurp(path), GetParam().after);
+    EXPECT_STREQ(readable ? back : GetParam().after, GetParam().after);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Flags, WriterModes,
+    ::testing::Values(ModeCase{0, "XY"}, ModeCase{VELDFileIO::EnableRead, "XY"}, ModeCase{VELDFileIO::Append, "oldXY"},
+                      ModeCase{VELDFileIO::Append | VELDFileIO::EnableRead, "oldXY"},
+                      ModeCase{VELDFileIO::Append | VELDFileIO::EnableRead | VELDFileIO::RandomAccess, "XYd"}));
+
+TEST(Files, LinesComeWithoutTheirEndsFromWhereTheyStart)
+{
+    Folder folder;
+    const std::string path = folder / "lines.txt", longLine(300, 'z');
+    Put(path, "ab\r\n\n" + longLine + "\nnul" + std::string(1, '\0') + "rest\nlast");
+    VELDFileReader reader;
+    ASSERT_TRUE(reader.Open(path.c_str()));
+    VELDString line("stale");
+    VELDInt64 at = -1;
+    const struct {
+        const char* line;
+        VELDInt64 at;
+        bool stopAtNul;
+    } expected[] = {{"ab", 0, false},  {"", 4, false}, {longLine.c_str(), 5, false}, {"nul", 306, true},
+                    {"rest", 310, false}, {"last", 315, false}};
+    for (const auto& e : expected) {
+        ASSERT_TRUE(reader.NextLine(line, &at, false, e.stopAtNul)) << e.at;
+        EXPECT_STREQ(line, e.line);
+        EXPECT_EQ(at, e.at);
+    }
+    EXPECT_FALSE(reader.NextLine(line));
+    EXPECT_TRUE(reader.SetPos(1));
+    EXPECT_EQ(reader.FileSize(), 319);
+    EXPECT_EQ(reader.GetPos(), 1);  // where it was
+    ASSERT_TRUE(reader.NextLine(line));
+    EXPECT_STREQ(line, "b");
+}
+
+std::string g_shown;
+
+TEST(Files, ErrorsAreShownWithTheirTitleAndReason)
+{
+    VELDFileIO::SetDisplayErrorFunction([](const wchar_t* text) {
+        char narrow[512] = "No error";
+        if (text) std::snprintf(narrow, sizeof narrow, "%ls", text);
+        g_shown = narrow;
+    });
+    VELDFileReader reader;
+    reader.ShowError();
+    EXPECT_EQ(g_shown, "No error");
+    EXPECT_FALSE(reader.Open("/nonexistent/veld/file"));
+    reader.ShowError();
+    EXPECT_EQ(g_shown, std::string("File read error: ") + std::strerror(ENOENT));
+    VELDFileWriter full;
+    ASSERT_TRUE(full.Open("/dev/full") && full.Write("x", 1));  // into the buffer
+    EXPECT_FALSE(full.FlushToDisk());
+    EXPECT_EQ(g_shown, std::string("File write error: ") + std::strerror(ENOSPC));
+    VELDFileWriterAndReader both;
+    EXPECT_FALSE(both.Write("x", 1));  // not open
+    EXPECT_EQ(g_shown, std::string("File read/write error: ") + std::strerror(EBADF));
+    VELDFileIO::SetDisplayErrorFunction(nullptr);
+}
+
+TEST(Files, ATempFileIsMadeInTheWorkingFolderForReadingAndWriting)
+{
+    Folder folder;
+    const std::string here = VELD::GetCurrentFolder().Beginning();
+    ASSERT_EQ(chdir(folder.path.c_str()), 0);
+    VELDFileWriterAndReader temp;
+    VELDString name, line;
+    const bool done = temp.OpenTempFile(name) && temp.WriteText("hello", true) && temp.Rewind() && temp.NextLine(line);
+    ASSERT_EQ(chdir(here.c_str()), 0);
+    ASSERT_TRUE(done);
+    EXPECT_STREQ(line, "hello");
+    EXPECT_EQ(std::string(name).rfind("vld", 0), 0u);
+    temp.Close();
+    EXPECT_EQ(Slurp(folder / std::string(name)), "hello\n");
+}
+
+// ---------------------------------------------------------------------------
+// Locks across processes
+
+class Locks : public ::testing::TestWithParam<bool> {};
+
+TEST_P(Locks, AreHeldAgainstAnotherProcessUntilReleased)
+{
+    Folder folder;
+    const bool directory = GetParam();
+    const std::string path = directory ? folder.path : folder / "lock";
+    if (!directory) Put(path, "");
+    int held[2], release[2];
+    ASSERT_EQ(pipe(held) | pipe(release), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        VELDFileLocker mine(path.c_str(), directory);
+        const char ok = mine.TryLock() ? 'L' : 'F';
+        char go = 0;
+        _exit(write(held[1], &ok, 1) == 1 && read(release[0], &go, 1) == 1 && mine.TryUnlock() ? 0 : 1);
+    }
+    char state = 0;
+    ASSERT_TRUE(read(held[0], &state, 1) == 1 && state == 'L');
+    VELDFileLocker ours(path.c_str(), directory);
+    EXPECT_FALSE(ours.TryLock());
+    ASSERT_EQ(write(release[1], "u", 1), 1);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(ours.TryLock());
+    // A copy shares the lock; another locker of this process is kept out too.
+    VELDFileLocker copy = ours, other(path.c_str(), directory);
+    EXPECT_FALSE(other.TryLock());
+    EXPECT_TRUE(copy.TryUnlock());
+    EXPECT_FALSE(ours.IsLocked());
+    EXPECT_TRUE(other.TryLock());
+    EXPECT_FALSE(VELDFileLocker((folder / "missing").c_str(), directory).TryLock());
+    for (int fd : {held[0], held[1], release[0], release[1]}) close(fd);
+}
+
+INSTANTIATE_TEST_SUITE_P(FileAndFolder, Locks, ::testing::Bool());
+
+// ---------------------------------------------------------------------------
+// System folders
+
+TEST(SystemPaths, TempHomeAndThisProgram)
+{
+    EXPECT_STREQ(VELD::GetTempFolder(), "/tmp");
+    const char* before = std::getenv("HOME");
+    const std::string saved = before ? before : "";
+    setenv("HOME", "/home/tester", 1);
+    EXPECT_STREQ(VELD::GetUserHomeFolder(), "/home/tester");
+    unsetenv("HOME");
+    EXPECT_STREQ(VELD::GetUserHomeFolder(), "");
+    if (before) setenv("HOME", saved.c_str(), 1);
+    EXPECT_STREQ(VELDFile(VELD::GetCurrentBinaryPath()).GetName(), "foundation_tests");
+    EXPECT_STREQ(VELDFile(VELD::GetSymbolFilePath(reinterpret_cast<const void*>(&Slurp))).GetName(),
+                 "foundation_tests");
+    // The test's runtime library lies on this program's search path (see
+    // tests/CMakeLists.txt).
+    EXPECT_STREQ(VELD::GetRuntimeRootDirectory(), VELDOR_RUNTIME_PROBE_DIR);
+}
+
+// ---------------------------------------------------------------------------
+// A name in a locale of another encoding: one that does not open as it is
+// given opens as the locale's conversion makes it. The locale is built into
+// a folder of the test, and this program runs the second half in it.
+
+TEST(FileNames, OpenOnTheSecondTryUnderTheLocalesName)
+{
+    Folder folder;
+    const std::string make = "localedef -i en_US -f ISO-8859-1 '" + (folder / "en_US.ISO-8859-1") + "' >/dev/null 2>&1";
+    if (std::system(make.c_str()) != 0) GTEST_SKIP() << "localedef cannot build a Latin-1 locale here";
+    const std::string self = VELD::GetCurrentBinaryPath().Beginning();
+    std::vector<std::string> settings = {"LOCPATH=" + folder.path, "LC_ALL=en_US.ISO-8859-1",
+                                         "VELDOR_FILES_CHILD=" + folder.path};
+    std::vector<char*> env;
+    for (char** e = environ; *e; ++e)
+        if (std::strncmp(*e, "LC_ALL=", 7) != 0 && std::strncmp(*e, "LOCPATH=", 8) != 0) env.push_back(*e);
+    for (std::string& s : settings) env.push_back(&s[0]);
+    env.push_back(nullptr);
+    std::string filter = "--gtest_filter=FileNamesInLatin1.*";
+    std::string program = self;
+    char* argv[] = {&program[0], &filter[0], nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, self.c_str(), nullptr, nullptr, argv, env.data()), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+// The second half, which exists only in the child.
+class TheSecondTry : public ::testing::Test {
+    void TestBody() override
+    {
+        const std::string name = std::string(std::getenv("VELDOR_FILES_CHILD")) + "/caf\xC3\xA9.txt";
+        ASSERT_STREQ(VELDIconv::localeCodeset(), "ISO-8859-1");
+        char* converted = VELDIconv::UTF8ToLocale(name.c_str());
+        ASSERT_TRUE(converted && name != converted);
+        Put(converted, "second try");
+        VELDIconv::releaseLocale(converted);
+        ASSERT_TRUE(Slurp(name).empty());  // nothing under the name as given
+        VELDFileReader reader;
+        VELDString line;
+        ASSERT_TRUE(reader.Open(name.c_str()) && reader.NextLine(line));
+        EXPECT_STREQ(line, "second try");
+        EXPECT_TRUE(VELDFileLocker(name.c_str()).TryLock());
+    }
+};
+
+const bool g_child = std::getenv("VELDOR_FILES_CHILD") &&
+                     ::testing::RegisterTest("FileNamesInLatin1", "TheSecondTry", nullptr, nullptr, __FILE__, __LINE__,
+                                             []() -> ::testing::Test* { return new TheSecondTry(); });
+
+}  // namespace
