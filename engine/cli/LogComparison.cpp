@@ -76,6 +76,7 @@ ErrorFigures Figures(std::vector<double> errors)
     const std::size_t n = errors.size();
     figures.p50 = errors[(n - 1) / 2];
     figures.p99 = errors[static_cast<std::size_t>(std::ceil(0.99 * static_cast<double>(n))) - 1];
+    figures.p999 = errors[static_cast<std::size_t>(std::ceil(0.999 * static_cast<double>(n))) - 1];
     figures.max = errors.back();
     return figures;
 }
@@ -119,10 +120,14 @@ void Print(const Comparison& c, std::FILE* out)
         std::fprintf(out, "  content    identical, frame for frame (identifier, extended, remote, FD, BRS, data)\n");
     else
         std::fprintf(out, "  content    %zu frames differ; first: %s\n", c.differing, c.firstDifference.c_str());
-    std::fprintf(out, "  timing     error of each frame's time relative to the first: p50 %.0f us, p99 %.0f us, max %.0f us\n",
-                 c.relativeToFirst.p50, c.relativeToFirst.p99, c.relativeToFirst.max);
-    std::fprintf(out, "             error of the gap to the frame before:             p50 %.0f us, p99 %.0f us, max %.0f us\n",
-                 c.gaps.p50, c.gaps.p99, c.gaps.max);
+    std::fprintf(out,
+                 "  timing     error of each frame's time relative to the first: p50 %.0f us, p99 %.0f us, "
+                 "p99.9 %.0f us, max %.0f us\n",
+                 c.relativeToFirst.p50, c.relativeToFirst.p99, c.relativeToFirst.p999, c.relativeToFirst.max);
+    std::fprintf(out,
+                 "             error of the gap to the frame before:             p50 %.0f us, p99 %.0f us, "
+                 "p99.9 %.0f us, max %.0f us\n",
+                 c.gaps.p50, c.gaps.p99, c.gaps.p999, c.gaps.max);
 }
 
 }  // namespace veldor::cli

@@ -42,6 +42,7 @@ bool ReadFrames(const std::string& path, std::vector<veldor::canlog::CanFrame>* 
 struct ErrorFigures {
     double p50 = 0;
     double p99 = 0;
+    double p999 = 0;
     double max = 0;
 };
 ErrorFigures Figures(std::vector<double> errors);
