@@ -145,7 +145,7 @@ Sent SendAt(NXTEthHandle tx, double rate, uint32_t length, double seconds)
         for (uint32_t i = 0; i < n; ++i)
             PutSequence(&block[i * stride + NXETH_RAW_FRAME_HEADER_SIZE], static_cast<uint32_t>(sent.frames + i));
         uint32_t out = 0;
-        if (n > 0 && g.TransmitFrames(tx, n * stride, block.data(), &out) != NXETH_SUCCESS)
+        if (n > 0 && g.TransmitFrames(tx, n, block.data(), &out) != NXETH_SUCCESS)
             Fail("transmission failed");
         sent.frames += out;
         due += std::chrono::milliseconds(1);

@@ -125,33 +125,38 @@ protected:
     // time of `schedule`, until the end of the data is known and Core last
     // found the frame input empty; then `push(true)`, the final push, which
     // closes the stream. A component that dies meanwhile leaves without it:
-    // its Death pushes last. A failing push is an Error with its message.
+    // its Death pushes last. A push that fails stops the component, as a
+    // failed send does: an Error with its message, and no final push.
     template <class Push>
     void PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period, const std::atomic<bool>& dataAvailable,
                           Push push)
     {
+        VELDString failure;
         try {
-            while (!IsDying()) {
+            while (!IsDying() && failure.Length() == 0) {
                 if (schedule.WaitDue()) {
-                    if (m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable) {
-                        FailOn(push(true));
-                        return;
-                    }
-                    FailOn(push(false));
+                    const bool endOfData = m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable;
+                    failure = WrapperMessage(push(endOfData));
+                    if (endOfData) break;
                 }
                 schedule.Advance(period);
             }
         } catch (const std::exception& e) {
-            Error(e.what(), 1, ErrorGeneric);
+            failure = e.what();
         }
+        if (failure.Length() == 0) return;
+        m_replayStreamFailed = true;
+        Die();
+        Error(failure, 1, ErrorGeneric);
     }
 
-    // Death's final push of a synchronised replay, if there is a wrapper:
-    // the message of its failure, empty when it went through.
+    // Death's final push of a synchronised replay, if there is a wrapper and
+    // its stream did not fail: the message of its failure, empty when it went
+    // through.
     template <class Push>
     VELDString FinalPush(Push push)
     {
-        if (!m_pNxApiWrapper || !IsSynchronizedReplay()) return VELDString();
+        if (!m_pNxApiWrapper || !IsSynchronizedReplay() || m_replayStreamFailed) return VELDString();
         try {
             return WrapperMessage(push(true));
         } catch (const std::exception& e) {
@@ -176,6 +181,8 @@ protected:
     VELDEvent m_timeJumpedHandled;
     VELDTimestamp m_replayStateInfoPollingTimestamp;
     VELDTimestamp m_simTimePollingTimestamp;
+    // The push thread stopped the component: its stream could not be pushed.
+    std::atomic<bool> m_replayStreamFailed;
 };
 
 #endif

@@ -115,7 +115,8 @@ VELDBusCmnComponent<W, S>::VELDBusCmnComponent(const char* name, VELDComponentDe
       m_timeJumped(false),
       m_timeJumpedHandled(false),
       m_replayStateInfoPollingTimestamp(0),
-      m_simTimePollingTimestamp(0)
+      m_simTimePollingTimestamp(0),
+      m_replayStreamFailed(false)
 {
 }
 
@@ -408,6 +409,7 @@ template <class W, class S>
 void VELDBusCmnComponent<W, S>::Birth()
 {
     m_isInitialized = false;
+    m_replayStreamFailed = false;
     m_logStartTime = m_replayStartTime = m_replayStopTime = m_replayEofTime = -1;
 
     if (SelectedChannel().Length() == 0 && GetStringProperty("custom_channel").Length() == 0)

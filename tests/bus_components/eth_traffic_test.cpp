@@ -38,7 +38,8 @@ TEST_P(EthTrafficTest, EveryFrameArrivesOnceInOrderByteForByte)
     if (c.vectorize) Set("rx.sampling_period", "20000");
     const std::string sent = MakeSender("Unsynchronized", c.count, c.from, c.to, c.perElement);
     Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= c.count; })) << Figure("got.printed");
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= c.count && Figure("sent.printed") >= c.count; }))
+        << Figure("got.printed");
     Shutdown();
 
     const std::vector<PrintedEthFrame> in = ReadPrintedEthFrames(sent);
@@ -101,7 +102,7 @@ TEST_F(EthRefusalTest, AFrameLongerThanTheMtuEndsItsElement)
     // Each element: 1524, 1525, 1526, 1527, 1528 bytes.
     const std::string sent = MakeSender("Unsynchronized", 20, 1524, 1528, 5);
     Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 12; }));
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 12 && Figure("sent.printed") >= 20; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_FALSE(engine.Graph().IsDead("tx"));
     Shutdown();

@@ -93,9 +93,10 @@ TEST_P(BusFaultsEthernetTest, FailedTransmitOrStreamCallStopsTheInjectorOnly)
     EXPECT_FALSE(IsDead("gen"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, BusFaultsEthernetTest,
+INSTANTIATE_TEST_SUITE_P(BusFaultsEthernet, BusFaultsEthernetTest,
                          ::testing::Values(EthernetFault{"Unsynchronized", "NVX-ETH-1", "NXETH_TransmitFrames"},
-                                           EthernetFault{"Synchronized", "NVX-ETH-2", "NXETH_ReplayStreamData"}));
+                                           EthernetFault{"Synchronized", "NVX-ETH-2", "NXETH_ReplayStreamData"}),
+                         [](const ::testing::TestParamInfo<EthernetFault>& info) { return info.param.replayMode; });
 
 }  // namespace
 }  // namespace bus_components

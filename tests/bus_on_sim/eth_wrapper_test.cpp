@@ -225,9 +225,6 @@ TEST_F(EthWrapperTest, AReplayStreamIsEmittedOnScheduleWithItsStates)
     const int kFrames = 30;
     const std::uint64_t start = Now(*tx) + 300000;
     ASSERT_EQ(tx->SetReplayStartTime(start, kLogStart).errorCode, 0);
-    NxBusReplayStateInfo info{};
-    ASSERT_EQ(tx->GetReplayStateInfo(&info).errorCode, 0);
-    EXPECT_EQ(info.tReplayState, NXETH_REPLAY_STATE_SCHEDULED);
 
     for (int k = 0; k < kFrames; ++k) {
         const Bytes frame = TestFrame(100 + k, k);
@@ -238,8 +235,13 @@ TEST_F(EthWrapperTest, AReplayStreamIsEmittedOnScheduleWithItsStates)
         header.ts_microseconds = t % 1000000;
         ASSERT_EQ(tx->CopyFrame2(frame.data(), &header, [] { return false; }).errorCode, 0);
     }
-    // The stage holds back the last records until the closing one comes.
+    // The stage holds back the last records until the closing one comes;
+    // those streamed wait for the start.
     ASSERT_EQ(tx->TransmitFramesPushing(false).errorCode, 0);
+    NxBusReplayStateInfo info{};
+    ASSERT_EQ(tx->GetReplayStateInfo(&info).errorCode, 0);
+    EXPECT_EQ(info.tReplayState, NXETH_REPLAY_STATE_SCHEDULED);
+    EXPECT_EQ(info.ui64SentFrames, 0u);
     ASSERT_EQ(tx->TransmitFramesPushing(true).errorCode, 0);
 
     const std::vector<Received> got = Receive(*rx, kFrames);
