@@ -27,7 +27,6 @@
 #define VELD_NXA_BUS_H
 
 #include <atomic>
-#include <exception>
 #include <memory>
 #include <string>
 
@@ -121,48 +120,22 @@ protected:
     ReadTiming BeginReadTiming() { return ReadTiming{GetIntegerProperty("ts_behavior"), true, 0}; }
     VELDTimestamp ReadTime(ReadTiming& timing);
 
-    // The push thread of a synchronised replay: `push(false)` at every due
-    // time of `schedule`, until the end of the data is known and Core last
-    // found the frame input empty; then `push(true)`, the final push, which
-    // closes the stream. A component that dies meanwhile leaves without it:
-    // its Death pushes last. A push that fails stops the component, as a
+    // The push thread of a synchronised replay: the wrapper's push (its
+    // TransmitMessagesPushing or TransmitFramesPushing) with endOfFile false at
+    // every due time of `schedule`, until the end of the data is known and
+    // Core last found the frame input empty; then with true, the final push,
+    // which closes the stream. A component that dies meanwhile leaves without
+    // it: its Death pushes last. A push that fails stops the component, as a
     // failed send does: an Error with its message, and no final push.
-    template <class Push>
-    void PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period, const std::atomic<bool>& dataAvailable,
-                          Push push)
-    {
-        VELDString failure;
-        try {
-            while (!IsDying() && failure.Length() == 0) {
-                if (schedule.WaitDue()) {
-                    const bool endOfData = m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable;
-                    failure = WrapperMessage(push(endOfData));
-                    if (endOfData) break;
-                }
-                schedule.Advance(period);
-            }
-        } catch (const std::exception& e) {
-            failure = e.what();
-        }
-        if (failure.Length() == 0) return;
-        m_replayStreamFailed = true;
-        Die();
-        Error(failure, 1, ErrorGeneric);
-    }
-
+    void PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period, const std::atomic<bool>& dataAvailable);
     // Death's final push of a synchronised replay, if there is a wrapper and
     // its stream did not fail: the message of its failure, empty when it went
     // through.
-    template <class Push>
-    VELDString FinalPush(Push push)
-    {
-        if (!m_pNxApiWrapper || !IsSynchronizedReplay() || m_replayStreamFailed) return VELDString();
-        try {
-            return WrapperMessage(push(true));
-        } catch (const std::exception& e) {
-            return VELDString(e.what());
-        }
-    }
+    VELDString FinalPush();
+    // One push of the wrapper's replay stream.
+    NxBusError PushReplay(bool endOfFile);
+    // Starts the push thread of a synchronised replay at `entry`.
+    void StartPushThread(void (*entry)(void*));
 
     const VELDTypeFilterBase VELDBusReplayStateInfo;
     std::unique_ptr<TNxApiWrapper> m_pNxApiWrapper;

@@ -539,6 +539,63 @@ void VELDBusCmnComponent<W, S>::WriteSimTimeToOutput(VELDTimestamp ts)
 }
 
 // ---------------------------------------------------------------------------
+// The push thread of an injection component's synchronised replay
+
+template <>
+NxBusError VELDBusCmnComponent<NxCanApiWrapper, NxCanApiWrapperSettings>::PushReplay(bool endOfFile)
+{
+    return m_pNxApiWrapper->TransmitMessagesPushing(endOfFile);
+}
+
+template <>
+NxBusError VELDBusCmnComponent<NxEthApiWrapper, NxEthApiWrapperSettings>::PushReplay(bool endOfFile)
+{
+    return m_pNxApiWrapper->TransmitFramesPushing(endOfFile);
+}
+
+template <class W, class S>
+void VELDBusCmnComponent<W, S>::StartPushThread(void (*entry)(void*))
+{
+    if (!IsSynchronizedReplay()) return;
+    VELDCouple<bool, unsigned long> started = CreateThread(entry, this);
+    if (!started.first()) Error("Failed to create a thread for TransmitPushingInit", 1, ErrorGeneric);
+}
+
+template <class W, class S>
+void VELDBusCmnComponent<W, S>::PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period,
+                                                 const std::atomic<bool>& dataAvailable)
+{
+    VELDString failure;
+    try {
+        while (!IsDying() && failure.Length() == 0) {
+            if (schedule.WaitDue()) {
+                const bool endOfData = m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable;
+                failure = WrapperMessage(PushReplay(endOfData));
+                if (endOfData) break;
+            }
+            schedule.Advance(period);
+        }
+    } catch (const std::exception& e) {
+        failure = e.what();
+    }
+    if (failure.Length() == 0) return;
+    m_replayStreamFailed = true;
+    Die();
+    Error(failure, 1, ErrorGeneric);
+}
+
+template <class W, class S>
+VELDString VELDBusCmnComponent<W, S>::FinalPush()
+{
+    if (!m_pNxApiWrapper || !IsSynchronizedReplay() || m_replayStreamFailed) return VELDString();
+    try {
+        return WrapperMessage(PushReplay(true));
+    } catch (const std::exception& e) {
+        return VELDString(e.what());
+    }
+}
+
+// ---------------------------------------------------------------------------
 // Time callbacks: what a component without a worker of its own inherits
 
 template <class W, class S>

@@ -133,12 +133,7 @@ void VELDNxCanApi20::Birth()
     StartTxThreads();
 }
 
-void VELDNxCanApi20::StartTxThreads()
-{
-    if (GetIntegerProperty("replay_mode") == 0) return;
-    VELDCouple<bool, unsigned long> started = CreateThread(&TransmitPushingInit, this);
-    if (!started.first()) Error("Failed to create a thread for TransmitPushingInit", 1, ErrorGeneric);
-}
+void VELDNxCanApi20::StartTxThreads() { StartPushThread(&TransmitPushingInit); }
 
 template <class T>
 void VELDNxCanApi20::TransmitNow(const T* frames, VELDInt32 count)
@@ -207,8 +202,7 @@ void VELDNxCanApi20::Core()
 
 void VELDNxCanApi20::Death()
 {
-    const VELDString failure =
-        FinalPush([this](bool endOfFile) { return GetNxApiWrapper().TransmitMessagesPushing(endOfFile); });
+    const VELDString failure = FinalPush();
     // The channel is released whatever the last push did.
     Base::Death();
     if (failure.Length() > 0) Error(failure, 1, ErrorGeneric);
@@ -224,10 +218,8 @@ void VELDNxCanApi20::TransmitPushingInit(void* component)
 
 void VELDNxCanApi20::TransmitPushing()
 {
-    NxCanApiWrapper& wrapper = GetNxApiWrapper();
     PushReplayStream(WriteSchedule(), static_cast<VELDDelay>(GetIntegerProperty("replay_period")),
-                     m_dataAvailableInFifo,
-                     [&wrapper](bool endOfFile) { return wrapper.TransmitMessagesPushing(endOfFile); });
+                     m_dataAvailableInFifo);
 }
 
 // ---------------------------------------------------------------------------

@@ -122,12 +122,7 @@ void VELDNxEthApi10::Birth()
     StartTxThreads();
 }
 
-void VELDNxEthApi10::StartTxThreads()
-{
-    if (GetIntegerProperty("replay_mode") == 0) return;
-    VELDCouple<bool, unsigned long> started = CreateThread(&TransmitPushingInit, this);
-    if (!started.first()) Error("Failed to create a thread for TransmitPushingInit", 1, ErrorGeneric);
-}
+void VELDNxEthApi10::StartTxThreads() { StartPushThread(&TransmitPushingInit); }
 
 void VELDNxEthApi10::TransmitNow(const std::uint8_t* data, const VELDpcap_packet_header_t& header)
 {
@@ -187,8 +182,7 @@ void VELDNxEthApi10::Core()
 
 void VELDNxEthApi10::Death()
 {
-    const VELDString failure =
-        FinalPush([this](bool endOfFile) { return GetNxApiWrapper().TransmitFramesPushing(endOfFile); });
+    const VELDString failure = FinalPush();
     // Reported only: the interface is released whatever the last push did.
     if (failure.Length() > 0) ReportError(failure, 0);
     Base::Death();
@@ -204,10 +198,8 @@ void VELDNxEthApi10::TransmitPushingInit(void* component)
 
 void VELDNxEthApi10::TransmitPushing()
 {
-    NxEthApiWrapper& wrapper = GetNxApiWrapper();
     PushReplayStream(WriteSchedule(), static_cast<VELDDelay>(GetIntegerProperty("replay_period")),
-                     m_dataAvailableInFifo,
-                     [&wrapper](bool endOfFile) { return wrapper.TransmitFramesPushing(endOfFile); });
+                     m_dataAvailableInFifo);
 }
 
 // ---------------------------------------------------------------------------

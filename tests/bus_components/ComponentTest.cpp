@@ -170,6 +170,23 @@ void ComponentTest::MakeOnInterface(const std::string& model, const std::string&
     Set(name + ".channel", interface);
 }
 
+void ComponentTest::MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
+                                    long long eofDelay)
+{
+    Make("CanReplayStatus", "probe");
+    Connect("tx.oReplayStateInfo", "probe.iReplayStateInfo");
+    Make("ReplayTimeSource", "times");
+    Set("times.log_start", std::to_string(logStart));
+    Set("times.replay_lead", std::to_string(lead));
+    Set("times.replay_stop", std::to_string(stopAfter));
+    if (eofDelay > 0) {
+        Set("times.log_end", std::to_string(logEnd));
+        Set("times.eof_delay", std::to_string(eofDelay));
+    }
+    for (const char* input : {"LogStartTime", "ReplayStartTime", "ReplayStopTime", "ReplayEofTime"})
+        Connect(std::string("times.o") + input, std::string("tx.i") + input);
+}
+
 std::string ComponentTest::MakeEthPrinter(const std::string& name, const std::string& source)
 {
     const std::string path = m_folder + "/" + name + ".txt";
@@ -212,6 +229,13 @@ bool ComponentTest::HasProperty(const std::string& component, const std::string&
 }
 
 long long ComponentTest::Now() { return engine.CurrentTime(true, true); }
+
+void ComponentTest::RestoreClock()
+{
+    engine.Graph().Clear();
+    engine.Clock().SetTime(veldor::EngineClock::Monotonic());
+    engine.Clock().Flush();
+}
 
 bool ComponentTest::Eventually(const std::function<bool()>& done, double seconds)
 {

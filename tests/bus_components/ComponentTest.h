@@ -68,6 +68,13 @@ protected:
     // NVX-ETH-2), the list refreshed first; an injector's replay mode first.
     void MakeOnInterface(const std::string& model, const std::string& name, const std::string& interface,
                          const std::string& replayMode = "");
+    // What a synchronised injector "tx" needs around it: a CanReplayStatus
+    // "probe" on its replay state, and a ReplayTimeSource "times" on its four
+    // time inputs, made last so that the lead counts from a moment when the
+    // injector is up. No stop time with `stopAfter` 0, no end of data (at
+    // `logEnd`, `eofDelay` after birth) with `eofDelay` 0.
+    void MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
+                         long long eofDelay);
     // A printer of `source` into a file of this test; returns the path.
     std::string MakePrinter(const std::string& name, const std::string& source);
     // An EthPrinter of `source` that dumps every byte, with element_info,
@@ -84,6 +91,10 @@ protected:
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text); }
     // The engine's time, in microseconds.
     long long Now();
+    // After a test that moved the engine's clock: the diagram gone, the
+    // clock back on the monotonic clock, which the simulated hardware
+    // follows, for the tests after it.
+    void RestoreClock();
 
     // Polls `done` for up to `seconds`.
     static bool Eventually(const std::function<bool()>& done, double seconds = 20);

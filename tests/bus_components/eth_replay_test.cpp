@@ -53,23 +53,7 @@ protected:
         Set("tx.protocol_type", protocol);
         Connect("mangle.oEth", "tx.iEth");
 
-        Make("CanReplayStatus", "probe");
-        Connect("tx.oReplayStateInfo", "probe.iReplayStateInfo");
-
-        // Made last, so that the lead counts from a moment when the
-        // injector is up.
-        Make("ReplayTimeSource", "times");
-        Set("times.log_start", std::to_string(kLogStart));
-        Set("times.replay_lead", "400000");
-        Set("times.replay_stop", std::to_string(stopAfter));
-        if (eofDelay > 0) {
-            Set("times.log_end", std::to_string(kLogStart + count * kPeriod));
-            Set("times.eof_delay", std::to_string(eofDelay));
-        }
-        Connect("times.oLogStartTime", "tx.iLogStartTime");
-        Connect("times.oReplayStartTime", "tx.iReplayStartTime");
-        Connect("times.oReplayStopTime", "tx.iReplayStopTime");
-        Connect("times.oReplayEofTime", "tx.iReplayEofTime");
+        MakeReplayTimes(kLogStart, 400000, stopAfter, kLogStart + count * kPeriod, eofDelay);
     }
 };
 

@@ -162,14 +162,7 @@ TEST_F(ClockOffsetEthernetTest, TimestampsFollowTheSelectedBehaviour)
 
 class EthTimeJumpTest : public EthComponentTest {
 protected:
-    // The engine's time back on the monotonic clock, which the simulated
-    // hardware follows, for the tests after this one.
-    ~EthTimeJumpTest() override
-    {
-        engine.Graph().Clear();
-        engine.Clock().SetTime(veldor::EngineClock::Monotonic());
-        engine.Clock().Flush();
-    }
+    ~EthTimeJumpTest() override { RestoreClock(); }
 };
 
 TEST_F(EthTimeJumpTest, AJumpMakesANewOffsetToEngineTime)
