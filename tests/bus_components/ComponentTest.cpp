@@ -187,6 +187,18 @@ void ComponentTest::MakeReplayTimes(long long logStart, long long lead, long lon
         Connect(std::string("times.o") + input, std::string("tx.i") + input);
 }
 
+void ComponentTest::ExpectStreamClosed(long long frames)
+{
+    enum { Scheduled = 1, Started = 2, End = 4 };
+    ASSERT_TRUE(Eventually([&] { return Figure("probe.state") == End; }, 10)) << Figure("probe.state");
+    EXPECT_TRUE(Eventually([&] { return Threads("tx") == 2; }, 10)) << Threads("tx");
+    EXPECT_EQ(Figure("probe.sent"), frames);
+    EXPECT_EQ(Figure("probe.dropped"), 0);
+    const long long seen = Figure("probe.states_seen");
+    EXPECT_TRUE(seen & (1 << Scheduled)) << seen;
+    EXPECT_TRUE(seen & (1 << Started)) << seen;
+}
+
 std::string ComponentTest::MakeEthPrinter(const std::string& name, const std::string& source)
 {
     const std::string path = m_folder + "/" + name + ".txt";

@@ -75,6 +75,10 @@ protected:
     // `logEnd`, `eofDelay` after birth) with `eofDelay` 0.
     void MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
                          long long eofDelay);
+    // That replay, once its end of data came: the closing record follows the
+    // last of `frames` frames, the push thread has ended (the main and meta
+    // threads stay), and the probe tells the library's states and counts.
+    void ExpectStreamClosed(long long frames);
     // A printer of `source` into a file of this test; returns the path.
     std::string MakePrinter(const std::string& name, const std::string& source);
     // An EthPrinter of `source` that dumps every byte, with element_info,
