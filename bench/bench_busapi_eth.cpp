@@ -32,7 +32,7 @@
 #include <thread>
 #include <vector>
 
-#include "ChildProcess.h"
+#include "EthLinkLoad.h"
 #include "NxBusLibraryPaths.h"
 #include "OnSimulatedBus.h"
 #include "ThreadCpu.h"
@@ -53,32 +53,12 @@ using Clock = std::chrono::steady_clock;
 
 NXTEthHandle Open(const char* id, bool replay = false)
 {
-    uint32_t count = 8;
-    NXSEthInterfaceInfo infos[8];
-    if (g.GetAvailableInterfaces(&count, infos, 0, nullptr) != NXETH_SUCCESS)
-        Fail("discovery failed");
-    for (uint32_t i = 0; i < count; ++i) {
-        NXSEthInterfaceInfo& in = infos[i];
-        if (std::strcmp(in.szInterfaceIdentifier, id) != 0)
-            continue;
-        NXTEthHandle h = NXETH_INVALID_HANDLE;
-        const NXTEthError rc =
-            replay ? g.RegisterReplayInterface(in.szAccessProviderName, in.szInterfaceName, in.szInterfaceSerialNumber,
-                                               in.szInterfaceIdentifier, &h, true, 0)
-                   : g.RegisterInterface(in.szAccessProviderName, in.szInterfaceName, in.szInterfaceSerialNumber,
-                                         in.szInterfaceIdentifier, &h);
-        if (rc != NXETH_SUCCESS || g.InitInterface(h) != NXETH_SUCCESS || g.ActivateInterface(h) != NXETH_SUCCESS ||
-            g.FlushReceiveQueue(h) != NXETH_SUCCESS)
-            Fail(std::string("cannot open ") + id);
-        return h;
-    }
-    Fail(std::string("no interface ") + id);
+    return veldor_bench::OpenInterface(g, id, replay);
 }
 
 void Close(NXTEthHandle h)
 {
-    g.DeactivateInterface(h);
-    g.UnregisterInterface(h);
+    veldor_bench::CloseInterface(g, h);
 }
 
 uint64_t Now(NXTEthHandle h)
@@ -99,78 +79,21 @@ uint32_t SequenceAt(const uint8_t* frame)
     return (uint32_t{frame[14]} << 24) | (uint32_t{frame[15]} << 16) | (uint32_t{frame[16]} << 8) | frame[17];
 }
 
-// A block of `count` raw frames of `length` bytes (type 3), to nvxeth2.
-std::vector<uint8_t> Block(uint32_t count, uint32_t length)
-{
-    std::vector<uint8_t> block(count * (NXETH_RAW_FRAME_HEADER_SIZE + length));
-    for (uint32_t i = 0; i < count; ++i) {
-        uint8_t* at = &block[i * (NXETH_RAW_FRAME_HEADER_SIZE + length)];
-        NXSEthRawFrameHeader header{};
-        header.tFrameType = NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS;
-        header.ulRawDataLength = length;
-        std::memcpy(at, &header, sizeof header);
-        uint8_t* frame = at + sizeof header;
-        const uint8_t head[14] = {0x02, 0x4e, 0x58, 0x45, 0x00, 0x02, 0x02, 0x4e, 0x58, 0x45, 0x00, 0x01, 0x88, 0xB5};
-        std::memcpy(frame, head, sizeof head);
-        for (uint32_t b = 18; b < length; ++b)
-            frame[b] = static_cast<uint8_t>(b);
-    }
-    return block;
-}
-
 // ---------------------------------------------------------------------------
 // Reading
 
-struct Sent {
-    uint64_t frames = 0;
-    double seconds = 0;
-};
+using veldor_bench::LinkBest;
+using veldor_bench::LinkOutcome;
+using veldor_bench::ThreadCpuNow;
 
-// Sends `rate` frames/s of `length` bytes on `tx` for `seconds`, a batch
-// each millisecond.
-Sent SendAt(NXTEthHandle tx, double rate, uint32_t length, double seconds)
+veldor_bench::LinkSent SendAt(NXTEthHandle tx, double rate, uint32_t length, double seconds)
 {
-    const uint32_t most = static_cast<uint32_t>(std::ceil(rate / 1000)) * 4 + 16;
-    std::vector<uint8_t> block = Block(most, length);
-    const uint32_t stride = NXETH_RAW_FRAME_HEADER_SIZE + length;
-    const auto begin = Clock::now();
-    auto due = begin;
-    Sent sent;
-    for (;;) {
-        const double elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
-        if (elapsed >= seconds)
-            break;
-        const uint64_t wanted = static_cast<uint64_t>(rate * elapsed);
-        const uint32_t n = static_cast<uint32_t>(std::min<uint64_t>(wanted - sent.frames, most));
-        for (uint32_t i = 0; i < n; ++i)
-            PutSequence(&block[i * stride + NXETH_RAW_FRAME_HEADER_SIZE], static_cast<uint32_t>(sent.frames + i));
-        uint32_t out = 0;
-        if (n > 0 && g.TransmitFrames(tx, n * stride, block.data(), &out) != NXETH_SUCCESS)
-            Fail("transmission failed");
-        sent.frames += out;
-        due += std::chrono::milliseconds(1);
-        std::this_thread::sleep_until(due);
-    }
-    sent.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    return sent;
-}
-
-struct Outcome {
-    Sent sent;
-    uint64_t received = 0;
-    bool lossless = false;
-    uint64_t readerCpuNs = 0;  // the reading thread's time on the CPU
-};
-
-uint64_t ThreadCpuNow()
-{
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return static_cast<uint64_t>(t.tv_sec) * 1000000000 + static_cast<uint64_t>(t.tv_nsec);
+    return veldor_bench::SendAt(g, tx, rate, length, seconds,
+                                [](uint8_t* frame, uint32_t, uint32_t sequence) { PutSequence(frame, sequence); });
 }
 
 // The library reading every 5 ms, as the monitor does by default.
-Outcome LibraryReads(NXTEthHandle tx, NXTEthHandle rx, double rate, uint32_t length)
+LinkOutcome LibraryReads(NXTEthHandle tx, NXTEthHandle rx, double rate, uint32_t length)
 {
     uint32_t size = 0;
     g.GetInterfaceBufferSize(rx, &size);
@@ -205,7 +128,7 @@ Outcome LibraryReads(NXTEthHandle tx, NXTEthHandle rx, double rate, uint32_t len
         }
         cpu = ThreadCpuNow() - cpuAtStart;
     });
-    Outcome o;
+    LinkOutcome o;
     o.sent = SendAt(tx, rate, length, 0.5);
     stop = true;
     reader.join();
@@ -215,102 +138,26 @@ Outcome LibraryReads(NXTEthHandle tx, NXTEthHandle rx, double rate, uint32_t len
     return o;
 }
 
-// tcpdump on the same end, with a ring as large as the library's, in its
-// default mode (blocks handed over when full or after a second); its own
-// count at the end tells what it captured and what the kernel dropped.
-Outcome TcpdumpReads(NXTEthHandle tx, double rate, uint32_t length)
-{
-    nxtest::ChildProcess tcpdump("/bin/sh", {"-c", "exec tcpdump -i nvxeth2 -p -B 8192 -Z root -w /dev/null 2>&1"});
-    Outcome o;
-    const std::string said = tcpdump.Line();
-    if (said.find("listening on") == std::string::npos) {
-        std::printf("    (tcpdump did not start: %s)\n", said.c_str());
-        return o;
-    }
-    o.sent = SendAt(tx, rate, length, 0.5);
-    // Its ring hands a block over after a second at the latest.
-    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-    std::ifstream(std::string("/proc/") + std::to_string(tcpdump.Pid()) + "/schedstat") >> o.readerCpuNs;
-    kill(tcpdump.Pid(), SIGINT);
-    uint64_t dropped = 1;
-    for (std::string line = tcpdump.Line(); !line.empty(); line = tcpdump.Line()) {
-        const uint64_t n = std::strtoull(line.c_str(), nullptr, 10);
-        if (line.find(" packets captured") != std::string::npos)
-            o.received = n;
-        if (line.find(" packets dropped by kernel") != std::string::npos)
-            dropped = n;
-    }
-    tcpdump.Reap();
-    o.lossless = o.received == o.sent.frames && dropped == 0;
-    return o;
-}
-
-// The highest rate read with nothing lost, climbing the ladder until a
-// frame is lost or the sender falls short of the rate asked (then the
-// figure is the sender's limit, and the reader was not the limit).
-struct Best {
-    double rate = 0;  // as sent
-    bool senderLimit = false;
-    double cpuPerFrameNs = 0;  // what reading a frame cost the reader there
-};
-
-template <class Attempt>
-Best Ladder(const char* who, const std::vector<double>& rates, Attempt attempt)
-{
-    Best best;
-    for (double rate : rates) {
-        const Outcome o = attempt(rate);
-        const double achieved = o.sent.frames / o.sent.seconds;
-        if (!o.lossless) {
-            std::printf("    (%s at %.0f/s: %llu of %llu frames)\n", who, achieved,
-                        static_cast<unsigned long long>(o.received), static_cast<unsigned long long>(o.sent.frames));
-            break;
-        }
-        if (achieved > best.rate) {
-            best.rate = achieved;
-            best.cpuPerFrameNs = o.received > 0 ? static_cast<double>(o.readerCpuNs) / o.received : 0;
-        }
-        if (achieved < 0.95 * rate) {
-            best.senderLimit = true;
-            break;
-        }
-    }
-    return best;
-}
-
-std::string Figure(const Best& b)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, "%9.0f%s, %5.0f ns of CPU a frame", b.rate,
-                  b.senderLimit ? " (all the sender made)" : "", b.cpuPerFrameNs);
-    return text;
-}
-
 bool Reading()
 {
     std::printf("Reading: the highest rate read with nothing lost (frames/s), one read every 5 ms\n");
     const NXTEthHandle tx = Open("NVX-ETH-1");
     const NXTEthHandle rx = Open("NVX-ETH-2");
     bool pass = true;
-    const struct {
-        uint32_t length;
-        double lineRate;  // 1 Gbit/s: the frame, preamble, check sequence and gap on the wire
-        std::vector<double> rates;
-    } sizes[] = {
-        {60, 1e9 / 8 / 84, {25000, 50000, 100000, 200000, 400000, 800000, 1488095}},
-        {1514, 1e9 / 8 / 1538, {5000, 10000, 20000, 40000, 81274, 160000, 320000}},
-    };
-    for (const auto& s : sizes) {
+    for (const veldor_bench::LinkLadder& s : veldor_bench::LinkLadders()) {
         std::printf("  %u-byte frames (with the check sequence)\n", s.length + 4);
-        const Best library = Ladder("library", s.rates, [&](double rate) { return LibraryReads(tx, rx, rate, s.length); });
+        const LinkBest library =
+            veldor_bench::Ladder("library", s.rates, [&](double rate) { return LibraryReads(tx, rx, rate, s.length); });
         g.DeactivateInterface(rx);  // tcpdump alone on the link
-        const Best peer = Ladder("tcpdump", s.rates, [&](double rate) { return TcpdumpReads(tx, rate, s.length); });
+        const LinkBest peer = veldor_bench::Ladder("tcpdump", s.rates, [&](double rate) {
+            return veldor_bench::TcpdumpReads([&] { return SendAt(tx, rate, s.length, 0.5); });
+        });
         g.ActivateInterface(rx);
         // Both at the sender's limit: neither reader was the limit.
         const bool ok = library.rate >= peer.rate || (library.senderLimit && peer.senderLimit);
         pass = pass && ok;
         std::printf("    library %s\n    tcpdump %s\n    goal: tcpdump's rate or more: %s\n",
-                    Figure(library).c_str(), Figure(peer).c_str(), ok ? "pass" : "MISS");
+                    Describe(library).c_str(), Describe(peer).c_str(), ok ? "pass" : "MISS");
         std::printf("    1000BASE-T1 line rate: %.0f frames/s\n", s.lineRate);
         std::fflush(stdout);
     }
@@ -333,7 +180,7 @@ bool ReplayAt(NXTEthHandle tx, NXTEthHandle rx, uint32_t rate, uint32_t count)
     g.GetTimeResolution(tx, &resolution, nullptr);
     const uint64_t period = resolution / rate;
     const uint32_t length = 100;
-    std::vector<uint8_t> frame = Block(1, length);
+    std::vector<uint8_t> frame = veldor_bench::LinkBlock(1, length);
     std::vector<uint8_t> stream;
     for (uint32_t i = 0; i < count; ++i) {
         NXSEthReplayData head;

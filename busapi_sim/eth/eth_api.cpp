@@ -209,19 +209,19 @@ NXETH_API NXTEthError NXETH_FlushReceiveQueue(NXTEthHandle handle)
                          [&](EthSimulator&, EthInterface& in, const FaultAction&) { return in.FlushReceive(); });
 }
 
-NXETH_API NXTEthError NXETH_TransmitFrames(NXTEthHandle handle, uint32_t size, uint8_t* frames, uint32_t* framesSent)
+NXETH_API NXTEthError NXETH_TransmitFrames(NXTEthHandle handle, uint32_t count, uint8_t* frames, uint32_t* framesSent)
 {
     uint32_t ignored = 0;
     uint32_t* sent = framesSent != nullptr ? framesSent : &ignored;
     *sent = 0;
     return WithInterface("NXETH_TransmitFrames", handle,
                          [&](EthSimulator& sim, EthInterface& in, const FaultAction&) {
-                             if (size == 0)
+                             if (count == 0)
                                  return NXETH_SUCCESS;
                              if (frames == nullptr)
                                  return NXETH_ERR_INVALID_ARGUMENT;
                              std::string detail;
-                             return Told(sim, in.Transmit(size, frames, sent, &detail), detail);
+                             return Told(sim, in.Transmit(count, frames, sent, &detail), detail);
                          });
 }
 

@@ -288,7 +288,7 @@ size_t EthInterface::SendBatch(size_t first, size_t count, const std::function<b
     return done;
 }
 
-NXTEthError EthInterface::Transmit(uint32_t size, const uint8_t* frames, uint32_t* sent, std::string* detail)
+NXTEthError EthInterface::Transmit(uint32_t count, const uint8_t* frames, uint32_t* sent, std::string* detail)
 {
     *sent = 0;
     const State state = m_state;
@@ -299,15 +299,10 @@ NXTEthError EthInterface::Transmit(uint32_t size, const uint8_t* frames, uint32_
     std::lock_guard<std::mutex> lock(m_txMutex);
     // Every frame is checked before the first is sent.
     m_iov.clear();
-    for (uint32_t at = 0; at < size;) {
+    // `count` frames, each found after the one before by its header.
+    for (size_t at = 0; m_iov.size() < count;) {
         NXSEthRawFrameHeader header;
-        if (size - at < kHeader)
-            return NXETH_ERR_INVALID_ARGUMENT;
         std::memcpy(&header, frames + at, sizeof header);
-        if (header.ulRawDataLength > size - at - kHeader) {
-            *detail = "frame " + std::to_string(m_iov.size()) + " runs past the block";
-            return NXETH_ERR_INVALID_ARGUMENT;
-        }
         const int64_t bytes = WireBytes(header.tFrameType, header.ulRawDataLength);
         if (bytes < 0 || !Sendable(static_cast<uint32_t>(bytes), m_mtu)) {
             *detail = "frame " + std::to_string(m_iov.size()) + ": type " + std::to_string(header.tFrameType) +

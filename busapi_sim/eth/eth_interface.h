@@ -47,7 +47,7 @@ public:
     NXTEthError BufferSize(uint32_t* size, std::string* detail);
     NXTEthError Read(uint32_t bufferSize, uint8_t* buffer, uint32_t* count);
     NXTEthError FlushReceive();
-    NXTEthError Transmit(uint32_t size, const uint8_t* frames, uint32_t* sent, std::string* detail);
+    NXTEthError Transmit(uint32_t count, const uint8_t* frames, uint32_t* sent, std::string* detail);
     NXTEthError FlushTransmit();
     NXTEthError SetFilter(const char* expression, std::string* detail);
 

@@ -86,13 +86,14 @@
  *   NULL or "" removes the filter.
  *
  * TRANSMISSION
- *   NXETH_TransmitFrames(h, size, frames, &sent) sends a block of raw frames
- *   laid out as ReadFrames gives them. Type 1: the last 4 bytes of
- *   ulRawDataLength are the room for the check sequence, which the device
- *   makes: they are not sent. Type 3: all ulRawDataLength bytes are sent.
- *   Every frame is checked before any is sent: type 1 or 3, 14 to MTU + 18
- *   bytes of data (NXETH_ERR_INVALID_FRAME), whole within size
- *   (NXETH_ERR_INVALID_ARGUMENT). The block goes out in batches (sendmmsg),
+ *   NXETH_TransmitFrames(h, count, frames, &sent) sends a block of count raw
+ *   frames laid out as ReadFrames gives them: the frames are found one after
+ *   the other by their headers, so the block must hold count whole frames;
+ *   count 0 sends nothing. Type 1: the last 4 bytes of ulRawDataLength are
+ *   the room for the check sequence, which the device makes: they are not
+ *   sent. Type 3: all ulRawDataLength bytes are sent. Every frame is checked
+ *   before any is sent: type 1 or 3, 14 to MTU + 18 bytes of data
+ *   (NXETH_ERR_INVALID_FRAME). The block goes out in batches (sendmmsg),
  *   in order; the call waits while the device's queue is full, at most
  *   one second, and then fails with NXETH_ERR_TX_QUEUE_FULL; *sent counts
  *   the frames that went out. Frames shorter than 60 bytes go out as they
@@ -340,8 +341,9 @@ NXETH_API NXTEthError NXETH_GetTime(NXTEthHandle handle, uint64_t* ticks, uint64
 NXETH_API NXTEthError NXETH_ReadFrames(NXTEthHandle handle, uint32_t bufferSize, uint8_t* buffer,
                                        uint32_t* frameCount);
 NXETH_API NXTEthError NXETH_FlushReceiveQueue(NXTEthHandle handle);
-/* *framesSent receives the number of frames that went out. */
-NXETH_API NXTEthError NXETH_TransmitFrames(NXTEthHandle handle, uint32_t size, uint8_t* frames,
+/* count: the frames of the block; *framesSent receives the number of frames
+ * that went out. */
+NXETH_API NXTEthError NXETH_TransmitFrames(NXTEthHandle handle, uint32_t count, uint8_t* frames,
                                            uint32_t* framesSent);
 NXETH_API NXTEthError NXETH_FlushTransmitQueue(NXTEthHandle handle);
 NXETH_API NXTEthError NXETH_GetErrorText(NXTEthError error, char* text);

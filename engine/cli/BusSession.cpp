@@ -115,10 +115,11 @@ bool BusSession::Open(bool needBus, std::string* error)
     return m_engine.Graph().SetProperty("Engine.sequentialStart", "true", false, error);
 }
 
-bool BusSession::Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error)
+bool BusSession::Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error,
+                          const std::string& model)
 {
     const std::string scout = "channel_scout";
-    if (!Make("NxCanMonitoring", scout, error) || !Set(scout + ".ip", ip, error)) return false;
+    if (!Make(model, scout, error) || !Set(scout + ".ip", ip, error)) return false;
     for (const std::string& id : EnumItems(m_engine.Property((scout + ".channel").c_str()))) {
         if (id == kCustomChannel) continue;
         ChannelEntry entry{id, ""};

@@ -54,9 +54,10 @@ public:
     // is missing.
     bool Open(bool needBus, std::string* error);
 
-    // The channels the bus library offers at `ip`, through a bus
-    // component's discovery, with their descriptions.
-    bool Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error);
+    // The channels the bus library offers at `ip`, through the discovery of
+    // a bus component of `model`, with their descriptions.
+    bool Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error,
+                  const std::string& model = "NxCanMonitoring");
 
     // A bus component (NxCanMonitoring or NxCanInject) on a channel; an
     // injector's replay mode first, as it decides the list of channels.

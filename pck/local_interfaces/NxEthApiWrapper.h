@@ -101,7 +101,7 @@ public:
     NxBusError ReadFrames(std::uint32_t bufferSize, std::uint8_t* buffer, std::uint32_t* third);
     // The size of the read buffer that the library wants offered.
     NxBusError GetInterfaceBufferSize(std::uint32_t* size);
-    // Sends a block of raw frames.
+    // Sends a block of raw frames; `size` is the number of frames in it.
     NxBusError TransmitFrames(std::uint8_t* frames, std::uint32_t size);
 
     // A raw frame of a read block into PCAP form: `out` gets the frame without

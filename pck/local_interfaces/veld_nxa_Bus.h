@@ -26,6 +26,7 @@
 #ifndef VELD_NXA_BUS_H
 #define VELD_NXA_BUS_H
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -102,6 +103,40 @@ protected:
     // The meta thread's schedule and its jump handshake.
     VELDPeriodicSchedule MetaSchedule();
 
+    // How a monitor stamps what one wake-up reads, by ts_behavior:
+    //   0  frames in engine time: hardware time plus an offset taken at the
+    //      first wake-up (after `first` is set again, at the next one);
+    //      elements bear their first frame's time
+    //   1  frames and elements in hardware time
+    //   2  frames in hardware time, elements at the engine's time of the read
+    // ReadTime gives the read time of a wake-up (0: the elements take their
+    // first frame's time) and keeps the offset; an unknown selection is an
+    // Error.
+    struct ReadTiming {
+        VELDInt64 behavior;
+        bool first;
+        VELDTimestamp offset;
+    };
+    ReadTiming BeginReadTiming() { return ReadTiming{GetIntegerProperty("ts_behavior"), true, 0}; }
+    VELDTimestamp ReadTime(ReadTiming& timing);
+
+    // The push thread of a synchronised replay: the wrapper's push (its
+    // TransmitMessagesPushing or TransmitFramesPushing) with endOfFile false at
+    // every due time of `schedule`, until the end of the data is known and
+    // Core last found the frame input empty; then with true, the final push,
+    // which closes the stream. A component that dies meanwhile leaves without
+    // it: its Death pushes last. A push that fails stops the component, as a
+    // failed send does: an Error with its message, and no final push.
+    void PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period, const std::atomic<bool>& dataAvailable);
+    // Death's final push of a synchronised replay, if there is a wrapper and
+    // its stream did not fail: the message of its failure, empty when it went
+    // through.
+    VELDString FinalPush();
+    // One push of the wrapper's replay stream.
+    NxBusError PushReplay(bool endOfFile);
+    // Starts the push thread of a synchronised replay at `entry`.
+    void StartPushThread(void (*entry)(void*));
+
     const VELDTypeFilterBase VELDBusReplayStateInfo;
     std::unique_ptr<TNxApiWrapper> m_pNxApiWrapper;
     bool m_isInitialized;
@@ -119,6 +154,8 @@ protected:
     VELDEvent m_timeJumpedHandled;
     VELDTimestamp m_replayStateInfoPollingTimestamp;
     VELDTimestamp m_simTimePollingTimestamp;
+    // The push thread stopped the component: its stream could not be pushed.
+    std::atomic<bool> m_replayStreamFailed;
 };
 
 #endif

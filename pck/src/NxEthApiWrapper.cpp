@@ -394,7 +394,9 @@ NxBusError NxEthApiWrapper::TransmitFrames(std::uint8_t* frames, std::uint32_t s
 VELDTimestamp NxEthApiWrapper::CopyFrame(std::vector<std::uint8_t>& out, VELDpcap_packet_header_t* header,
                                          const NXSEthRawFrame* frame, std::uint32_t& position, VELDTimestamp offset)
 {
-    const NXSEthRawFrameHeader& head = frame->tHeader;
+    // Frames of a block lie back to back: a header need not be aligned.
+    NXSEthRawFrameHeader head;
+    std::memcpy(&head, frame, sizeof head);
     const std::int64_t t = offset + static_cast<std::int64_t>(TicksToMicroseconds(head.ui64Timestamp));
     // Whole seconds and the microseconds below them, also for a time before 0.
     const std::int64_t microseconds = ((t % kMicrosecondsPerSecond) + kMicrosecondsPerSecond) % kMicrosecondsPerSecond;
@@ -408,7 +410,7 @@ VELDTimestamp NxEthApiWrapper::CopyFrame(std::vector<std::uint8_t>& out, VELDpca
     header->caplen = length;
     header->len = length;
     out.resize(length);
-    if (length != 0) std::memcpy(out.data(), frame->tRawData, length);
+    if (length != 0) std::memcpy(out.data(), reinterpret_cast<const std::uint8_t*>(frame) + sizeof head, length);
     position += head.ulRawDataLength + static_cast<std::uint32_t>(sizeof(NXSEthRawFrameHeader));
     return seconds * kMicrosecondsPerSecond + microseconds;
 }

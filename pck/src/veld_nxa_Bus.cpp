@@ -115,7 +115,8 @@ VELDBusCmnComponent<W, S>::VELDBusCmnComponent(const char* name, VELDComponentDe
       m_timeJumped(false),
       m_timeJumpedHandled(false),
       m_replayStateInfoPollingTimestamp(0),
-      m_simTimePollingTimestamp(0)
+      m_simTimePollingTimestamp(0),
+      m_replayStreamFailed(false)
 {
 }
 
@@ -183,6 +184,24 @@ VELDInt64 VELDBusCmnComponent<W, S>::ReadTimeInput(const char* name)
     VELDInt64 value = element ? *element->Integer64(0) : -1;
     StopReading(input);
     return value;
+}
+
+template <class W, class S>
+VELDTimestamp VELDBusCmnComponent<W, S>::ReadTime(ReadTiming& timing)
+{
+    switch (timing.behavior) {
+    case 0:
+        if (timing.first) {
+            std::uint64_t hardwareTime = 0;
+            FailOn(m_pNxApiWrapper->GetHardwareTime(&hardwareTime));
+            timing.offset = VELD::CurrentTime(true, true) - static_cast<VELDTimestamp>(hardwareTime);
+            timing.first = false;
+        }
+        return 0;
+    case 1: return 0;
+    case 2: return VELD::CurrentTime(true, true);
+    default: Error("Timestamps Behavior is not specified!", 1, ErrorGeneric); return 0;
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -390,6 +409,7 @@ template <class W, class S>
 void VELDBusCmnComponent<W, S>::Birth()
 {
     m_isInitialized = false;
+    m_replayStreamFailed = false;
     m_logStartTime = m_replayStartTime = m_replayStopTime = m_replayEofTime = -1;
 
     if (SelectedChannel().Length() == 0 && GetStringProperty("custom_channel").Length() == 0)
@@ -516,6 +536,63 @@ void VELDBusCmnComponent<W, S>::WriteSimTimeToOutput(VELDTimestamp ts)
     *element->Integer64(0) = static_cast<VELDInt64>(hardwareTime);
     element->Timestamp() = ts;
     StopWriting(element);
+}
+
+// ---------------------------------------------------------------------------
+// The push thread of an injection component's synchronised replay
+
+template <>
+NxBusError VELDBusCmnComponent<NxCanApiWrapper, NxCanApiWrapperSettings>::PushReplay(bool endOfFile)
+{
+    return m_pNxApiWrapper->TransmitMessagesPushing(endOfFile);
+}
+
+template <>
+NxBusError VELDBusCmnComponent<NxEthApiWrapper, NxEthApiWrapperSettings>::PushReplay(bool endOfFile)
+{
+    return m_pNxApiWrapper->TransmitFramesPushing(endOfFile);
+}
+
+template <class W, class S>
+void VELDBusCmnComponent<W, S>::StartPushThread(void (*entry)(void*))
+{
+    if (!IsSynchronizedReplay()) return;
+    VELDCouple<bool, unsigned long> started = CreateThread(entry, this);
+    if (!started.first()) Error("Failed to create a thread for TransmitPushingInit", 1, ErrorGeneric);
+}
+
+template <class W, class S>
+void VELDBusCmnComponent<W, S>::PushReplayStream(VELDPeriodicSchedule schedule, VELDDelay period,
+                                                 const std::atomic<bool>& dataAvailable)
+{
+    VELDString failure;
+    try {
+        while (!IsDying() && failure.Length() == 0) {
+            if (schedule.WaitDue()) {
+                const bool endOfData = m_pNxApiWrapper->GetReplayEofTime() != 0 && !dataAvailable;
+                failure = WrapperMessage(PushReplay(endOfData));
+                if (endOfData) break;
+            }
+            schedule.Advance(period);
+        }
+    } catch (const std::exception& e) {
+        failure = e.what();
+    }
+    if (failure.Length() == 0) return;
+    m_replayStreamFailed = true;
+    Die();
+    Error(failure, 1, ErrorGeneric);
+}
+
+template <class W, class S>
+VELDString VELDBusCmnComponent<W, S>::FinalPush()
+{
+    if (!m_pNxApiWrapper || !IsSynchronizedReplay() || m_replayStreamFailed) return VELDString();
+    try {
+        return WrapperMessage(PushReplay(true));
+    } catch (const std::exception& e) {
+        return VELDString(e.what());
+    }
 }
 
 // ---------------------------------------------------------------------------

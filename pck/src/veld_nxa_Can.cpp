@@ -133,12 +133,7 @@ void VELDNxCanApi20::Birth()
     StartTxThreads();
 }
 
-void VELDNxCanApi20::StartTxThreads()
-{
-    if (GetIntegerProperty("replay_mode") == 0) return;
-    VELDCouple<bool, unsigned long> started = CreateThread(&TransmitPushingInit, this);
-    if (!started.first()) Error("Failed to create a thread for TransmitPushingInit", 1, ErrorGeneric);
-}
+void VELDNxCanApi20::StartTxThreads() { StartPushThread(&TransmitPushingInit); }
 
 template <class T>
 void VELDNxCanApi20::TransmitNow(const T* frames, VELDInt32 count)
@@ -207,15 +202,7 @@ void VELDNxCanApi20::Core()
 
 void VELDNxCanApi20::Death()
 {
-    VELDString failure;
-    if (GetIntegerProperty("replay_mode") != 0 && m_pNxApiWrapper) {
-        try {
-            NxBusError result = m_pNxApiWrapper->TransmitMessagesPushing(true);
-            if (result.errorCode != 0) failure = WrapperMessage(result);
-        } catch (const std::exception& e) {
-            failure = e.what();
-        }
-    }
+    const VELDString failure = FinalPush();
     // The channel is released whatever the last push did.
     Base::Death();
     if (failure.Length() > 0) Error(failure, 1, ErrorGeneric);
@@ -231,27 +218,8 @@ void VELDNxCanApi20::TransmitPushingInit(void* component)
 
 void VELDNxCanApi20::TransmitPushing()
 {
-    const VELDDelay period = static_cast<VELDDelay>(GetIntegerProperty("replay_period"));
-    NxCanApiWrapper& wrapper = GetNxApiWrapper();
-    VELDPeriodicSchedule schedule = WriteSchedule();
-    try {
-        bool endOfData = false;
-        while (!IsDying() && !endOfData) {
-            if (schedule.WaitDue()) {
-                if (wrapper.GetReplayEofTime() != 0 && !m_dataAvailableInFifo) {
-                    endOfData = true;
-                    break;
-                }
-                FailOn(wrapper.TransmitMessagesPushing(false));
-            }
-            schedule.Advance(period);
-        }
-        // Only the end of the data closes the stream here; a dying
-        // component closes it in Death.
-        if (endOfData) FailOn(wrapper.TransmitMessagesPushing(true));
-    } catch (const std::exception& e) {
-        Error(e.what(), 1, ErrorGeneric);
-    }
+    PushReplayStream(WriteSchedule(), static_cast<VELDDelay>(GetIntegerProperty("replay_period")),
+                     m_dataAvailableInFifo);
 }
 
 // ---------------------------------------------------------------------------

@@ -111,7 +111,7 @@ TEST_F(EthTransport, TransmittedFramesMakeRoomForTheCheckSequence)
     EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0);
     EXPECT_TRUE(CallsSinceMark().empty());
     Eth().SetResult("NXETH_TransmitFrames", 13);
-    NxBusError refused = wrapper->TransmitFrames(block.data(), static_cast<std::uint32_t>(block.size()));
+    NxBusError refused = wrapper->TransmitFrames(block.data(), 1);  // one frame
     EXPECT_EQ(refused.errorCode, 13);
     EXPECT_EQ(refused.functionName, "NXETH_TransmitFrames");
 }

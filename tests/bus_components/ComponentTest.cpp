@@ -161,6 +161,55 @@ void ComponentTest::MakeOnChannel(const std::string& model, const std::string& n
     Set(name + ".data_baudrate", canFd ? "2000" : "500");
 }
 
+void ComponentTest::MakeOnInterface(const std::string& model, const std::string& name, const std::string& interface,
+                                    const std::string& replayMode)
+{
+    Make(model, name);
+    if (!replayMode.empty()) Set(name + ".replay_mode", replayMode);
+    Trigger(name + ".Refresh_Devices");
+    Set(name + ".channel", interface);
+}
+
+void ComponentTest::MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
+                                    long long eofDelay)
+{
+    Make("CanReplayStatus", "probe");
+    Connect("tx.oReplayStateInfo", "probe.iReplayStateInfo");
+    Make("ReplayTimeSource", "times");
+    Set("times.log_start", std::to_string(logStart));
+    Set("times.replay_lead", std::to_string(lead));
+    Set("times.replay_stop", std::to_string(stopAfter));
+    if (eofDelay > 0) {
+        Set("times.log_end", std::to_string(logEnd));
+        Set("times.eof_delay", std::to_string(eofDelay));
+    }
+    for (const char* input : {"LogStartTime", "ReplayStartTime", "ReplayStopTime", "ReplayEofTime"})
+        Connect(std::string("times.o") + input, std::string("tx.i") + input);
+}
+
+void ComponentTest::ExpectStreamClosed(long long frames)
+{
+    enum { Scheduled = 1, Started = 2, End = 4 };
+    ASSERT_TRUE(Eventually([&] { return Figure("probe.state") == End; }, 10)) << Figure("probe.state");
+    EXPECT_TRUE(Eventually([&] { return Threads("tx") == 2; }, 10)) << Threads("tx");
+    EXPECT_EQ(Figure("probe.sent"), frames);
+    EXPECT_EQ(Figure("probe.dropped"), 0);
+    const long long seen = Figure("probe.states_seen");
+    EXPECT_TRUE(seen & (1 << Scheduled)) << seen;
+    EXPECT_TRUE(seen & (1 << Started)) << seen;
+}
+
+std::string ComponentTest::MakeEthPrinter(const std::string& name, const std::string& source)
+{
+    const std::string path = m_folder + "/" + name + ".txt";
+    Make("EthPrinter", name);
+    Set(name + ".file", path);
+    Set(name + ".element_info", "true");
+    Set(name + ".dump_bytes", "-1");
+    Connect(source, name + ".iEth");
+    return path;
+}
+
 std::string ComponentTest::MakePrinter(const std::string& name, const std::string& source)
 {
     const std::string path = m_folder + "/" + name + ".txt";
@@ -192,6 +241,13 @@ bool ComponentTest::HasProperty(const std::string& component, const std::string&
 }
 
 long long ComponentTest::Now() { return engine.CurrentTime(true, true); }
+
+void ComponentTest::RestoreClock()
+{
+    engine.Graph().Clear();
+    engine.Clock().SetTime(veldor::EngineClock::Monotonic());
+    engine.Clock().Flush();
+}
 
 bool ComponentTest::Eventually(const std::function<bool()>& done, double seconds)
 {

@@ -1,15 +1,17 @@
 // What the tests of the bus components share: an engine with the bus
 // package, the io package and the test probe loaded from their files, short
 // ways to build and run a diagram, and the frames a CanPrinter wrote, read
-// back from its file.
+// back from its file (an EthPrinter's: pcap_file.h).
 //
 // The tests run under tools/with-sim-bus, on the simulator's default
 // topology: bus CAN1 at 127.0.0.1 (500 kbit/s, 2 Mbit/s data phase) with
 // NVX-CAN-1 (high-speed replay), NVX-CAN-2, NVX-VIRT-1 (virtual), ORV-CAN-1
-// (another vendor) and NVX-ZIRA-1. All tests of a run share the bus, one
-// engine with the packages loaded once (the bus package keeps the CAN
-// library and its events for the life of the process), and the package's
-// channel registry; each test clears its diagram when it ends.
+// (another vendor) and NVX-ZIRA-1; and the Ethernet interfaces NVX-ETH-1
+// (high-speed replay) and NVX-ETH-2, the two ends of a veth pair. All tests
+// of a run share the bus and the link, one engine with the packages loaded
+// once (the bus package keeps the CAN library and its events for the life of
+// the process), and the package's channel registry; each test clears its
+// diagram when it ends.
 #ifndef VELDOR_TESTS_BUS_COMPONENT_TEST_H
 #define VELDOR_TESTS_BUS_COMPONENT_TEST_H
 
@@ -62,8 +64,26 @@ protected:
     // injector's replay mode, when given, is set first: it decides the list.
     void MakeOnChannel(const std::string& model, const std::string& name, const std::string& channel, bool canFd,
                        const std::string& replayMode = "");
+    // An Ethernet component on `interface` of the veth pair (NVX-ETH-1,
+    // NVX-ETH-2), the list refreshed first; an injector's replay mode first.
+    void MakeOnInterface(const std::string& model, const std::string& name, const std::string& interface,
+                         const std::string& replayMode = "");
+    // What a synchronised injector "tx" needs around it: a CanReplayStatus
+    // "probe" on its replay state, and a ReplayTimeSource "times" on its four
+    // time inputs, made last so that the lead counts from a moment when the
+    // injector is up. No stop time with `stopAfter` 0, no end of data (at
+    // `logEnd`, `eofDelay` after birth) with `eofDelay` 0.
+    void MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
+                         long long eofDelay);
+    // That replay, once its end of data came: the closing record follows the
+    // last of `frames` frames, the push thread has ended (the main and meta
+    // threads stay), and the probe tells the library's states and counts.
+    void ExpectStreamClosed(long long frames);
     // A printer of `source` into a file of this test; returns the path.
     std::string MakePrinter(const std::string& name, const std::string& source);
+    // An EthPrinter of `source` that dumps every byte, with element_info,
+    // into a file of this test (ReadPrintedEthFrames reads it); the path.
+    std::string MakeEthPrinter(const std::string& name, const std::string& source);
 
     long long Figure(const std::string& property);
     std::string Text(const std::string& property);
@@ -75,6 +95,10 @@ protected:
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text); }
     // The engine's time, in microseconds.
     long long Now();
+    // After a test that moved the engine's clock: the diagram gone, the
+    // clock back on the monotonic clock, which the simulated hardware
+    // follows, for the tests after it.
+    void RestoreClock();
 
     // Polls `done` for up to `seconds`.
     static bool Eventually(const std::function<bool()>& done, double seconds = 20);

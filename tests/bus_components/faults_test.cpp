@@ -62,5 +62,41 @@ TEST_F(BusFaultsTest, UnreadableHardwareClockEndsTheReaderThatConvertsTimes)
     EXPECT_TRUE(Component("rx")->State() & VELD::ErrorState);
 }
 
+struct EthernetFault {
+    const char* replayMode;
+    const char* interface;
+    const char* message;
+};
+
+class BusFaultsEthernetTest : public BusFaultsTest, public ::testing::WithParamInterface<EthernetFault> {};
+
+TEST_P(BusFaultsEthernetTest, FailedTransmitOrStreamCallStopsTheInjectorOnly)
+{
+    const EthernetFault& f = GetParam();
+    MakeBystander();
+    Make("EthGenerator", "gen");
+    Set("gen.rate", "500");
+    MakeOnInterface("NxEthInject", "tx", f.interface, f.replayMode);
+    Connect("gen.oEth", "tx.iEth");
+    if (std::string(f.replayMode) == "Synchronized") {
+        Make("ReplayTimeSource", "times");
+        Connect("times.oLogStartTime", "tx.iLogStartTime");
+        Connect("times.oReplayStartTime", "tx.iReplayStartTime");
+    }
+    Run();
+    ASSERT_TRUE(Eventually([&] { return IsDead("tx"); }, 10));
+    EXPECT_TRUE(Reported(std::string("component tx: ") + f.message + ": ")) << f.message;
+    EXPECT_TRUE(Reported("(injected)"));
+    const long long frames = Figure("stats.frames");
+    EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
+    EXPECT_FALSE(IsDead("stats"));
+    EXPECT_FALSE(IsDead("gen"));
+}
+
+INSTANTIATE_TEST_SUITE_P(BusFaultsEthernet, BusFaultsEthernetTest,
+                         ::testing::Values(EthernetFault{"Unsynchronized", "NVX-ETH-1", "NXETH_TransmitFrames"},
+                                           EthernetFault{"Synchronized", "NVX-ETH-2", "NXETH_ReplayStreamData"}),
+                         [](const ::testing::TestParamInfo<EthernetFault>& info) { return info.param.replayMode; });
+
 }  // namespace
 }  // namespace bus_components

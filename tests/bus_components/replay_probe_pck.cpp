@@ -1,7 +1,16 @@
 // A package for the tests of the bus components: TimeProbe reads a 64-bit
 // time (oSimTime) and keeps the last value, the last element's timestamp and
-// the number of elements in its figures.
+// the number of elements in its figures. EthMangler passes a PCAP stream on
+// with what a recording may hold and a generator does not make: every
+// foreign_every-th element (0: none) under the link type foreign_link_type,
+// and with reverse, the frames of each element in reverse order while the
+// packet times stay in theirs (a fragment set recorded backwards).
+#include <utility>
+#include <vector>
+
+#include "pcap_data.h"
 #include "veld.h"
+#include "veld_io_access.h"
 #include "veld_io_elt.h"
 #include "veld_model.h"
 
@@ -25,6 +34,56 @@ public:
     }
 };
 
+class EthMangler : public VELDpcap_component {
+public:
+    EthMangler(const char* name, VELDComponentDefinition& definition)
+        : VELDComponent(name, definition), VELDpcap_component(name, definition)
+    {
+    }
+    VELD_MODEL_INSTANTIATE(EthMangler)
+
+    void Birth() override
+    {
+        m_elements = 0;
+        VELDpcap_component::Birth(Output("oEth"));
+    }
+
+    void Core() override
+    {
+        VELD::InputGuard<VELDpcap_data_t> guard(this, Input("iEth"), true);
+        if (!guard.IsValid()) return;
+        pcap_data_reader reader(this, &guard.Data(0));
+        std::vector<std::pair<VELDpcap_packet_header_t, const uint8_t*>> packets;
+        pkthdr header;
+        const uint8_t* data;
+        const VELDpcap_packet_header_t* stored;
+        while (reader.get_next_packet(header, data, stored) == 0)
+            packets.emplace_back(pcap_data_writer::HeaderOf(header), data);
+
+        const VELDInt64 every = GetIntegerProperty("foreign_every");
+        const bool foreign = every > 0 && ++m_elements % every == 0;
+        pcap_data_writer writer(this, Output("oEth"),
+                                foreign ? static_cast<int32_t>(GetIntegerProperty("foreign_link_type")) : 1,
+                                guard.Timestamp());
+        const bool reverse = GetBoolProperty("reverse");
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            const auto& frame = packets[reverse ? packets.size() - 1 - i : i];
+            VELDpcap_packet_header_t out = frame.first;
+            out.ts_seconds = packets[i].first.ts_seconds;
+            out.ts_microseconds = packets[i].first.ts_microseconds;
+            writer.set_next_packet(out, frame.second);
+        }
+    }
+
+private:
+    VELDInt64 m_elements = 0;
+};
+
+VELDPropertyDefinition Setting(const char* name, VELDPropertyValue* value)
+{
+    return VELDPropertyDefinition(name, value, nullptr, false, false, false, false);
+}
+
 VELDPropertyDefinition Figure(const char* name)
 {
     return VELDPropertyDefinition(name, new VELDPropertyValue(VELDInt64(0)), nullptr, false, true, true, false);
@@ -42,6 +101,24 @@ VELDComponentDefinition TimeProbeDefinition = {
     nullptr, 0xFFFFFFFFu, g_timeProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
 VELD_DECLARE_MODEL(TimeProbe, TimeProbeDefinition, "TimeProbe", "1.0.0");
 
+namespace {
+
+VELDInputDefinition g_ethInputs[] = {{"iEth", 0, &VELDFilterPCAPStructure, VELD::NeverSkippingReader, 1},
+                                     {nullptr, 0, nullptr, 0, 0}};
+VELDOutputDefinition g_ethOutputs[] = {
+    {"oEth", 0, VELDTypeInfo(VELDpcapTypeValue, VELDpcapTypeName, nullptr), sizeof(VELDpcap_data_t), 16, 1, 1},
+    {nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0}};
+VELDPropertyDefinition g_ethProperties[] = {Setting("foreign_every", new VELDPropertyValue(VELDInt64(0))),
+                                            Setting("foreign_link_type", new VELDPropertyValue(VELDInt64(227))),
+                                            Setting("reverse", new VELDPropertyValue(false)),
+                                            VELDPropertyDefinition()};
+
+}  // namespace
+
+VELDComponentDefinition EthManglerDefinition = {
+    "EthMangler", "1.0.0", &EthMangler::Instantiate, nullptr, nullptr, 0, 0xFFFFFFFFu, g_ethInputs, 0xFFFFFFFFu,
+    g_ethOutputs, 0xFFFFFFFFu, g_ethProperties, 0, nullptr, 128, VELD::Threaded, true, 0};
+VELD_DECLARE_MODEL(EthMangler, EthManglerDefinition, "EthMangler", "1.0.0");
 // StateSource writes `count` replay state records, the injectors' record with
 // counting values, one a millisecond, stamped from `first_timestamp` on in
 // steps of 1000; PcapSource writes as many elements typed as the PCAP stream

@@ -14,14 +14,7 @@ namespace {
 
 class TimeJumpTest : public ComponentTest {
 protected:
-    // The engine's time back on the monotonic clock, which the simulated
-    // hardware follows, for the tests after this one.
-    ~TimeJumpTest() override
-    {
-        engine.Graph().Clear();
-        engine.Clock().SetTime(veldor::EngineClock::Monotonic());
-        engine.Clock().Flush();
-    }
+    ~TimeJumpTest() override { RestoreClock(); }
 
     // Frames sent from this process, on a channel of its own.
     void SendFrames(int n)

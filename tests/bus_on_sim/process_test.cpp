@@ -1,5 +1,5 @@
 // The bus across processes: a helper program with a wrapper of its own
-// (can_wrapper_peer) on the same simulated bus as this process.
+// (wrapper_peer) on the same simulated bus as this process.
 #include "ChildProcess.h"
 #include "SimBusTest.h"
 

@@ -52,7 +52,7 @@ TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
     const NXTEthHandle tx = Open("NVX-ETH-1");
     Bytes block = RawBlock(frames, NXETH_FRAME_TYPE_ETHERNET_FRAME);
     uint32_t sent = 0;
-    ASSERT_EQ(Lib().TransmitFrames(tx, static_cast<uint32_t>(block.size()), block.data(), &sent), NXETH_SUCCESS);
+    ASSERT_EQ(Lib().TransmitFrames(tx, static_cast<uint32_t>(frames.size()), block.data(), &sent), NXETH_SUCCESS);
     EXPECT_TRUE(tcpdump.ExitedCleanly());
     EXPECT_EQ(ReadPcap(folder / "got.pcap"), frames);
     Close(tx);

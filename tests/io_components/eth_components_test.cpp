@@ -21,23 +21,6 @@ const long long kFirst = 1700000000000000;
 const char* const kSomeIp = " -d udp.port==30501,someip -o someip.reassemble_tp:TRUE";
 const char* const kData = " -d udp.port==30501,data";
 
-// The frames of an EthPrinter's file with dump_bytes -1.
-std::vector<CapturedFrame> ReadDumped(const std::string& path)
-{
-    std::vector<CapturedFrame> frames;
-    std::ifstream file(path);
-    std::string line;
-    while (std::getline(file, line)) {
-        CapturedFrame frame;
-        const std::size_t dot = line.find('.');
-        frame.time = std::stoll(line.substr(1, dot - 1)) * 1000000 + std::stoll(line.substr(dot + 1, 6));
-        for (std::size_t at = line.find(" | ") + 3; at + 1 < line.size(); at += 3)
-            frame.bytes.push_back(static_cast<std::uint8_t>(std::stoul(line.substr(at, 2), nullptr, 16)));
-        frames.push_back(frame);
-    }
-    return frames;
-}
-
 // The counter a generator's frame ends with: at the end of the IPv4 packet,
 // or of the frame.
 std::uint32_t CounterOf(const std::vector<std::uint8_t>& f)
@@ -104,7 +87,7 @@ TEST_P(EthTraffic, EveryFrameArrivesOnceInOrderAndEveryMessageWhole)
     EXPECT_EQ(Figure("stats.messages"), c.messages);
     EXPECT_EQ(Figure("stats.broken_messages"), 0);
 
-    const std::vector<CapturedFrame> frames = ReadDumped(printed);
+    const std::vector<PrintedEthFrame> frames = ReadPrintedEthFrames(printed);
     ASSERT_EQ(frames.size(), static_cast<std::size_t>(c.frames));
     std::size_t shortest = 65536, longest = 0;
     for (int k = 0; k < c.frames; ++k) {

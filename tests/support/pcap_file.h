@@ -13,7 +13,46 @@ struct CapturedFrame {
     std::vector<std::uint8_t> bytes;
 };
 
-inline bool WritePcap(const std::string& path, const std::vector<CapturedFrame>& frames)
+// The frames of an EthPrinter's file with dump_bytes -1: time and bytes,
+// and with element_info the element's time and the frame's place in it.
+struct PrintedEthFrame : CapturedFrame {
+    long long elementTime = 0;
+    int index = 0;  // in its element
+    int count = 0;  // frames of its element
+};
+
+inline std::vector<PrintedEthFrame> ReadPrintedEthFrames(const std::string& path)
+{
+    std::vector<PrintedEthFrame> frames;
+    std::FILE* file = std::fopen(path.c_str(), "r");
+    if (!file) return frames;
+    auto time = [](const std::string& text) {
+        const std::size_t dot = text.find('.');
+        return std::stoll(text.substr(0, dot)) * 1000000 + std::stoll(text.substr(dot + 1, 6));
+    };
+    char buffer[1 << 16];
+    while (std::fgets(buffer, sizeof buffer, file)) {
+        std::string line(buffer);
+        if (!line.empty() && line.back() == '\n') line.pop_back();
+        PrintedEthFrame frame;
+        frame.time = time(line.substr(1, line.find(')') - 1));
+        const std::size_t element = line.find("  elt=");
+        const std::size_t end = element == std::string::npos ? line.size() : element;
+        for (std::size_t at = line.find(" | ") + 3; at + 1 < end; at += 3)
+            frame.bytes.push_back(static_cast<std::uint8_t>(std::stoul(line.substr(at, 2), nullptr, 16)));
+        if (element != std::string::npos) {
+            const std::size_t hash = line.find(" #", element);
+            frame.elementTime = time(line.substr(element + 6, hash - element - 6));
+            std::sscanf(line.c_str() + hash + 2, "%d/%d", &frame.index, &frame.count);
+        }
+        frames.push_back(frame);
+    }
+    std::fclose(file);
+    return frames;
+}
+
+template <class Frame>
+bool WritePcap(const std::string& path, const std::vector<Frame>& frames)
 {
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file) return false;

@@ -1,0 +1,195 @@
+// The Ethernet components through the engine, on the veth pair of
+// tools/with-sim-bus: an EthGenerator's frames sent by NxEthInject on
+// NVX-ETH-1 and read by NxEthMonitoring on NVX-ETH-2. Printers dump every
+// byte on both sides, so that what was read is compared with what was sent.
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ComponentTest.h"
+#include "EthComponentTest.h"
+#include "NxEthApiWrapper.h"
+#include "pcap_file.h"
+
+namespace bus_components {
+namespace {
+
+struct TrafficCase {
+    const char* name;
+    bool vectorize;
+    int perElement;  // frames of a generator's element
+    int from, to;    // frame lengths, sweeping up a byte a frame
+    int count;
+};
+
+void PrintTo(const TrafficCase& c, std::ostream* os) { *os << c.name; }
+
+class EthTrafficTest : public EthComponentTest, public ::testing::WithParamInterface<TrafficCase> {};
+
+TEST_P(EthTrafficTest, EveryFrameArrivesOnceInOrderByteForByte)
+{
+    const TrafficCase& c = GetParam();
+    const std::string got = MakeMonitor(1, c.vectorize);
+    // Reads far apart, so that a vectorised read holds many frames.
+    if (c.vectorize) Set("rx.sampling_period", "20000");
+    const std::string sent = MakeSender("Unsynchronized", c.count, c.from, c.to, c.perElement);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= c.count && Figure("sent.printed") >= c.count; }))
+        << Figure("got.printed");
+    Shutdown();
+
+    const std::vector<PrintedEthFrame> in = ReadPrintedEthFrames(sent);
+    const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+    ASSERT_EQ(in.size(), static_cast<std::size_t>(c.count));
+    ASSERT_EQ(out.size(), in.size());
+    int largest = 0;
+    for (std::size_t k = 0; k < in.size(); ++k) {
+        ASSERT_EQ(out[k].bytes, in[k].bytes) << "frame " << k;
+        largest = std::max(largest, out[k].count);
+    }
+    EXPECT_EQ(in.front().bytes.size(), static_cast<std::size_t>(c.from));
+    EXPECT_EQ(in.back().bytes.size(), static_cast<std::size_t>(c.to));
+    // One read an element, or one frame an element.
+    if (c.vectorize)
+        EXPECT_GT(largest, 1);
+    else
+        EXPECT_EQ(largest, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Frames, EthTrafficTest,
+                         ::testing::Values(TrafficCase{"ShortestFramesOneAnElement", false, 1, 60, 159, 100},
+                                           TrafficCase{"LongestFramesOneReadAnElement", true, 8, 1415, 1514, 100}),
+                         [](const ::testing::TestParamInfo<TrafficCase>& info) { return info.param.name; });
+
+// ---------------------------------------------------------------------------
+// Refusals: what the injector does not send, while the rest goes out.
+
+class EthRefusalTest : public EthComponentTest {};
+
+TEST_F(EthRefusalTest, ElementsOfAnotherLinkTypeAreReportedAndNotSent)
+{
+    const std::string got = MakeMonitor(1, false);
+    Make("EthGenerator", "gen");
+    Set("gen.count", "30");
+    Set("gen.rate", "0");
+    Make("EthMangler", "mangle");
+    Set("mangle.foreign_every", "3");  // elements 3, 6, 9...: frames 2, 5, 8...
+    Connect("gen.oEth", "mangle.iEth");
+    MakeOnInterface("NxEthInject", "tx", "NVX-ETH-1", "Unsynchronized");
+    Connect("mangle.oEth", "tx.iEth");
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 20; }));
+    // The generator's last frame leaves; nothing more comes.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(engine.Graph().IsDead("tx"));
+    Shutdown();
+
+    EXPECT_EQ(engine.GetConsole().CountContaining("component tx: unsupported ethernet link type : 227"), 10u);
+    const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+    ASSERT_EQ(out.size(), 20u);
+    for (std::size_t k = 0; k < out.size(); ++k) EXPECT_EQ(CounterOf(out[k].bytes), k / 2 * 3 + k % 2);
+}
+
+TEST_F(EthRefusalTest, AFrameLongerThanTheMtuEndsItsElement)
+{
+    // The link takes frames of 1526 bytes and more.
+    ScopedLinkMtu mtu(1600);
+    const std::string got = MakeMonitor(1, true);
+    // Each element: 1524, 1525, 1526, 1527, 1528 bytes.
+    const std::string sent = MakeSender("Unsynchronized", 20, 1524, 1528, 5);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 12 && Figure("sent.printed") >= 20; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(engine.Graph().IsDead("tx"));
+    Shutdown();
+
+    EXPECT_EQ(engine.GetConsole().CountContaining(
+                  "component tx: Ethernet frame to transmit is larger than MTU. The frame cannot be transmitted."),
+              4u);
+    const std::vector<PrintedEthFrame> in = ReadPrintedEthFrames(sent);
+    const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+    ASSERT_EQ(out.size(), 12u);
+    for (std::size_t k = 0; k < out.size(); ++k) {
+        const std::size_t from = k / 3 * 5 + k % 3;
+        EXPECT_EQ(out[k].bytes, in[from].bytes) << k;
+        EXPECT_EQ(out[k].bytes.size(), 1524 + k % 3);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Time: the three timestamp behaviours (with the hardware clock 3 s ahead,
+// clock_offset.conf) and a jump of the engine's clock.
+
+class ClockOffsetEthernetTest : public EthComponentTest {};
+
+TEST_F(ClockOffsetEthernetTest, TimestampsFollowTheSelectedBehaviour)
+{
+    const long long kHardwareAhead = 3000000;
+    const int kFrames = 20;
+    for (int behavior = 0; behavior < 3; ++behavior) {
+        SCOPED_TRACE("ts_behavior " + std::to_string(behavior));
+        const std::string got = MakeMonitor(behavior, behavior != 0);
+        MakeSender("Unsynchronized", kFrames, 60, 60, 1);
+        const long long before = Now();
+        Run();
+        ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= kFrames; }));
+        const long long after = Now();
+        engine.Graph().Clear();
+
+        const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+        ASSERT_EQ(out.size(), static_cast<std::size_t>(kFrames));
+        for (const PrintedEthFrame& f : out) {
+            // 0: engine time; 1 and 2: hardware time in the frames.
+            const long long received = behavior == 0 ? f.time : f.time - kHardwareAhead;
+            EXPECT_GE(received, before);
+            EXPECT_LE(received, after);
+            if (behavior == 2) {
+                // The engine's time of the read on the element.
+                EXPECT_GE(f.elementTime, before);
+                EXPECT_LE(f.elementTime, after);
+                EXPECT_NEAR(static_cast<double>(f.elementTime), static_cast<double>(received), 100000.0);
+            } else if (f.index == 0) {
+                // An element bears its first frame's time.
+                EXPECT_EQ(f.elementTime, f.time);
+            }
+        }
+    }
+}
+
+class EthTimeJumpTest : public EthComponentTest {
+protected:
+    ~EthTimeJumpTest() override { RestoreClock(); }
+};
+
+TEST_F(EthTimeJumpTest, AJumpMakesANewOffsetToEngineTime)
+{
+    const std::string got = MakeMonitor(0, false);
+    Run();
+    DirectSender sender("NVX-ETH-1");
+    sender.Send(3);
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 3; }));
+
+    const long long jumpedTo = Now() - 60000000;
+    engine.Clock().SetTime(jumpedTo);
+    engine.Clock().Flush();  // every listener has had its answer
+    sender.Send(3);
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 6; }));
+    const long long after = Now();
+    Shutdown();
+
+    const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+    ASSERT_EQ(out.size(), 6u);
+    // Before the jump on the old time, after it on the new one.
+    for (int k = 0; k < 3; ++k) EXPECT_GT(out[k].time, after);
+    for (int k = 3; k < 6; ++k) {
+        EXPECT_GE(out[k].time, jumpedTo);
+        EXPECT_LE(out[k].time, after);
+    }
+}
+
+}  // namespace
+}  // namespace bus_components

@@ -1,0 +1,35 @@
+#!/bin/sh
+# The Ethernet examples, each briefly, on the simulated link (run under
+# tools/with-sim-bus): the live monitor fed by the sender for a few seconds,
+# then the synchronised replay to its end. The scripts are run from copies
+# that load the packages of this build.
+#   ethernet_examples.sh VELDOR EXAMPLES_FOLDER PACKAGES_FOLDER
+set -u
+veldor=$1
+examples=$2
+packages=$3
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+fail() {
+    echo "ethernet_examples: $*" >&2
+    exit 1
+}
+for script in ethernet_monitor ethernet_sender ethernet_replay; do
+    sed "s#^load \.\./build/packages/#load $packages/#" "$examples/$script.vdl" >"$out/$script.vdl" || exit 1
+done
+
+# Live monitoring, with traffic from the same launch.
+"$veldor" run -q "$out/ethernet_sender.vdl" >"$out/sender.txt" 2>&1 &
+sender=$!
+timeout --preserve-status -s INT 3 "$veldor" run -q "$out/ethernet_monitor.vdl" >"$out/monitor.txt" 2>&1 ||
+    fail "the monitor failed: $(cat "$out/monitor.txt")"
+kill -INT $sender
+wait $sender || fail "the sender failed: $(cat "$out/sender.txt")"
+n=$(grep -c "UDP" "$out/monitor.txt")
+[ "$n" -ge 5 ] || fail "the monitor printed $n datagrams: $(cat "$out/monitor.txt")"
+
+# The synchronised replay: 30 segments of 10 messages, all on the link.
+"$veldor" run -q "$out/ethernet_replay.vdl" >"$out/replay.txt" 2>&1 || fail "the replay failed: $(cat "$out/replay.txt")"
+n=$(grep -c "SOME/IP 0x12348001" "$out/replay.txt")
+[ "$n" -eq 30 ] || fail "the replay printed $n segments of 30: $(cat "$out/replay.txt")"
+exit 0
