@@ -13,13 +13,10 @@
 // buffer and reads it back by the items in use, which agree only when it is
 // full.
 //
-// The file is written through a buffer, handed to the disk each flush_period
-// of real time and closed when the component stops. A file that can't be
-// written stops the recorder with the system's reason.
-//
-// Figures: recorded (elements in the file), refused, bytes (the file's size),
-// first_time and last_time (the timestamps of the first and the last element
-// recorded), idle (1 while the recorder waits with nothing left to write).
+// The flush, the close and a failing file are those every file recorder
+// shares (FileRecorderModel.h), as are the figures recorded (elements in the
+// file), refused, first_time and last_time (the timestamps of the first and
+// the last element recorded) and idle. Its own: bytes (the file's size).
 #include <cinttypes>
 #include <cstdio>
 #include <string>
@@ -56,33 +53,21 @@ public:
 
     void Birth() override
     {
-        m_path = GetStringProperty("file").Beginning();
-        m_recorded = m_refused = m_bytes = 0;
-        for (const char* figure : {"recorded", "refused", "bytes", "first_time", "last_time"})
-            DirectSet(Property(figure), VELDInt64(0));
-        if (!m_file.Open(m_path)) Error(("cannot record into " + m_path + ": " + m_file.Error()).c_str(), 1, ErrorGeneric);
-        m_open = true;
+        const std::string path = GetStringProperty("file").Beginning();
+        DirectSet(Property("bytes"), VELDInt64(0));
+        if (!m_file.Open(path)) Error(("cannot record into " + path + ": " + m_file.Error()).c_str(), 1, ErrorGeneric);
         m_bytes = 16;
-        StartRecording();
+        StartRecording(path);
     }
 
     void Core() override
     {
-        VELDIOElt* element = NextElement();
+        int input = 0;
+        VELDIOElt* element = NextElement(input);
         if (!element) return;
         const std::string failure = Record(*element);
-        StopReading(Input(0));
         if (!failure.empty()) Stop(failure);
-        DirectSet(Property("recorded"), m_recorded);
-        DirectSet(Property("bytes"), m_bytes);
-        if (FlushDue() && !m_file.Flush()) Stop("cannot write " + m_path + ": " + m_file.Error());
-    }
-
-    void Death() override
-    {
-        if (!m_open) return;
-        m_open = false;
-        if (!m_file.Close()) ReportError(("cannot write " + m_path + ": " + m_file.Error()).c_str(), 0);
+        Done(input);
     }
 
 private:
@@ -97,12 +82,8 @@ private:
         }
         const VELDTriangles3D* mesh = MeshOf(element);
         if (mesh && element.VectorSize() != element.BufferSize()) {
-            if (m_refused++ == 0)
-                ReportWarning(("a mesh with fewer items in use than its buffer can't be recorded into " + m_path +
-                               ": such elements are counted as refused")
-                                  .c_str(),
-                              0);
-            DirectSet(Property("refused"), m_refused);
+            CountRefused("a mesh with fewer items in use than its buffer can't be recorded into " + m_path +
+                         ": such elements are counted as refused");
             return "";
         }
         // Room for the whole buffer, which a matrix or a mesh writes.
@@ -116,17 +97,17 @@ private:
         if (!m_file.Write(m_block.data(), static_cast<std::uint32_t>(size)))
             return "cannot write " + m_path + ": " + m_file.Error();
         m_bytes += 4 + static_cast<VELDInt64>(size);
-        if (m_recorded++ == 0) DirectSet(Property("first_time"), element.Timestamp());
-        DirectSet(Property("last_time"), element.Timestamp());
+        Recorded(element.Timestamp());
         return "";
     }
 
-    std::string m_path;
+    bool FlushFile() override { return m_file.Flush(); }
+    bool CloseFile() override { return m_file.Close(); }
+    std::string FileError() override { return m_file.Error(); }
+    void PublishOwn() override { DirectSet(Property("bytes"), m_bytes); }
+
     EltFileWriter m_file;
-    bool m_open = false;
     std::vector<unsigned char> m_block;
-    VELDInt64 m_recorded = 0;
-    VELDInt64 m_refused = 0;
     VELDInt64 m_bytes = 0;
 };
 
