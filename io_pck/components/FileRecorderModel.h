@@ -121,10 +121,11 @@ protected:
         m_unflushed = true;
     }
 
-    // One the file can't hold; the first one is told.
-    void CountRefused(const std::string& told)
+    // `n` the file can't hold; the first ones are told.
+    void CountRefused(const std::string& told, VELDInt64 n = 1)
     {
-        if (m_refused++ == 0) this->ReportWarning(told.c_str(), 0);
+        if (m_refused == 0) this->ReportWarning(told.c_str(), 0);
+        m_refused += n;
         this->DirectSet(this->Property("refused"), m_refused);
     }
 

@@ -20,6 +20,12 @@ inline VELDPropertyDefinition Figure(const char* name, const char* unit = nullpt
     return VELDPropertyDefinition(name, new VELDPropertyValue(VELDInt64(0)), unit, false, true, true, false);
 }
 
+// A text the component keeps up to date; read-only.
+inline VELDPropertyDefinition Readout(const char* name, VELDPropertyValue* value)
+{
+    return VELDPropertyDefinition(name, value, nullptr, false, true, true, false);
+}
+
 inline VELDInputDefinition CanInput(const char* name)
 {
     return VELDInputDefinition{name, 0, &VELD::FilterAnyCANFrame, VELD::NeverSkippingReader, 1};
