@@ -236,6 +236,30 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{"scapy, pcap", [](const std::string& f) { return ByScapy(f, "s.pcap"); }, false, "tcpdump"},
         FileCase{"scapy, pcapng", [](const std::string& f) { return ByScapy(f, "s.pcapng"); }, true, "tshark"}));
 
+TEST_F(Captures, SkippedInterfacesHaveNoOutputAndTheirFramesAreLeftOutAndToldOnce)
+{
+    const std::string file = Ours(m_folder, true, "ours.pcapng");
+    const ReadOutcome source = ReadAll(file);
+    Make("CaptureFilePlayer", "player");
+    Set("player.file", file);
+    EXPECT_EQ(Text("player.interfaces"), "oeth0=eth0:eth,ocan0=can0:can,oeth1=eth1:eth,ocan1=can1:can");
+    // By the interface's name or by its output's.
+    Set("player.skip", "can1, oeth1");
+    EXPECT_EQ(Text("player.interfaces"), "oeth0=eth0:eth,ocan0=can0:can");
+    EXPECT_FALSE(HasProperty("player", "sent_oeth1"));
+    engine.Clock().SetSpeed(20000);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }));
+    engine.Clock().SetSpeed(1000);
+    long long skipped = 0;
+    for (const Packet& p : source.packets) skipped += p.interface >= 2;
+    EXPECT_EQ(Figure("player.left_out"), skipped);
+    EXPECT_EQ(Figure("player.sent_oeth0") + Figure("player.sent_ocan0"), Figure("player.sent"));
+    EXPECT_EQ(Figure("player.sent") + skipped, static_cast<long long>(source.packets.size()));
+    EXPECT_EQ(engine.GetConsole().CountContaining("(can1) is skipped: its frames are left out", VELD::Warning), 1u);
+    EXPECT_EQ(engine.GetConsole().CountContaining("(eth1) is skipped: its frames are left out", VELD::Warning), 1u);
+}
+
 // ---------------------------------------------------------------------------
 // Pace
 
