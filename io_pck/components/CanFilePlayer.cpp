@@ -140,43 +140,18 @@ private:
     BusTime m_busTime;
 };
 
-VELDOutputDefinition g_outputs[] = {TimeOutput("oLogStartTime"), TimeOutput("oReplayStartTime"),
-                                    TimeOutput("oReplayStopTime"), TimeOutput("oReplayEofTime"),
-                                    VELDOutputDefinition{nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0}};
-
-VELDPropertyDefinition g_properties[] = {
-    Setting("file", new VELDPropertyValue("")),
-    Setting("output_type", new VELDPropertyValue(kRecordKinds, VELDInt32(UniversalRecord))),
-    Setting("vectorize_frames", new VELDPropertyValue(false)),
-    Setting("replay_lead", new VELDPropertyValue(VELDInt64(500000)), "us"),
-    Setting("replay_stop", new VELDPropertyValue(VELDInt64(0)), "us"),
-    Setting("send_ahead", new VELDPropertyValue(VELDInt64(0)), "us"),
-    Setting("late_threshold", new VELDPropertyValue(VELDInt64(1000)), "us"),
-    Setting("on_error", new VELDPropertyValue("Skip|Stop", VELDInt32(0))),
-    Setting("max_gap", new VELDPropertyValue(VELDInt64(60000000)), "us"),
-    Setting("bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
-    Setting("data_bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
-    Figure("sent"),
-    Figure("late"),
-    Figure("bad_lines"),
-    Figure("unfit"),
-    Figure("passed_over"),
-    Figure("jumps"),
-    Figure("gaps_shortened"),
-    Figure("other_objects"),
-    Figure("position", "us"),
-    Figure("bus_time", "us"),
-    Figure("log_start", "us"),
-    Figure("replay_start_time", "us"),
-    Figure("replay_stop_time", "us"),
-    Figure("end_of_data", "us"),
-    Figure("finished"),
-    VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties = PacedPlayerProperties(
+    {Setting("file", new VELDPropertyValue("")),
+     Setting("output_type", new VELDPropertyValue(kRecordKinds, VELDInt32(UniversalRecord))),
+     Setting("vectorize_frames", new VELDPropertyValue(false)),
+     Setting("bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
+     Setting("data_bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s")},
+    {Figure("other_objects"), Figure("bus_time", "us")});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition CanFilePlayerDefinition =
-    veldor_io::Define<veldor_io::CanFilePlayer>("CanFilePlayer", "1.0.0", nullptr, veldor_io::g_outputs,
-                                                veldor_io::g_properties);
+    veldor_io::Define<veldor_io::CanFilePlayer>("CanFilePlayer", "1.0.0", nullptr, veldor_io::ReplayTimeOutputs(),
+                                                veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::CanFilePlayer, CanFilePlayerDefinition, "CanFilePlayer", "1.0.0");

@@ -27,7 +27,7 @@ namespace {
 using veldor::canlog::FrameWriter;
 using veldor::canlog::WriteResult;
 
-class CanFileRecorder : public FileRecorderModel<CanFileRecorder> {
+class CanFileRecorder : public FileRecorderModel<CanFileRecorder, FrameWriter> {
 public:
     using FileRecorderModel::FileRecorderModel;
 
@@ -58,47 +58,28 @@ public:
 private:
     void Record(const veldor::canlog::CanFrame& frame)
     {
-        switch (m_writer->Write(frame)) {
-        case WriteResult::Written:
-            Recorded(frame.timestamp);
-            m_busTime.Add(frame);
-            break;
-        case WriteResult::Refused:
-            CountRefused("a frame can't be written into " + m_path + ": " + m_writer->Error() +
-                         "; such frames are counted as refused");
-            break;
-        case WriteResult::Failed: Fail();
-        }
+        const WriteResult result = m_writer->Write(frame);
+        Took(result, frame.timestamp);
+        if (result == WriteResult::Written) m_busTime.Add(frame);
     }
 
-    bool FlushFile() override { return m_writer->Flush(); }
-    bool CloseFile() override { return m_writer->Close(); }
-    std::string FileError() override { return m_writer->Error(); }
     void PublishOwn() override { DirectSet(Property("bus_time"), m_busTime.Total()); }
 
-    std::unique_ptr<FrameWriter> m_writer;
     VELDTimestamp m_offset = 0;
     BusTime m_busTime;
 };
 
 VELDInputDefinition g_inputs[] = {CanInput("iCAN"), VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};
-VELDPropertyDefinition g_properties[] = {
-    Setting("file", new VELDPropertyValue("")),
-    Setting("time_base", new VELDPropertyValue("Wall clock|Engine time", VELDInt32(0))),
-    Setting("flush_period", new VELDPropertyValue(VELDInt64(1000000)), "us"),
-    Setting("bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
-    Setting("data_bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
-    Figure("recorded"),
-    Figure("refused"),
-    Figure("first_time", "us"),
-    Figure("last_time", "us"),
-    Figure("bus_time", "us"),
-    Figure("idle"),
-    VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties =
+    RecorderProperties({Setting("file", new VELDPropertyValue("")),
+                        Setting("time_base", new VELDPropertyValue("Wall clock|Engine time", VELDInt32(0))),
+                        Setting("bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s"),
+                        Setting("data_bit_rate", new VELDPropertyValue(VELDInt64(0)), "bit/s")},
+                       {Figure("bus_time", "us")});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition CanFileRecorderDefinition = veldor_io::Define<veldor_io::CanFileRecorder>(
-    "CanFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties);
+    "CanFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::CanFileRecorder, CanFileRecorderDefinition, "CanFileRecorder", "1.0.0");

@@ -72,7 +72,6 @@ const int kMaxHeldBack = 64;
 const VELDTimestamp kMaxReadAhead = 10000000;
 const std::size_t kMaxHeldBytes = 64u << 20;
 const VELDTimestamp kNever = std::numeric_limits<VELDTimestamp>::max() / 2;
-const char* const kTimeOutputs[] = {"oLogStartTime", "oReplayStartTime", "oReplayStopTime", "oReplayEofTime"};
 
 // The figure of each output's frames, declared under its own name.
 const VELDPropertyDefinition g_sentFigure = Figure("sent_");
@@ -140,17 +139,10 @@ std::string OutputName(const Interface& interface, std::set<std::string>& taken)
 // The played interfaces of the file, in file order.
 std::vector<Route> RoutesOf(const std::vector<Interface>& interfaces, const std::string& skip)
 {
-    std::set<std::string> skipped;
-    for (std::size_t at = 0; at <= skip.size();) {
-        std::size_t comma = skip.find(',', at);
-        if (comma == std::string::npos) comma = skip.size();
-        std::string item = skip.substr(at, comma - at);
-        item.erase(0, item.find_first_not_of(' '));
-        item.erase(item.find_last_not_of(' ') + 1);
-        if (!item.empty()) skipped.insert(item);
-        at = comma + 1;
-    }
-    std::set<std::string> taken(std::begin(kTimeOutputs), std::end(kTimeOutputs));
+    const std::vector<std::string> listed = ListedIn(skip);
+    const std::set<std::string> skipped(listed.begin(), listed.end());
+    std::set<std::string> taken;
+    for (const VELDOutputDefinition* time = ReplayTimeOutputs(); time->name; ++time) taken.insert(time->name);
     std::vector<Route> routes;
     for (const Interface& interface : interfaces) {
         if (interface.Kind() == LinkKind::Other) continue;
@@ -506,43 +498,17 @@ private:
     VELDInt64 m_leftOut = 0, m_otherLeftOut = 0, m_otherObjects = 0;
 };
 
-VELDOutputDefinition g_outputs[] = {TimeOutput("oLogStartTime"), TimeOutput("oReplayStartTime"),
-                                    TimeOutput("oReplayStopTime"), TimeOutput("oReplayEofTime"),
-                                    VELDOutputDefinition{nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0}};
-
-VELDPropertyDefinition g_properties[] = {
-    Setting("file", new VELDPropertyValue("")),
-    Setting("output_type", new VELDPropertyValue(kRecordKinds, VELDInt32(UniversalRecord))),
-    Setting("vectorize_frames", new VELDPropertyValue(false)),
-    Setting("skip", new VELDPropertyValue("")),
-    Setting("replay_lead", new VELDPropertyValue(VELDInt64(500000)), "us"),
-    Setting("replay_stop", new VELDPropertyValue(VELDInt64(0)), "us"),
-    Setting("send_ahead", new VELDPropertyValue(VELDInt64(0)), "us"),
-    Setting("eth_held_back", new VELDPropertyValue(VELDInt64(9)), "frames"),
-    Setting("late_threshold", new VELDPropertyValue(VELDInt64(1000)), "us"),
-    Setting("on_error", new VELDPropertyValue("Skip|Stop", VELDInt32(0))),
-    Setting("max_gap", new VELDPropertyValue(VELDInt64(60000000)), "us"),
-    Readout("interfaces", new VELDPropertyValue("")),
-    Figure("sent"),
-    Figure("late"),
-    Figure("bad_lines"),
-    Figure("unfit"),
-    Figure("passed_over"),
-    Figure("jumps"),
-    Figure("gaps_shortened"),
-    Figure("other_objects"),
-    Figure("left_out"),
-    Figure("position", "us"),
-    Figure("log_start", "us"),
-    Figure("replay_start_time", "us"),
-    Figure("replay_stop_time", "us"),
-    Figure("end_of_data", "us"),
-    Figure("finished"),
-    VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties = PacedPlayerProperties(
+    {Setting("file", new VELDPropertyValue("")),
+     Setting("output_type", new VELDPropertyValue(kRecordKinds, VELDInt32(UniversalRecord))),
+     Setting("vectorize_frames", new VELDPropertyValue(false)), Setting("skip", new VELDPropertyValue("")),
+     Setting("eth_held_back", new VELDPropertyValue(VELDInt64(9)), "frames"),
+     Readout("interfaces", new VELDPropertyValue(""))},
+    {Figure("other_objects"), Figure("left_out")});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition CaptureFilePlayerDefinition = veldor_io::Define<veldor_io::CaptureFilePlayer>(
-    "CaptureFilePlayer", "1.0.0", nullptr, veldor_io::g_outputs, veldor_io::g_properties);
+    "CaptureFilePlayer", "1.0.0", nullptr, veldor_io::ReplayTimeOutputs(), veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::CaptureFilePlayer, CaptureFilePlayerDefinition, "CaptureFilePlayer", "1.0.0");

@@ -44,13 +44,6 @@ const VELDInputDefinition g_ethInput = PcapInput("iEth");
 const VELDInputDefinition g_canInput = CanInput("iCan");
 const VELDPropertyDefinition g_recordedFigure = Figure("recorded_");
 
-std::string Trimmed(std::string text)
-{
-    text.erase(0, text.find_first_not_of(' '));
-    text.erase(text.find_last_not_of(' ') + 1);
-    return text;
-}
-
 struct Channel {
     std::string name;
     bool ethernet = true;
@@ -63,21 +56,16 @@ std::vector<Channel> ChannelsOf(const std::string& setting, std::string* wrong =
 {
     std::vector<Channel> channels;
     int counts[2] = {0, 0};
-    for (std::size_t at = 0; at <= setting.size();) {
-        std::size_t comma = setting.find(',', at);
-        if (comma == std::string::npos) comma = setting.size();
-        const std::string entry = Trimmed(setting.substr(at, comma - at));
-        at = comma + 1;
-        if (entry.empty()) continue;
+    for (const std::string& entry : ListedIn(setting)) {
         const std::size_t colon = entry.rfind(':');
-        Channel channel;
         const std::string kind = colon == std::string::npos ? "" : Trimmed(entry.substr(colon + 1));
-        channel.name = colon == std::string::npos ? "" : Trimmed(entry.substr(0, colon));
+        Channel channel;
+        channel.name = Trimmed(entry.substr(0, colon == std::string::npos ? 0 : colon));
+        channel.ethernet = kind == "eth";
         if (channel.name.empty() || (kind != "eth" && kind != "can")) {
             if (wrong && wrong->empty()) *wrong = entry;
             continue;
         }
-        channel.ethernet = kind == "eth";
         channel.input = (channel.ethernet ? "iEth" : "iCan") + std::to_string(counts[channel.ethernet]++);
         channels.push_back(channel);
     }
@@ -92,7 +80,7 @@ struct Lane {
     VELDInt64 recorded = 0;
 };
 
-class CaptureFileRecorder : public FileRecorderModel<CaptureFileRecorder>, public VELDpcap_class {
+class CaptureFileRecorder : public FileRecorderModel<CaptureFileRecorder, PacketWriter>, public VELDpcap_class {
 public:
     using FileRecorderModel::FileRecorderModel;
 
@@ -190,47 +178,27 @@ private:
 
     void Count(WriteResult result, Lane& lane, VELDTimestamp time)
     {
-        switch (result) {
-        case WriteResult::Written:
-            Recorded(time);
-            ++lane.recorded;
-            break;
-        case WriteResult::Refused:
-            CountRefused("a frame can't be written into " + m_path + ": " + m_writer->Error() +
-                         "; such frames are counted as refused");
-            break;
-        case WriteResult::Failed: Fail();
-        }
+        Took(result, time);
+        if (result == WriteResult::Written) ++lane.recorded;
     }
 
-    bool FlushFile() override { return m_writer->Flush(); }
-    bool CloseFile() override { return m_writer->Close(); }
-    std::string FileError() override { return m_writer->Error(); }
     void PublishOwn() override
     {
         for (const Lane& lane : m_lanes) DirectSet(*lane.figure, lane.recorded);
     }
 
-    std::unique_ptr<PacketWriter> m_writer;
     std::vector<Lane> m_lanes;  // by input
     VELDTimestamp m_offset = 0;
 };
 
-VELDPropertyDefinition g_properties[] = {
-    Setting("file", new VELDPropertyValue("")),
-    Setting("channels", new VELDPropertyValue("")),
-    Setting("time_base", new VELDPropertyValue("Wall clock|Engine time", VELDInt32(0))),
-    Setting("flush_period", new VELDPropertyValue(VELDInt64(1000000)), "us"),
-    Figure("recorded"),
-    Figure("refused"),
-    Figure("first_time", "us"),
-    Figure("last_time", "us"),
-    Figure("idle"),
-    VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties =
+    RecorderProperties({Setting("file", new VELDPropertyValue("")), Setting("channels", new VELDPropertyValue("")),
+                        Setting("time_base", new VELDPropertyValue("Wall clock|Engine time", VELDInt32(0)))},
+                       {});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition CaptureFileRecorderDefinition = veldor_io::Define<veldor_io::CaptureFileRecorder>(
-    "CaptureFileRecorder", "1.0.0", nullptr, nullptr, veldor_io::g_properties);
+    "CaptureFileRecorder", "1.0.0", nullptr, nullptr, veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::CaptureFileRecorder, CaptureFileRecorderDefinition, "CaptureFileRecorder", "1.0.0");

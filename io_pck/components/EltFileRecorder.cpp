@@ -19,6 +19,7 @@
 // the last element recorded) and idle. Its own: bytes (the file's size).
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,7 +48,7 @@ const VELDTriangles3D* MeshOf(VELDIOElt& element)
     return static_cast<const VELDTriangles3D*>(element.Data());
 }
 
-class EltFileRecorder : public FileRecorderModel<EltFileRecorder> {
+class EltFileRecorder : public FileRecorderModel<EltFileRecorder, EltFileWriter> {
 public:
     using FileRecorderModel::FileRecorderModel;
 
@@ -55,7 +56,8 @@ public:
     {
         const std::string path = GetStringProperty("file").Beginning();
         DirectSet(Property("bytes"), VELDInt64(0));
-        if (!m_file.Open(path)) Error(("cannot record into " + path + ": " + m_file.Error()).c_str(), 1, ErrorGeneric);
+        m_writer = std::make_unique<EltFileWriter>();
+        if (!m_writer->Open(path)) Error(("cannot record into " + path + ": " + m_writer->Error()).c_str(), 1, ErrorGeneric);
         m_bytes = 16;
         StartRecording(path);
     }
@@ -94,38 +96,27 @@ private:
         if (size == kUnknownSize) return "cannot record " + Describe(element) + " into " + m_path;
         // The last block of a mesh is written but not counted.
         if (mesh && mesh->triangles) size += std::uint64_t(VELD::Triangle3DSize) * element.BufferSize();
-        if (!m_file.Write(m_block.data(), static_cast<std::uint32_t>(size)))
-            return "cannot write " + m_path + ": " + m_file.Error();
+        if (!m_writer->Write(m_block.data(), static_cast<std::uint32_t>(size)))
+            return "cannot write " + m_path + ": " + m_writer->Error();
         m_bytes += 4 + static_cast<VELDInt64>(size);
         Recorded(element.Timestamp());
         return "";
     }
 
-    bool FlushFile() override { return m_file.Flush(); }
-    bool CloseFile() override { return m_file.Close(); }
-    std::string FileError() override { return m_file.Error(); }
     void PublishOwn() override { DirectSet(Property("bytes"), m_bytes); }
 
-    EltFileWriter m_file;
     std::vector<unsigned char> m_block;
     VELDInt64 m_bytes = 0;
 };
 
 VELDInputDefinition g_inputs[] = {VELDInputDefinition{"iElt", 0, &VELD::FilterAny, VELD::NeverSkippingReader, 1},
                                   VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};
-VELDPropertyDefinition g_properties[] = {Setting("file", new VELDPropertyValue("")),
-                                         Setting("flush_period", new VELDPropertyValue(VELDInt64(1000000)), "us"),
-                                         Figure("recorded"),
-                                         Figure("refused"),
-                                         Figure("bytes"),
-                                         Figure("first_time", "us"),
-                                         Figure("last_time", "us"),
-                                         Figure("idle"),
-                                         VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties =
+    RecorderProperties({Setting("file", new VELDPropertyValue(""))}, {Figure("bytes")});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition EltFileRecorderDefinition = veldor_io::Define<veldor_io::EltFileRecorder>(
-    "EltFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties);
+    "EltFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::EltFileRecorder, EltFileRecorderDefinition, "EltFileRecorder", "1.0.0");

@@ -51,6 +51,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -111,6 +112,39 @@ inline std::string SecondsText(std::int64_t micros)
     s.erase(s.find_last_not_of('0') + 1);
     if (s.back() == '.') s.pop_back();
     return s;
+}
+
+// The outputs of the four times, at the head of a player's table, and its
+// end.
+inline VELDOutputDefinition* ReplayTimeOutputs()
+{
+    static VELDOutputDefinition table[] = {TimeOutput("oLogStartTime"), TimeOutput("oReplayStartTime"),
+                                           TimeOutput("oReplayStopTime"), TimeOutput("oReplayEofTime"),
+                                           VELDOutputDefinition{nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0}};
+    return table;
+}
+
+// The properties of a player of frames paced as told above: its own
+// `settings` (the file first), the settings of the pacing, the figures of
+// the pacing, its own `figures`, and the end of the table.
+inline std::vector<VELDPropertyDefinition> PacedPlayerProperties(std::initializer_list<VELDPropertyDefinition> settings,
+                                                                 std::initializer_list<VELDPropertyDefinition> figures)
+{
+    std::vector<VELDPropertyDefinition> table(settings);
+    for (const VELDPropertyDefinition& shared :
+         {Setting("replay_lead", new VELDPropertyValue(VELDInt64(500000)), "us"),
+          Setting("replay_stop", new VELDPropertyValue(VELDInt64(0)), "us"),
+          Setting("send_ahead", new VELDPropertyValue(VELDInt64(0)), "us"),
+          Setting("late_threshold", new VELDPropertyValue(VELDInt64(1000)), "us"),
+          Setting("on_error", new VELDPropertyValue("Skip|Stop", VELDInt32(0))),
+          Setting("max_gap", new VELDPropertyValue(VELDInt64(60000000)), "us"), Figure("sent"), Figure("late"),
+          Figure("bad_lines"), Figure("unfit"), Figure("passed_over"), Figure("jumps"), Figure("gaps_shortened"),
+          Figure("position", "us"), Figure("log_start", "us"), Figure("replay_start_time", "us"),
+          Figure("replay_stop_time", "us"), Figure("end_of_data", "us"), Figure("finished")})
+        table.push_back(shared);
+    table.insert(table.end(), figures.begin(), figures.end());
+    table.emplace_back();
+    return table;
 }
 
 template <class Model>

@@ -19,10 +19,13 @@
 
 #include <sys/time.h>
 
+#include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "ModelTables.h"
+#include "can_log/FrameWriter.h"
 #include "veld_event.h"
 #include "veld_io_elt.h"
 
@@ -38,7 +41,26 @@ inline VELDTimestamp WallClockOffset()
     return static_cast<VELDTimestamp>(now.tv_sec) * 1000000 + now.tv_usec - VELD::CurrentTime(true, true);
 }
 
-template <class Model, class Base = VELDComponent>
+// The properties of a recorder: its own `settings` (the file first),
+// flush_period, the shared figures, its own `figures`, and the end of the
+// table.
+inline std::vector<VELDPropertyDefinition> RecorderProperties(std::initializer_list<VELDPropertyDefinition> settings,
+                                                              std::initializer_list<VELDPropertyDefinition> figures)
+{
+    std::vector<VELDPropertyDefinition> table(settings);
+    for (const VELDPropertyDefinition& shared :
+         {Setting("flush_period", new VELDPropertyValue(VELDInt64(1000000)), "us"), Figure("recorded"),
+          Figure("refused"), Figure("first_time", "us"), Figure("last_time", "us"), Figure("idle")})
+        table.push_back(shared);
+    table.insert(table.end(), figures.begin(), figures.end());
+    table.emplace_back();
+    return table;
+}
+
+// `Writer` is the recorder's file: it has Flush() and Close(), which answer
+// false once the file failed, and Error(), which tells why (or why the last
+// write was refused).
+template <class Model, class Writer, class Base = VELDComponent>
 class FileRecorderModel : public VELDModel<Model, Base> {
 public:
     using VELDModel<Model, Base>::VELDModel;
@@ -47,25 +69,18 @@ public:
     {
         if (!m_open) return;
         m_open = false;
-        const bool closed = CloseFile();
+        const bool closed = m_writer->Close();
         Publish();
         // A file that failed before was told then.
         if (!closed && !m_failed) Fail();
     }
 
 protected:
-    // ---- the file's side, given by each recorder ----
-    virtual bool FlushFile() = 0;
-    virtual bool CloseFile() = 0;
-    // Why the file failed.
-    virtual std::string FileError() = 0;
     // The recorder's own figures, kept current with the shared ones.
     virtual void PublishOwn() {}
 
-    // ---- for the recorder ----
-
-    // From Birth, once the file `path` is open: the figures at 0, the flush
-    // clock started from flush_period, every input read.
+    // From Birth, once m_writer holds the file `path`, open: the figures at
+    // 0, the flush clock started from flush_period, every input read.
     void StartRecording(const std::string& path)
     {
         m_path = path;
@@ -121,6 +136,21 @@ protected:
         m_unflushed = true;
     }
 
+    // What a writer of frames answered for one at `time`: Written is
+    // recorded, Refused counted (and told the first time), Failed stops the
+    // recorder.
+    void Took(veldor::canlog::WriteResult result, VELDTimestamp time)
+    {
+        switch (result) {
+        case veldor::canlog::WriteResult::Written: Recorded(time); break;
+        case veldor::canlog::WriteResult::Refused:
+            CountRefused("a frame can't be written into " + m_path + ": " + m_writer->Error() +
+                         "; such frames are counted as refused");
+            break;
+        case veldor::canlog::WriteResult::Failed: Fail();
+        }
+    }
+
     // `n` the file can't hold; the first ones are told.
     void CountRefused(const std::string& told, VELDInt64 n = 1)
     {
@@ -142,7 +172,7 @@ protected:
     [[noreturn]] void Fail()
     {
         m_failed = true;
-        Stop("cannot write " + m_path + ": " + FileError());
+        Stop("cannot write " + m_path + ": " + m_writer->Error());
     }
 
     [[noreturn]] void Stop(const std::string& failure)
@@ -152,13 +182,14 @@ protected:
     }
 
     std::string m_path;
+    std::unique_ptr<Writer> m_writer;
 
 private:
     void Flush()
     {
         m_lastFlush = VELD::GetSystemAccurateTiming();
         m_unflushed = false;
-        if (!FlushFile()) Fail();
+        if (!m_writer->Flush()) Fail();
     }
 
     void Publish()
