@@ -42,7 +42,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <deque>
 #include <limits>
 #include <memory>
@@ -128,7 +127,8 @@ std::string OutputName(const Interface& interface, std::set<std::string>& taken)
     std::string name = "o" + interface.name;
     for (std::size_t i = 1; i < name.size(); ++i) {
         const char c = name[i];
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_') name[i] = '_';
+        const bool kept = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+        if (!kept) name[i] = '_';
     }
     if (interface.name.empty() || taken.count(name)) name = "oIf" + std::to_string(interface.index);
     while (taken.count(name)) name += "_";
@@ -232,7 +232,9 @@ public:
         m_skippedTold.assign(m_layout.Interfaces().size(), false);
         for (const Route& route : RoutesOf(m_layout.Interfaces(), GetStringProperty("skip").Beginning())) {
             if (route.skipped) continue;
-            if (!HasOutput(route.output.c_str()) || !HasProperty(("sent_" + route.output).c_str()))
+            const VELDTypeInfoValue type = route.ethernet ? VELDpcapTypeValue : TypeOf(m_kind);
+            if (!HasOutput(route.output.c_str()) || !HasProperty(("sent_" + route.output).c_str()) ||
+                (Output(route.output.c_str()).Type().value & ~VELD::VectorFlag) != type)
                 Error((path + " changed since it was set: set the file again").c_str(), 1, ErrorGeneric);
             m_byInterface[route.interface] = static_cast<int>(m_streams.size());
             Stream& stream = m_streams.emplace_back();
