@@ -192,38 +192,48 @@ public:
     void Birth(VELDOutput& output)
     {
         DeleteBuffers();
+        try {
+            PrepareOutput(*this, output, m_data_buffers, m_packet_offsets_vec);
+        } catch (...) {
+            DeleteBuffers();
+            throw;
+        }
+    }
+
+    // The same for a component with several PCAP outputs, each with a
+    // container of offset vectors of its own (`offsets` is sized here, and
+    // the slots point into it: it must not move while the output is used).
+    // The Buffers made are added to `buffers`, whose owner frees them.
+    static void PrepareOutput(VELDpcap_class& owner, VELDOutput& output, std::vector<Buffer*>& buffers,
+                              vec_vec_u64& offsets)
+    {
         VELDIOMonitor* monitor = output.Monitor();
         if (!monitor) return;
         size_t slots = static_cast<size_t>(output.NbFreeSlotsInFIFO() > 0 ? output.NbFreeSlotsInFIFO() : 0);
         size_t walked = 0;
         for (VELDListIterator it = monitor->InitBegin(); it.ptr; monitor->InitNext(it)) ++walked;
         if (walked > slots) slots = walked;
-        try {
-            m_packet_offsets_vec.assign(slots, vec_u64());
-            size_t i = 0;
-            for (VELDListIterator it = monitor->InitBegin(); it.ptr; monitor->InitNext(it), ++i) {
-                VELDIOElt& element = (*monitor)[it];
-                VELDpcap_data_t* record = static_cast<VELDpcap_data_t*>(element.Data());
-                if (!record) {
-                    FatalError("The PCAP output's elements have no room for their record: allocate the output's "
-                               "buffer before preparing it.");
-                    return;
-                }
-                m_packet_offsets_vec[i].reserve(kInitialPackets);
-                record->version = VELDpcapVersion;
-                record->nb_packets = 0;
-                record->packet_offsets = nullptr;
-                record->reserved2 = reinterpret_cast<uint64_t>(&m_packet_offsets_vec[i]);
-                record->packet_header_size = sizeof(VELDpcap_packet_header_t);
-                record->data_size = 0;
-                std::unique_ptr<Buffer> buffer(new Buffer(kInitialBufferSize));
-                m_data_buffers.push_back(buffer.get());
-                record->data = buffer->GetData();
-                record->reserved = reinterpret_cast<uint64_t>(buffer.release());
+        offsets.assign(slots, vec_u64());
+        size_t i = 0;
+        for (VELDListIterator it = monitor->InitBegin(); it.ptr; monitor->InitNext(it), ++i) {
+            VELDIOElt& element = (*monitor)[it];
+            VELDpcap_data_t* record = static_cast<VELDpcap_data_t*>(element.Data());
+            if (!record) {
+                owner.FatalError("The PCAP output's elements have no room for their record: allocate the output's "
+                                 "buffer before preparing it.");
+                return;
             }
-        } catch (...) {
-            DeleteBuffers();
-            throw;
+            offsets[i].reserve(kInitialPackets);
+            record->version = VELDpcapVersion;
+            record->nb_packets = 0;
+            record->packet_offsets = nullptr;
+            record->reserved2 = reinterpret_cast<uint64_t>(&offsets[i]);
+            record->packet_header_size = sizeof(VELDpcap_packet_header_t);
+            record->data_size = 0;
+            std::unique_ptr<Buffer> buffer(new Buffer(kInitialBufferSize));
+            buffers.push_back(buffer.get());
+            record->data = buffer->GetData();
+            record->reserved = reinterpret_cast<uint64_t>(buffer.release());
         }
     }
 

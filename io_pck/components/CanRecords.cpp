@@ -76,6 +76,7 @@ void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, 
         f.SetFlag<VELDCANUniFrame::Flag_TX>(true);
         f.SetFlag<VELDCANUniFrame::Flag_Remote>(fields.remote);
         f.SetFrameType(fields.remote ? VELDCANUniFrame::Type_Remote : VELDCANUniFrame::Type_Data);
+        if (fields.channel >= 0) f.SetChannelId(static_cast<VELDUInt8>(fields.channel < 255 ? fields.channel : 255));
         std::memcpy(f.data, data, n < sizeof f.data ? n : sizeof f.data);
     } else if (kind == FdRecord) {
         VELDCANFDFrame& f = static_cast<VELDCANFDFrame*>(element.Data())[i];

@@ -52,6 +52,7 @@ struct FrameFields {
     bool brs;  // universal record only
     VELDTimestamp ts;
     bool remote = false;  // classic and universal records; the FD record has no remote frames
+    int channel = -1;     // universal record only; -1: not told
 };
 // Writes frame `i` of an element of that kind; `data` holds `length` bytes.
 void WriteFrame(VELDIOElt& element, int kind, int i, const FrameFields& fields, const std::uint8_t* data);

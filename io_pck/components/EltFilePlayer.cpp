@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "EltFiles.h"
-#include "EnginePace.h"
+#include "FilePlayerModel.h"
 #include "ModelTables.h"
 #include "veld_clock.h"
 #include "veld_dynamic_io_models.h"
@@ -61,10 +61,9 @@ bool ReadFirst(const std::string& path, EltFileReader& reader, std::vector<unsig
     return true;
 }
 
-class EltFilePlayer : public VELDModel<EltFilePlayer>, public VELDTimeStateListener {
+class EltFilePlayer : public FilePlayerModel<EltFilePlayer> {
 public:
-    using VELDModel::VELDModel;
-    ~EltFilePlayer() override { Unregister(); }
+    using FilePlayerModel::FilePlayerModel;
 
     void Dynamic() override
     {
@@ -88,85 +87,59 @@ public:
 
     void Birth() override
     {
-        m_path = GetStringProperty("file").Beginning();
-        m_paced = GetBoolProperty("paced");
-        m_played = m_unfit = m_passedOver = m_jumps = 0;
-        m_finished = m_told = false;
-        m_jumped.Reset();
-        m_watch.Restart();
-        for (const char* figure :
-             {"played", "unfit", "passed_over", "jumps", "position", "log_start", "replay_start_time", "finished"})
-            DirectSet(Property(figure), VELDInt64(0));
-        if (m_path.empty()) Error("nothing to play: no file is set", 1, ErrorGeneric);
-        Stream stream;
-        if (!ReadFirst(m_path, m_reader, m_bytes, stream)) Error(stream.failure.c_str(), 1, ErrorGeneric);
+        m_told = false;
+        if (GetStringProperty("file").Length() == 0) Error("nothing to play: no file is set", 1, ErrorGeneric);
+        StartReplay();
         if (m_outputs.Outputs().empty())
             Error((m_path + " could not be read when it was set: set the file again").c_str(), 1, ErrorGeneric);
         m_output = m_outputs.Outputs().front();
         m_type = m_output->Type().value;
-        m_logStart = stream.first.timestamp;
-        m_time = m_logStart;
-        m_replayStart = VELD::CurrentTime(true, true) + GetIntegerProperty("replay_lead");
-        DirectSet(Property("log_start"), m_logStart);
-        DirectSet(Property("replay_start_time"), m_replayStart);
-        m_output->AllocOutputBuffer(stream.first.bufferSize > 0 ? stream.first.bufferSize : 1, true);
+        m_output->AllocOutputBuffer(m_bufferSize > 0 ? m_bufferSize : 1, true);
     }
 
-    void Core() override
+private:
+    void Rewind() override
     {
-        if (m_jumped.IsSet()) FollowJump();
-        if (m_finished) {
-            Rest(10000, &m_jumped);
-            return;
+        Stream stream;
+        if (!ReadFirst(m_path, m_reader, m_bytes, stream)) Error(stream.failure.c_str(), 1, ErrorGeneric);
+        m_bufferSize = stream.first.bufferSize;
+        std::int64_t time = stream.first.timestamp;
+        Arrived(time, true);
+    }
+
+    // The next element into m_bytes and its timestamp into m_time.
+    bool Advance(bool quiet) override
+    {
+        switch (m_reader.Next(m_bytes)) {
+        case EltRead::Element: {
+            std::int64_t time = TimestampOf(m_bytes);
+            Arrived(time, quiet);
+            return true;
         }
-        if (m_paced) {
-            if (!Wait(Due(m_time), &m_jumped) || m_jumped.IsSet()) return;
-            VELDTimestamp now = 0;
-            if (m_watch.Leapt(now)) {
-                // At worst a false alarm under a preempted reading: a short hold.
-                m_jumped.Wait(kJumpWordWait);
-                return;
-            }
+        case EltRead::Broken:
+            if (!quiet && !m_told) ReportWarning((m_reader.Error() + "; the elements before it are played").c_str(), 0);
+            m_told = true;
+            return false;
+        case EltRead::End: return false;
         }
+        return false;
+    }
+
+    // One element an call.
+    bool Play(VELDTimestamp now) override
+    {
         VELDIOElt* element = StartWriting(*m_output);
-        if (!element) return;
+        if (!element) return true;
         VELDIOEltImplementation& slot = *static_cast<VELDIOEltImplementation*>(element);
         const bool fit = slot.Deserialize(m_bytes.data(), m_bytes.size(), false) == 0 && slot.type.value == m_type;
         StopWriting(element, !fit);
         if (fit) {
-            ++m_played;
-            DirectSet(Property("position"), m_time - m_logStart);
-        } else if (m_unfit++ == 0) {
-            ReportWarning((m_path + ": an element that does not fit the stream of the first one is passed over; "
-                                    "such elements are counted as unfit")
-                              .c_str(),
-                          0);
+            Handed(m_time, now);
+        } else {
+            CountUnfit(m_path + ": an element that does not fit the stream of the first one is passed over; "
+                                "such elements are counted as unfit");
         }
-        Advance(false);
-        Publish();
-    }
-
-    void CallbackTimeJumped(VELDTimestamp) override { m_jumped.Set(); }
-    void CallbackTimeSpeedChanged(int) override {}
-    void CallbackTimePaused(bool) override {}
-
-private:
-    VELDTimestamp Due(VELDTimestamp t) const { return m_replayStart + (t - m_logStart); }
-
-    // The next element into m_bytes and its timestamp into m_time; at the
-    // end of the file the player is finished.
-    void Advance(bool quiet)
-    {
-        switch (m_reader.Next(m_bytes)) {
-        case EltRead::Element: m_time = TimestampOf(m_bytes); return;
-        case EltRead::Broken:
-            if (!quiet && !m_told) ReportWarning((m_reader.Error() + "; the elements before it are played").c_str(), 0);
-            m_told = true;
-            break;
-        case EltRead::End: break;
-        }
-        m_finished = true;
-        DirectSet(Property("finished"), VELDInt64(1));
+        return Next();
     }
 
     // The timestamp of a serialized element, which every version keeps at
@@ -178,52 +151,13 @@ private:
         return t;
     }
 
-    // After a jump of the clock: the first element not yet due at the new
-    // time becomes the next one.
-    void FollowJump()
-    {
-        m_jumped.Reset();
-        m_watch.Restart();
-        ++m_jumps;
-        const VELDTimestamp target = m_logStart + (VELD::CurrentTime(true, true) - m_replayStart);
-        if (m_finished || target < m_time) {
-            // Backward: from the start again.
-            Stream stream;
-            if (!ReadFirst(m_path, m_reader, m_bytes, stream)) Error(stream.failure.c_str(), 1, ErrorGeneric);
-            m_time = stream.first.timestamp;
-            m_finished = false;
-            DirectSet(Property("finished"), VELDInt64(0));
-        }
-        while (!m_finished && m_time < target) {
-            ++m_passedOver;
-            Advance(true);
-        }
-        Publish();
-    }
-
-    void Publish()
-    {
-        DirectSet(Property("played"), m_played);
-        DirectSet(Property("unfit"), m_unfit);
-        DirectSet(Property("passed_over"), m_passedOver);
-        DirectSet(Property("jumps"), m_jumps);
-    }
-
     VELD::DynamicOutputModelSet m_outputs;
     VELDOutput* m_output = nullptr;
     VELDTypeInfoValue m_type = 0;
-    std::string m_path;
     EltFileReader m_reader;
+    int m_bufferSize = 0;                // the first element's
     std::vector<unsigned char> m_bytes;  // the next element
-    VELDTimestamp m_time = 0;            // its timestamp
-    bool m_paced = true;
-    bool m_finished = false;
     bool m_told = false;
-    VELDTimestamp m_logStart = 0;
-    VELDTimestamp m_replayStart = 0;
-    VELDInt64 m_played = 0, m_unfit = 0, m_passedOver = 0, m_jumps = 0;
-    VELDEvent m_jumped;
-    LeapWatch m_watch;
 };
 
 VELDPropertyDefinition g_properties[] = {Setting("file", new VELDPropertyValue("")),

@@ -13,15 +13,13 @@
 // buffer and reads it back by the items in use, which agree only when it is
 // full.
 //
-// The file is written through a buffer, handed to the disk each flush_period
-// of real time and closed when the component stops. A file that can't be
-// written stops the recorder with the system's reason.
-//
-// Figures: recorded (elements in the file), refused, bytes (the file's size),
-// first_time and last_time (the timestamps of the first and the last element
-// recorded), idle (1 while the recorder waits with nothing left to write).
+// The flush, the close and a failing file are those every file recorder
+// shares (FileRecorderModel.h), as are the figures recorded (elements in the
+// file), refused, first_time and last_time (the timestamps of the first and
+// the last element recorded) and idle. Its own: bytes (the file's size).
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -50,39 +48,28 @@ const VELDTriangles3D* MeshOf(VELDIOElt& element)
     return static_cast<const VELDTriangles3D*>(element.Data());
 }
 
-class EltFileRecorder : public FileRecorderModel<EltFileRecorder> {
+class EltFileRecorder : public FileRecorderModel<EltFileRecorder, EltFileWriter> {
 public:
     using FileRecorderModel::FileRecorderModel;
 
     void Birth() override
     {
-        m_path = GetStringProperty("file").Beginning();
-        m_recorded = m_refused = m_bytes = 0;
-        for (const char* figure : {"recorded", "refused", "bytes", "first_time", "last_time"})
-            DirectSet(Property(figure), VELDInt64(0));
-        if (!m_file.Open(m_path)) Error(("cannot record into " + m_path + ": " + m_file.Error()).c_str(), 1, ErrorGeneric);
-        m_open = true;
+        const std::string path = GetStringProperty("file").Beginning();
+        DirectSet(Property("bytes"), VELDInt64(0));
+        m_writer = std::make_unique<EltFileWriter>();
+        if (!m_writer->Open(path)) Error(("cannot record into " + path + ": " + m_writer->Error()).c_str(), 1, ErrorGeneric);
         m_bytes = 16;
-        StartRecording();
+        StartRecording(path);
     }
 
     void Core() override
     {
-        VELDIOElt* element = NextElement();
+        int input = 0;
+        VELDIOElt* element = NextElement(input);
         if (!element) return;
         const std::string failure = Record(*element);
-        StopReading(Input(0));
         if (!failure.empty()) Stop(failure);
-        DirectSet(Property("recorded"), m_recorded);
-        DirectSet(Property("bytes"), m_bytes);
-        if (FlushDue() && !m_file.Flush()) Stop("cannot write " + m_path + ": " + m_file.Error());
-    }
-
-    void Death() override
-    {
-        if (!m_open) return;
-        m_open = false;
-        if (!m_file.Close()) ReportError(("cannot write " + m_path + ": " + m_file.Error()).c_str(), 0);
+        Done(input);
     }
 
 private:
@@ -97,12 +84,8 @@ private:
         }
         const VELDTriangles3D* mesh = MeshOf(element);
         if (mesh && element.VectorSize() != element.BufferSize()) {
-            if (m_refused++ == 0)
-                ReportWarning(("a mesh with fewer items in use than its buffer can't be recorded into " + m_path +
-                               ": such elements are counted as refused")
-                                  .c_str(),
-                              0);
-            DirectSet(Property("refused"), m_refused);
+            CountRefused("a mesh with fewer items in use than its buffer can't be recorded into " + m_path +
+                         ": such elements are counted as refused");
             return "";
         }
         // Room for the whole buffer, which a matrix or a mesh writes.
@@ -113,38 +96,27 @@ private:
         if (size == kUnknownSize) return "cannot record " + Describe(element) + " into " + m_path;
         // The last block of a mesh is written but not counted.
         if (mesh && mesh->triangles) size += std::uint64_t(VELD::Triangle3DSize) * element.BufferSize();
-        if (!m_file.Write(m_block.data(), static_cast<std::uint32_t>(size)))
-            return "cannot write " + m_path + ": " + m_file.Error();
+        if (!m_writer->Write(m_block.data(), static_cast<std::uint32_t>(size)))
+            return "cannot write " + m_path + ": " + m_writer->Error();
         m_bytes += 4 + static_cast<VELDInt64>(size);
-        if (m_recorded++ == 0) DirectSet(Property("first_time"), element.Timestamp());
-        DirectSet(Property("last_time"), element.Timestamp());
+        Recorded(element.Timestamp());
         return "";
     }
 
-    std::string m_path;
-    EltFileWriter m_file;
-    bool m_open = false;
+    void PublishOwn() override { DirectSet(Property("bytes"), m_bytes); }
+
     std::vector<unsigned char> m_block;
-    VELDInt64 m_recorded = 0;
-    VELDInt64 m_refused = 0;
     VELDInt64 m_bytes = 0;
 };
 
 VELDInputDefinition g_inputs[] = {VELDInputDefinition{"iElt", 0, &VELD::FilterAny, VELD::NeverSkippingReader, 1},
                                   VELDInputDefinition{nullptr, 0, nullptr, 0, 0}};
-VELDPropertyDefinition g_properties[] = {Setting("file", new VELDPropertyValue("")),
-                                         Setting("flush_period", new VELDPropertyValue(VELDInt64(1000000)), "us"),
-                                         Figure("recorded"),
-                                         Figure("refused"),
-                                         Figure("bytes"),
-                                         Figure("first_time", "us"),
-                                         Figure("last_time", "us"),
-                                         Figure("idle"),
-                                         VELDPropertyDefinition()};
+std::vector<VELDPropertyDefinition> g_properties =
+    RecorderProperties({Setting("file", new VELDPropertyValue(""))}, {Figure("bytes")});
 
 }  // namespace
 }  // namespace veldor_io
 
 VELDComponentDefinition EltFileRecorderDefinition = veldor_io::Define<veldor_io::EltFileRecorder>(
-    "EltFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties);
+    "EltFileRecorder", "1.0.0", veldor_io::g_inputs, nullptr, veldor_io::g_properties.data());
 VELD_DECLARE_MODEL(veldor_io::EltFileRecorder, EltFileRecorderDefinition, "EltFileRecorder", "1.0.0");

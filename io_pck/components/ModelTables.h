@@ -2,6 +2,9 @@
 #ifndef VELDOR_IO_MODEL_TABLES_H
 #define VELDOR_IO_MODEL_TABLES_H
 
+#include <string>
+#include <vector>
+
 #include "veld.h"
 #include "veld_definitions.h"
 #include "veld_model.h"
@@ -20,6 +23,12 @@ inline VELDPropertyDefinition Figure(const char* name, const char* unit = nullpt
     return VELDPropertyDefinition(name, new VELDPropertyValue(VELDInt64(0)), unit, false, true, true, false);
 }
 
+// A text the component keeps up to date; read-only.
+inline VELDPropertyDefinition Readout(const char* name, VELDPropertyValue* value)
+{
+    return VELDPropertyDefinition(name, value, nullptr, false, true, true, false);
+}
+
 inline VELDInputDefinition CanInput(const char* name)
 {
     return VELDInputDefinition{name, 0, &VELD::FilterAnyCANFrame, VELD::NeverSkippingReader, 1};
@@ -30,6 +39,28 @@ inline VELDInputDefinition CanInput(const char* name)
 inline VELDOutputDefinition TimeOutput(const char* name)
 {
     return VELDOutputDefinition{name, 0, VELDTypeInfo(VELD::Integer64, nullptr, "us"), 1, 16, 1, 1};
+}
+
+// The text without the blanks around it.
+inline std::string Trimmed(const std::string& text)
+{
+    const std::size_t first = text.find_first_not_of(' ');
+    return first == std::string::npos ? std::string() : text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+// The items of a setting that lists them, comma-separated: each trimmed,
+// empty ones left out.
+inline std::vector<std::string> ListedIn(const std::string& text)
+{
+    std::vector<std::string> items;
+    for (std::size_t at = 0; at <= text.size();) {
+        std::size_t comma = text.find(',', at);
+        if (comma == std::string::npos) comma = text.size();
+        const std::string item = Trimmed(text.substr(at, comma - at));
+        if (!item.empty()) items.push_back(item);
+        at = comma + 1;
+    }
+    return items;
 }
 
 const VELDUInt32 kWholeTable = 0xFFFFFFFFu;

@@ -3,7 +3,8 @@
 // reader either refuses with a message naming the file, or gives packets
 // whose bytes all lie in the input and whose interfaces exist, and issues
 // that say where; it ends, and holds no more than its bounds allow. CAN
-// frames read are written and read again unchanged.
+// frames read, error frames among them, are written and read again
+// unchanged.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -15,7 +16,9 @@ using namespace veldor::pcaplog;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     std::string error;
-    std::unique_ptr<PacketReader> reader = OpenPacketReader(data, size, "fuzz", error);
+    ReaderOptions options;
+    options.errorFrames = true;
+    std::unique_ptr<PacketReader> reader = OpenPacketReader(data, size, "fuzz", error, options);
     if (!reader) {
         if (error.rfind("fuzz", 0) != 0) __builtin_trap();
         return 0;
@@ -33,7 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::uint8_t record[kSocketCanFdSize];
             const std::size_t length = EncodeSocketCan(packet.canFrame, record);
             veldor::canlog::CanFrame again = packet.canFrame;
-            if (DecodeSocketCan(record, length, again, nullptr) != CanRecord::Frame || again != packet.canFrame) {
+            const CanRecord kind = packet.canFrame.error ? CanRecord::ErrorFrame : CanRecord::Frame;
+            if (DecodeSocketCan(record, length, again, nullptr) != kind || again != packet.canFrame) {
                 __builtin_trap();
             }
         }

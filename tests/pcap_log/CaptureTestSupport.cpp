@@ -98,7 +98,7 @@ std::string Describe(const veldor::canlog::CanFrame& f)
     std::ostringstream out;
     out << "can " << f.timestamp << "us id=" << std::hex << f.id << std::dec << (f.extended ? "x" : "")
         << (f.remote ? " remote" : "") << (f.fd ? " fd" : "") << (f.bitRateSwitch ? " brs" : "")
-        << (f.errorStateIndicator ? " esi" : "") << " len=" << int(f.length) << " ch=" << int(f.channel);
+        << (f.errorStateIndicator ? " esi" : "") << (f.error ? " error" : "") << " len=" << int(f.length) << " ch=" << int(f.channel);
     if (!f.remote) out << " " << ToHex(f.data.data(), f.length);
     return out.str();
 }
@@ -141,10 +141,10 @@ ReadOutcome ReadFrom(std::unique_ptr<PacketReader> reader, const std::string& er
 
 }  // namespace
 
-ReadOutcome ReadAll(const std::string& path)
+ReadOutcome ReadAll(const std::string& path, const ReaderOptions& options)
 {
     std::string error;
-    auto reader = OpenPacketReader(path, error);
+    auto reader = OpenPacketReader(path, error, options);
     return ReadFrom(std::move(reader), error);
 }
 

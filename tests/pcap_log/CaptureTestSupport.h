@@ -58,7 +58,8 @@ struct ReadOutcome {
     std::uint64_t blocksSkipped = 0, leftOut = 0, errorFrames = 0;
     veldor::pcaplog::CaptureFormat format = veldor::pcaplog::CaptureFormat::Pcap;
 };
-ReadOutcome ReadAll(const std::string& path);
+ReadOutcome ReadAll(const std::string& path,
+                    const veldor::pcaplog::ReaderOptions& options = veldor::pcaplog::ReaderOptions());
 ReadOutcome ReadBytes(const Bytes& bytes);
 // "<ns> <hex>" a packet: what two files hold alike whatever their format.
 std::vector<std::string> TimesAndBytes(const ReadOutcome& outcome);

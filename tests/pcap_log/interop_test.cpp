@@ -135,6 +135,17 @@ TEST_F(ToolInterop, TsharkReadsOurMultiBusFilesAndDecodesCan)
         EXPECT_EQ(line, expected) << "packet " << i;
     }
     EXPECT_EQ(i, drive.packets.size());
+
+    // An error frame of ours is one to it too.
+    veldor::canlog::CanFrame error;
+    error.error = true;
+    error.id = 0x24;  // controller problems, no acknowledgement
+    error.length = 8;
+    error.timestamp = 1700000000000000;
+    std::string why;
+    std::unique_ptr<PacketWriter> writer = OpenPacketWriter(File("error.pcapng"), {Named("can0", kLinkTypeSocketCan)}, why);
+    ASSERT_TRUE(writer && writer->Write(0, error) == WriteResult::Written && writer->Close()) << why;
+    EXPECT_EQ(RunTool("tshark -r " + File("error.pcapng") + " -T fields -e can.flags.err -e can.len 2>/dev/null"), "1\t8\n");
 }
 
 TEST_F(ToolInterop, ScapyCapturesComeThroughUnchanged)

@@ -104,7 +104,9 @@ TEST(SocketCan, RecordsAsWiresharkReadsThem)
         // record has the 72 bytes of an FD frame, as older captures do.
         {Hex("00000456 0c010000 000102030405060708090a0b"), CanRecord::Invalid, "a classic frame longer than 8 bytes"},
         {Hex("00000456 0c000000") + Bytes(64, 0x11), CanRecord::Frame, "can 0us id=456 fd len=12 ch=0 " + std::string(24, '1')},
-        {Hex("20000004 08000000 0000000000000000"), CanRecord::ErrorFrame, ""},
+        // The error class in the identifier's bits, the details in the data.
+        {Hex("20000004 08000000 0000080000000000"), CanRecord::ErrorFrame, "can 0us id=4 error len=8 ch=0 0000080000000000"},
+        {Hex("a0000024 08000000 0000"), CanRecord::ErrorFrame, "can 0us id=24 error len=2 ch=0 0000"},
         {Hex("00000800 00000000"), CanRecord::Invalid, "a standard identifier above 0x7FF"},
         {Hex("40000456 04040000"), CanRecord::Invalid, "a remote frame marked FD"},
         {Hex("00000456 0d040000 00"), CanRecord::Invalid, "a length not in the FD length table"},
@@ -118,9 +120,7 @@ TEST(SocketCan, RecordsAsWiresharkReadsThem)
         const auto* bytes = reinterpret_cast<const std::uint8_t*>(c.record.data());
         const CanRecord result = DecodeSocketCan(bytes, c.record.size(), frame, &why);
         EXPECT_EQ(result, c.result) << c.frame;
-        if (result != CanRecord::ErrorFrame) {
-            EXPECT_EQ(result == CanRecord::Frame ? Describe(frame) : why, c.frame);
-        }
+        EXPECT_EQ(result == CanRecord::Invalid ? why : Describe(frame), c.frame);
     }
 }
 

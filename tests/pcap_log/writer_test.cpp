@@ -110,6 +110,36 @@ TEST(CaptureWriting, RefusedPacketsAndFiles)
     EXPECT_EQ(r.packets[0].originalLength, 60u);  // 0 stands for the captured length
 }
 
+TEST(CaptureWriting, CanErrorFramesAreReadBackWhenAskedForAndCountedElse)
+{
+    canlog_test::ScratchDir dir;
+    CanFrame error;
+    error.timestamp = 1700000000123456;
+    error.error = true;
+    error.id = 0x24;  // bus error, protocol violation
+    error.length = 8;
+    error.data = {0, 0, 0x08, 0x02};
+    CanFrame frame = error;
+    frame.error = false;
+    frame.id = 0x123;
+    for (const char* name : {"e.pcap", "e.pcapng"}) {
+        const std::string path = dir.File(name);
+        std::string why;
+        std::unique_ptr<PacketWriter> writer = OpenPacketWriter(path, {Named("can0", kLinkTypeSocketCan)}, why);
+        ASSERT_TRUE(writer) << why;
+        for (const CanFrame& f : {frame, error, frame}) ASSERT_EQ(writer->Write(0, f), WriteResult::Written) << writer->Error();
+        ASSERT_TRUE(writer->Close());
+        ReaderOptions options;
+        options.errorFrames = true;
+        const ReadOutcome all = ReadAll(path, options);
+        ASSERT_EQ(all.packets.size(), 3u) << name;
+        EXPECT_EQ(all.packets[1].canFrame, error) << name;
+        const ReadOutcome counted = ReadAll(path);
+        EXPECT_EQ(counted.packets.size(), 2u) << name;
+        EXPECT_EQ(counted.errorFrames, 1u) << name;
+    }
+}
+
 TEST(CaptureWriting, FlushCloseAndAFullDisk)
 {
     canlog_test::ScratchDir dir;

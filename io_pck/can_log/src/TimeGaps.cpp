@@ -2,9 +2,9 @@
 
 namespace veldor::canlog {
 
-TimeGaps::Change TimeGaps::Apply(CanFrame& frame)
+TimeGaps::Change TimeGaps::Apply(std::int64_t& time)
 {
-    const std::int64_t recorded = frame.timestamp;
+    const std::int64_t recorded = time;
     Change change = Change::None;
     if (m_started && m_maxGap > 0) {
         m_lastGap = recorded - m_previous;
@@ -19,7 +19,7 @@ TimeGaps::Change TimeGaps::Apply(CanFrame& frame)
     m_started = true;
     m_previous = recorded;
     if (change != Change::None) ++m_changed;
-    frame.timestamp = recorded - m_shift;
+    time = recorded - m_shift;
     return change;
 }
 

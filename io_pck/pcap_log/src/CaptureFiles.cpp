@@ -40,7 +40,18 @@ bool KnownContent(const std::string& name, const std::uint8_t* head, std::size_t
 
 }  // namespace
 
-std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::string& error)
+namespace {
+
+std::unique_ptr<PacketReader> Configured(std::unique_ptr<PacketReader> reader, const ReaderOptions& options)
+{
+    if (reader) reader->SetOptions(options);
+    return reader;
+}
+
+}  // namespace
+
+std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::string& error,
+                                               const ReaderOptions& options)
 {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
@@ -59,8 +70,9 @@ std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::str
 #ifdef POSIX_FADV_SEQUENTIAL
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
-        if (magic == kPcapngMagic) return PcapngReader::Open(std::make_unique<ByteSource>(fd), path, error);
-        if (std::FILE* file = ::fdopen(fd, "rb")) return PcapReader::Open(file, magic, path, error);
+        if (magic == kPcapngMagic)
+            return Configured(PcapngReader::Open(std::make_unique<ByteSource>(fd), path, error), options);
+        if (std::FILE* file = ::fdopen(fd, "rb")) return Configured(PcapReader::Open(file, magic, path, error), options);
         error = "cannot read " + path + ": " + std::strerror(errno);
     }
     ::close(fd);
@@ -68,17 +80,18 @@ std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::str
 }
 
 std::unique_ptr<PacketReader> OpenPacketReader(const std::uint8_t* bytes, std::size_t size, const std::string& name,
-                                               std::string& error)
+                                               std::string& error, const ReaderOptions& options)
 {
     std::uint32_t magic = 0;
     if (!KnownContent(name, bytes, size, magic, error)) return nullptr;
-    if (magic == kPcapngMagic) return PcapngReader::Open(std::make_unique<ByteSource>(bytes, size), name, error);
+    if (magic == kPcapngMagic)
+        return Configured(PcapngReader::Open(std::make_unique<ByteSource>(bytes, size), name, error), options);
     std::FILE* file = ::fmemopen(const_cast<std::uint8_t*>(bytes), size, "rb");
     if (file == nullptr) {
         error = name + ": " + std::strerror(errno);
         return nullptr;
     }
-    return PcapReader::Open(file, magic, name, error);
+    return Configured(PcapReader::Open(file, magic, name, error), options);
 }
 
 std::optional<CaptureFormat> CaptureFormatOf(std::string_view path)

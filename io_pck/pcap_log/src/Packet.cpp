@@ -47,6 +47,7 @@ CanRecord DecodeSocketCan(const std::uint8_t* bytes, std::size_t size, canlog::C
     const std::uint8_t flags = bytes[5];
     if (length & kXlFrame) return invalid("a CAN XL frame, which is not played");
 
+    frame.error = false;
     frame.extended = (word & kExtendedFlag) != 0;
     frame.remote = (word & kRemoteFlag) != 0;
     frame.id = word & (frame.extended ? canlog::CanFrame::kMaxExtendedId : 0x1FFFFFFF);
@@ -57,10 +58,14 @@ CanRecord DecodeSocketCan(const std::uint8_t* bytes, std::size_t size, canlog::C
     frame.length = length;
     if (word & kErrorFlag) {
         // The error class sits in the identifier's bits, the details in
-        // 8 data bytes.
-        frame.extended = frame.remote = frame.fd = false;
-        frame.length = static_cast<std::uint8_t>(size - kHeaderSize < 8 ? size - kHeaderSize : 8);
-        std::memcpy(frame.data.data(), bytes + kHeaderSize, frame.length);
+        // (up to) 8 data bytes.
+        frame.error = true;
+        frame.extended = frame.remote = frame.fd = frame.bitRateSwitch = frame.errorStateIndicator = false;
+        frame.id = word & canlog::CanFrame::kMaxExtendedId;
+        std::size_t n = length < canlog::CanFrame::kMaxClassicLength ? length : canlog::CanFrame::kMaxClassicLength;
+        if (n > size - kHeaderSize) n = size - kHeaderSize;
+        frame.length = static_cast<std::uint8_t>(n);
+        std::memcpy(frame.data.data(), bytes + kHeaderSize, n);
         return CanRecord::ErrorFrame;
     }
     if (!frame.extended && frame.id > canlog::CanFrame::kMaxStandardId) {
@@ -79,8 +84,8 @@ CanRecord DecodeSocketCan(const std::uint8_t* bytes, std::size_t size, canlog::C
 std::size_t EncodeSocketCan(const canlog::CanFrame& frame, std::uint8_t (&out)[kSocketCanFdSize])
 {
     const std::size_t size = frame.fd ? kSocketCanFdSize : kSocketCanClassicSize;
-    const std::uint32_t word =
-        frame.id | (frame.extended ? kExtendedFlag : 0) | (frame.remote ? kRemoteFlag : 0);
+    const std::uint32_t word = frame.id | (frame.extended ? kExtendedFlag : 0) | (frame.remote ? kRemoteFlag : 0) |
+                               (frame.error ? kErrorFlag : 0);
     out[0] = static_cast<std::uint8_t>(word >> 24);
     out[1] = static_cast<std::uint8_t>(word >> 16);
     out[2] = static_cast<std::uint8_t>(word >> 8);

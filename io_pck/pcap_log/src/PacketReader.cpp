@@ -111,7 +111,10 @@ ReadResult PacketReader::Next(Packet& packet)
             const char* why = nullptr;
             switch (DecodeSocketCan(packet.data, packet.capturedLength, frame, &why)) {
             case CanRecord::Frame: break;
-            case CanRecord::ErrorFrame: ++m_errorFrames; continue;
+            case CanRecord::ErrorFrame:
+                ++m_errorFrames;
+                if (!m_options.errorFrames) continue;
+                break;
             case CanRecord::Invalid:
                 Tell(IssueKind::BadPacket, m_packetOffset, std::string("CAN record of interface ") +
                                                                std::to_string(packet.interface) + ": " + why);

@@ -22,7 +22,9 @@ public:
 
     // Moves the frame's time by what was taken out before it, and more if
     // its own gap is too long.
-    Change Apply(CanFrame& frame);
+    Change Apply(CanFrame& frame) { return Apply(frame.timestamp); }
+    // The same for a time of any frame, in microseconds.
+    Change Apply(std::int64_t& time);
     // The gap before the last frame as the file has it.
     std::int64_t LastGap() const { return m_lastGap; }
     std::uint64_t Changed() const { return m_changed; }

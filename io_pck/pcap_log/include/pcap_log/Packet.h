@@ -63,8 +63,9 @@ struct Packet {
 // A SocketCAN record of a CAN interface read into a frame.
 enum class CanRecord {
     Frame,
-    // An error frame (the ERR flag): the frame holds its identifier, error
-    // class bits, and its 8 data bytes.
+    // An error frame (the ERR flag): the frame, with `error` set, holds the
+    // error class bits as its identifier and the record's data bytes (up
+    // to 8) with their length.
     ErrorFrame,
     Invalid,  // `why` says what is wrong
 };
@@ -75,9 +76,10 @@ enum class CanRecord {
 // identifier, flags, length and data; the caller sets time and channel.
 CanRecord DecodeSocketCan(const std::uint8_t* bytes, std::size_t size, canlog::CanFrame& frame, const char** why);
 
-// The record of Linux: 16 bytes for a classic frame, 72 for an FD frame
-// (with the FD flag set); the payload padded with zeros. Precondition: the
-// frame passes canlog::CheckFrame.
+// The record of Linux: 16 bytes for a classic frame or an error frame (the
+// ERR flag on its error class bits), 72 for an FD frame (with the FD flag
+// set); the payload padded with zeros. Precondition: the frame passes
+// canlog::CheckFrame.
 constexpr std::size_t kSocketCanClassicSize = 16;
 constexpr std::size_t kSocketCanFdSize = 72;
 std::size_t EncodeSocketCan(const canlog::CanFrame& frame, std::uint8_t (&out)[kSocketCanFdSize]);

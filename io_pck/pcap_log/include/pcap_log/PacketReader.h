@@ -14,8 +14,9 @@
 //
 // Only Ethernet and SocketCAN interfaces are played: a file with none is
 // refused at the open; another interface is told once, as an issue, and
-// its packets are counted and left out. CAN error frames are counted, not
-// returned, as the CAN log readers do. After an issue the caller may call
+// its packets are counted and left out. CAN error frames are counted, and
+// handed on (a packet whose frame has `error` set) only when the options
+// ask for them, as the CAN log readers do. After an issue the caller may call
 // Next() again, which goes on after the block or packet; after a final
 // issue (Issue().final: the file cannot be read on) it answers End.
 #ifndef VELDOR_PCAP_LOG_PACKET_READER_H
@@ -36,6 +37,11 @@ namespace veldor::pcaplog {
 using canlog::ReadResult;
 
 enum class CaptureFormat { Pcap, Pcapng };
+
+struct ReaderOptions {
+    // CAN error frames handed on as packets; otherwise they are only counted.
+    bool errorFrames = false;
+};
 
 enum class IssueKind {
     ReadFailed,        // the system refused to read on (final)
@@ -79,6 +85,11 @@ public:
     const std::vector<Interface>& Interfaces() const { return m_interfaces; }
     const Interface& InterfaceAt(std::uint32_t index) const { return m_interfaces.at(index); }
     const std::string& File() const { return m_file; }
+    // Where the last packet given stands: its block's or record's offset
+    // from the file's start.
+    std::uint64_t PacketOffset() const { return m_packetOffset; }
+    // As OpenPacketReader sets them; they may change between calls of Next.
+    void SetOptions(const ReaderOptions& options) { m_options = options; }
 
     std::uint64_t PacketsRead() const { return m_packetsRead; }
     std::uint64_t ErrorFrames() const { return m_errorFrames; }
@@ -124,16 +135,18 @@ private:
     bool m_finished = false;
     std::uint64_t m_packetsRead = 0;
     std::uint64_t m_errorFrames = 0;
+    ReaderOptions m_options;
 };
 
 // Null if the file cannot be opened, is empty, is no capture file, cannot
 // be read up to its first played interface, or has none; `error` says
 // which, with the file's name.
-std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::string& error);
+std::unique_ptr<PacketReader> OpenPacketReader(const std::string& path, std::string& error,
+                                               const ReaderOptions& options = ReaderOptions());
 // The same over bytes in memory, which must outlive the reader; `name`
 // stands for the file in messages.
 std::unique_ptr<PacketReader> OpenPacketReader(const std::uint8_t* bytes, std::size_t size, const std::string& name,
-                                               std::string& error);
+                                               std::string& error, const ReaderOptions& options = ReaderOptions());
 
 }  // namespace veldor::pcaplog
 

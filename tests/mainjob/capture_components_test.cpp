@@ -1,0 +1,529 @@
+// The capture file player and recorder through the engine, without a bus:
+// files of ours and of the tools of the field played into the recorder come
+// back frame for frame, and what it writes the tools read alike; the pace
+// of every output on the engine's clock, with the Ethernet outputs ahead for
+// the frames a synchronised replay holds back; a pause and a jump; bad files
+// and bad recordings told with one message while the rest goes on.
+#include <chrono>
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include "CaptureTestSupport.h"
+#include "ComponentTest.h"
+#include "MainJobTest.h"
+
+namespace mainjob {
+namespace {
+
+using bus_components::ComponentTest;
+using pcaplog_test::Drive;
+using pcaplog_test::ReadAll;
+using pcaplog_test::ReadOutcome;
+using veldor::pcaplog::Interface;
+using veldor::pcaplog::kLinkTypeSocketCan;
+using veldor::pcaplog::LinkKind;
+using veldor::pcaplog::Packet;
+
+const long long kStart = 1700000000000000;  // us
+
+// The drive's packets 1 ms apart from kStart, keeping what their times had
+// below the microsecond.
+Drive Retimed(Drive d)
+{
+    for (std::size_t i = 0; i < d.packets.size(); ++i) {
+        Packet& p = d.packets[i];
+        p.canFrame.timestamp = kStart + static_cast<long long>(i) * 1000;
+        p.time = p.canFrame.timestamp * 1000 + (d.interfaces[p.interface].Kind() == LinkKind::Can ? 0 : p.time % 1000);
+    }
+    return d;
+}
+
+// "<us> <hex>" of every packet of each interface, as a diagram carries them.
+std::vector<std::vector<std::string>> PerInterface(const ReadOutcome& r)
+{
+    std::vector<std::vector<std::string>> lines(r.interfaces.size());
+    for (std::size_t i = 0; i < r.packets.size(); ++i) {
+        const Packet& p = r.packets[i];
+        std::string line = std::to_string(p.time / 1000) + " ";
+        if (r.interfaces[p.interface].Kind() == LinkKind::Can) {
+            veldor::canlog::CanFrame f = p.canFrame;
+            // The records carry no direction and no error state indicator.
+            f.direction = veldor::canlog::Direction::Rx;
+            f.errorStateIndicator = false;
+            line += pcaplog_test::Describe(f);
+        } else {
+            line += pcaplog_test::ToHex(r.data[i].data(), r.data[i].size()) + " of " + std::to_string(p.originalLength);
+        }
+        lines[p.interface].push_back(line);
+    }
+    return lines;
+}
+
+class Captures : public ComponentTest {
+protected:
+    // A player of `file` into a recorder of every interface it plays; the
+    // recording's path. The player's outputs are connected by what
+    // `interfaces` tells.
+    std::string PlayIntoRecorder(const std::string& file, const std::string& recording, bool vectorise = false)
+    {
+        // The reader first, so that it hears everything.
+        const std::string path = m_folder + "/" + recording;
+        Make("CaptureFileRecorder", "rec");
+        Set("rec.file", path);
+        Set("rec.time_base", "Engine time");
+        Make("CaptureFilePlayer", "player");
+        Set("player.file", file);
+        Set("player.replay_lead", "0");
+        Set("player.vectorize_frames", vectorise ? "true" : "false");
+        // "<output>=<name>:<kind>": a channel of that name (of the output's
+        // without one) and kind.
+        std::string channels;
+        std::vector<std::pair<std::string, std::string>> links;
+        int counts[2] = {0, 0};
+        std::istringstream told(Text("player.interfaces"));
+        for (std::string entry; std::getline(told, entry, ',');) {
+            const std::size_t equals = entry.find('='), colon = entry.rfind(':');
+            const std::string output = entry.substr(0, equals), kind = entry.substr(colon + 1);
+            const std::string name = entry.substr(equals + 1, colon - equals - 1);
+            channels += (channels.empty() ? "" : ",") + (name.empty() ? output.substr(1) : name) + ":" + kind;
+            const bool eth = kind == "eth";
+            links.emplace_back(output, (eth ? "iEth" : "iCan") + std::to_string(counts[eth]++));
+        }
+        Set("rec.channels", channels);
+        for (const auto& [output, input] : links) Connect("player." + output, "rec." + input);
+        return path;
+    }
+
+    void PlayToTheEnd(long long frames)
+    {
+        engine.Clock().SetSpeed(20000);
+        Run();
+        EXPECT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == frames; }))
+            << Figure("rec.recorded") << " of " << frames;
+        Shutdown();
+        engine.Clock().SetSpeed(1000);
+    }
+};
+
+// ---------------------------------------------------------------------------
+// Frame for frame
+
+struct FileCase {
+    const char* name;
+    // Makes the file in `folder`; its path, or "" to skip.
+    std::string (*make)(const std::string& folder);
+    bool vectorise;
+    // What the recording is read by: "tshark" (pcapng), "tcpdump" (pcap).
+    const char* tool;
+};
+
+void PrintTo(const FileCase& c, std::ostream* os) { *os << c.name; }
+
+std::string Ours(const std::string& folder, bool multiBus, const char* name)
+{
+    const std::string path = folder + "/" + name;
+    pcaplog_test::WriteDriveFile(path, Retimed(pcaplog_test::MakeDrive(multiBus, 600)));
+    return path;
+}
+
+// tcpdump's copy of a pcap of ours.
+std::string ByTcpdump(const std::string& folder)
+{
+    if (!pcaplog_test::Have("tcpdump")) return "";
+    pcaplog_test::RunTool("tcpdump -r " + Ours(folder, false, "ours.pcap") + " -w " + folder + "/t.pcap 2>/dev/null");
+    return folder + "/t.pcap";
+}
+
+// Three one-interface captures (Ethernet, CAN, Ethernet, in nanoseconds)
+// merged by mergecap into one pcapng; editcap, with microsecond times.
+std::string Merged(const std::string& folder, bool edited)
+{
+    if (!pcaplog_test::Have("mergecap") || !pcaplog_test::Have("editcap")) return "";
+    const Drive drive = Retimed(pcaplog_test::MakeDrive(true, 900));
+    std::string inputs;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        Drive one;
+        one.interfaces = {drive.interfaces[i]};
+        for (std::size_t k = 0; k < drive.packets.size(); ++k) {
+            if (drive.packets[k].interface != i) continue;
+            one.packets.push_back(drive.packets[k]);
+            one.packets.back().interface = 0;
+            one.data.push_back(drive.data[k]);
+        }
+        veldor::pcaplog::WriterOptions nano;
+        nano.pcapNanoseconds = !edited;
+        const std::string in = folder + "/in" + std::to_string(i) + ".pcap";
+        pcaplog_test::WriteDriveFile(in, one, nano);
+        inputs += " " + in;
+        if (edited) {
+            pcaplog_test::RunTool("editcap -F pcapng " + in + " " + folder + "/e.pcapng");
+            return folder + "/e.pcapng";
+        }
+    }
+    pcaplog_test::RunTool("mergecap -F pcapng -w " + folder + "/m.pcapng" + inputs);
+    return folder + "/m.pcapng";
+}
+
+// scapy's: VLAN tags, a jumbo frame, frames shorter than 60 bytes.
+std::string ByScapy(const std::string& folder, const char* name)
+{
+    if (std::system("/usr/bin/python3 -c 'import scapy' 2>/dev/null") != 0) return "";
+    pcaplog_test::RunTool("/usr/bin/python3 " VELDOR_SCAPY_SCRIPT " " + folder + "/s.pcap " + folder +
+                          "/s.pcapng >/dev/null 2>&1");
+    return folder + "/" + name;
+}
+
+class CapturesFrameForFrame : public Captures, public ::testing::WithParamInterface<FileCase> {};
+
+TEST_P(CapturesFrameForFrame, PlayedIntoTheRecorderComeBackAndTheToolsReadTheRecording)
+{
+    const FileCase& c = GetParam();
+    const std::string file = c.make(m_folder);
+    if (file.empty()) GTEST_SKIP() << "the tool that makes it is not installed (make setup installs it)";
+    const ReadOutcome source = ReadAll(file);
+    ASSERT_EQ(source.openError, "");
+    const std::string recording = PlayIntoRecorder(file, std::string("rec.") + (c.tool[1] == 's' ? "pcapng" : "pcap"),
+                                                   c.vectorise);
+    PlayToTheEnd(static_cast<long long>(source.packets.size()));
+    EXPECT_EQ(Figure("player.sent"), static_cast<long long>(source.packets.size()));
+    EXPECT_EQ(Figure("player.bad_lines") + Figure("player.left_out") + Figure("rec.refused"), 0);
+
+    const ReadOutcome recorded = ReadAll(recording);
+    ASSERT_EQ(recorded.interfaces.size(), source.interfaces.size());
+    for (std::size_t i = 0; i < source.interfaces.size(); ++i) {
+        EXPECT_EQ(recorded.interfaces[i].linkType, source.interfaces[i].linkType) << i;
+        if (!source.interfaces[i].name.empty()) {
+            EXPECT_EQ(recorded.interfaces[i].name, source.interfaces[i].name) << i;
+        }
+    }
+    EXPECT_EQ(PerInterface(recorded), PerInterface(source));
+
+    if (std::string(c.tool) == "tcpdump") {
+        pcaplog_test::RunTool("tcpdump -r " + recording + " -w " + m_folder + "/copy.pcap 2>/dev/null");
+        EXPECT_EQ(ReadAll(m_folder + "/copy.pcap").lines, recorded.lines);
+        return;
+    }
+    // tshark: the interface, the time to the nanosecond, the length, and
+    // CAN decoded as CAN.
+    std::istringstream fields(pcaplog_test::RunTool(
+        "tshark -r " + recording +
+        " -T fields -E separator=';' -e frame.interface_id -e frame.time_epoch -e frame.cap_len -e can.id 2>/dev/null"));
+    std::size_t n = 0;
+    for (std::string line; std::getline(fields, line); ++n) {
+        ASSERT_LT(n, recorded.packets.size());
+        const Packet& p = recorded.packets[n];
+        char time[32];
+        std::snprintf(time, sizeof time, "%lld.%09lld", static_cast<long long>(p.time / 1000000000),
+                      static_cast<long long>(p.time % 1000000000));
+        const bool can = recorded.interfaces[p.interface].Kind() == LinkKind::Can;
+        EXPECT_EQ(line, std::to_string(p.interface) + ";" + time + ";" + std::to_string(p.capturedLength) + ";" +
+                            (can ? std::to_string(p.canFrame.id) : ""))
+            << n;
+    }
+    EXPECT_EQ(n, recorded.packets.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, CapturesFrameForFrame,
+    ::testing::Values(
+        FileCase{"ours, CAN and Ethernet", [](const std::string& f) { return Ours(f, true, "ours.pcapng"); }, true,
+                 "tshark"},
+        FileCase{"ours, pcap", [](const std::string& f) { return Ours(f, false, "ours.pcap"); }, false, "tcpdump"},
+        FileCase{"tcpdump", ByTcpdump, true, "tcpdump"},
+        FileCase{"mergecap", [](const std::string& f) { return Merged(f, false); }, false, "tshark"},
+        FileCase{"editcap", [](const std::string& f) { return Merged(f, true); }, true, "tshark"},
+        FileCase{"scapy, pcap", [](const std::string& f) { return ByScapy(f, "s.pcap"); }, false, "tcpdump"},
+        FileCase{"scapy, pcapng", [](const std::string& f) { return ByScapy(f, "s.pcapng"); }, true, "tshark"}));
+
+TEST_F(Captures, SkippedInterfacesHaveNoOutputAndTheirFramesAreLeftOutAndToldOnce)
+{
+    const std::string file = Ours(m_folder, true, "ours.pcapng");
+    const ReadOutcome source = ReadAll(file);
+    Make("CaptureFilePlayer", "player");
+    Set("player.file", file);
+    EXPECT_EQ(Text("player.interfaces"), "oeth0=eth0:eth,ocan0=can0:can,oeth1=eth1:eth,ocan1=can1:can");
+    // By the interface's name or by its output's.
+    Set("player.skip", "can1, oeth1");
+    EXPECT_EQ(Text("player.interfaces"), "oeth0=eth0:eth,ocan0=can0:can");
+    EXPECT_FALSE(HasProperty("player", "sent_oeth1"));
+    engine.Clock().SetSpeed(20000);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }));
+    engine.Clock().SetSpeed(1000);
+    long long skipped = 0;
+    for (const Packet& p : source.packets) skipped += p.interface >= 2;
+    EXPECT_EQ(Figure("player.left_out"), skipped);
+    EXPECT_EQ(Figure("player.sent_oeth0") + Figure("player.sent_ocan0"), Figure("player.sent"));
+    EXPECT_EQ(Figure("player.sent") + skipped, static_cast<long long>(source.packets.size()));
+    EXPECT_EQ(engine.GetConsole().CountContaining("(can1) is skipped: its frames are left out", VELD::Warning), 1u);
+    EXPECT_EQ(engine.GetConsole().CountContaining("(eth1) is skipped: its frames are left out", VELD::Warning), 1u);
+}
+
+// ---------------------------------------------------------------------------
+// Pace
+
+// CAN frames 10 ms apart, Ethernet frames 100 ms apart (60 bytes, ending
+// with their counter), for 1.2 s.
+std::string PacedFile(const std::string& folder)
+{
+    const std::string path = folder + "/paced.pcapng";
+    Interface can, eth;
+    can.name = "can0";
+    can.linkType = kLinkTypeSocketCan;
+    eth.name = "eth0";
+    std::string error;
+    auto writer = veldor::pcaplog::OpenPacketWriter(path, {can, eth}, error);
+    EXPECT_TRUE(writer) << error;
+    const std::vector<CanFrame> frames = CountedFrames(120, 10000, kStart);
+    for (std::uint32_t k = 0; k < 120; ++k) {
+        EXPECT_EQ(writer->Write(0, frames[k]), veldor::pcaplog::WriteResult::Written);
+        if (k % 10 != 0) continue;
+        std::uint8_t bytes[60] = {0x02, 0, 0, 0, 0, 2, 0x02, 0, 0, 0, 0, 1, 0x88, 0xB5};
+        const std::uint32_t counter = k / 10;
+        std::memcpy(bytes + 56, &counter, 4);
+        Packet p;
+        p.interface = 1;
+        p.time = frames[k].timestamp * 1000;
+        p.capturedLength = p.originalLength = sizeof bytes;
+        p.data = bytes;
+        EXPECT_EQ(writer->Write(p), veldor::pcaplog::WriteResult::Written);
+    }
+    EXPECT_TRUE(writer->Close());
+    return path;
+}
+
+class CapturesPace : public Captures {
+protected:
+    void Build(long long sendAhead)
+    {
+        Make("CanFrameStats", "can");
+        Set("can.csv", m_folder + "/can.csv");
+        Make("EthFrameStats", "eth");
+        Set("eth.csv", m_folder + "/eth.csv");
+        Make("CaptureFilePlayer", "player");
+        Set("player.file", PacedFile(m_folder));
+        Set("player.replay_lead", "300000");
+        Set("player.send_ahead", std::to_string(sendAhead));
+        Connect("player.ocan0", "can.iCAN");
+        Connect("player.oeth0", "eth.iEth");
+    }
+    void Arrivals()
+    {
+        Shutdown();
+        m_can = ReadArrivals(m_folder + "/can.csv");
+        m_eth = ReadArrivals(m_folder + "/eth.csv");
+    }
+    // When a frame recorded at `t` is due on the engine's clock.
+    long long Due(long long t) { return Figure("player.replay_start_time") + t - kStart; }
+
+    std::vector<Arrival> m_can, m_eth;
+};
+
+TEST_F(CapturesPace, EveryOutputOnTheEnginesClockTheEthernetOnesAheadByTheFramesHeldBack)
+{
+    for (const long long ahead : {0LL, 200000LL}) {
+        SCOPED_TRACE(ahead);
+        engine.Graph().Clear();
+        Build(ahead);
+        Run();
+        ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }));
+        Arrivals();
+        ASSERT_EQ(m_can.size(), 120u);
+        ASSERT_EQ(m_eth.size(), 12u);
+        // A CAN frame goes send_ahead before it is due, never earlier.
+        for (std::size_t k = 0; k < m_can.size(); ++k) {
+            ASSERT_EQ(m_can[k].counter, static_cast<long long>(k));
+            EXPECT_GE(m_can[k].arrival, Due(m_can[k].frameTime) - ahead) << k;
+        }
+        // With a lead, an Ethernet frame goes when the frame 9 before it on
+        // its output goes: 900 ms early here, in the same round as the CAN
+        // frame of that time; without, when due.
+        for (std::size_t k = 0; k < m_eth.size(); ++k) {
+            ASSERT_EQ(m_eth[k].counter, static_cast<long long>(k));
+            const long long lead = ahead > 0 ? kStart + 100000LL * (k < 9 ? 0 : k - 9) : m_eth[k].frameTime;
+            EXPECT_GE(m_eth[k].arrival, Due(lead) - ahead) << k;
+            if (ahead > 0) {
+                EXPECT_LT(m_eth[k].arrival, m_can[(lead - kStart) / 10000 + 30].arrival) << k;
+            }
+        }
+    }
+}
+
+TEST_F(CapturesPace, APauseHoldsEveryOutputAndAJumpPassesOverTheFramesOnTheWay)
+{
+    Build(0);
+    Run();
+    ASSERT_TRUE(Eventually([&] { return Figure("can.frames") >= 20; }));
+    engine.Clock().SetPaused(true);
+    const long long paused = Now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const long long held[2] = {Figure("can.frames"), Figure("eth.frames")};
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(Figure("can.frames"), held[0]);
+    EXPECT_EQ(Figure("eth.frames"), held[1]);
+    engine.Clock().SetTime(paused + 500000);
+    ASSERT_TRUE(Eventually([&] { return Figure("player.jumps") == 1; }));
+    engine.Clock().SetPaused(false);
+    ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }));
+    const long long target = Figure("player.log_start") + paused + 500000 - Figure("player.replay_start_time");
+    Arrivals();
+    // What was due before the jump's target and not played is passed over;
+    // everything after it comes, in order.
+    EXPECT_EQ(static_cast<long long>(m_can.size() + m_eth.size()) + Figure("player.passed_over"), 132);
+    for (const std::vector<Arrival>* arrivals : {&m_can, &m_eth}) {
+        for (std::size_t i = 1; i < arrivals->size(); ++i) {
+            const Arrival& a = (*arrivals)[i];
+            EXPECT_GT(a.counter, (*arrivals)[i - 1].counter);
+            EXPECT_TRUE(a.frameTime >= target || a.arrival <= paused) << a.counter;
+        }
+    }
+    EXPECT_EQ(m_can.back().counter, 119);
+    EXPECT_EQ(m_eth.back().counter, 11);
+}
+
+// ---------------------------------------------------------------------------
+// Bad input
+
+struct BadCase {
+    const char* name;
+    pcaplog_test::Bytes bytes;  // none: the file does not exist
+    bool missing;
+    const char* told;  // in the one message
+    bool dies;
+    int played;
+};
+
+void PrintTo(const BadCase& c, std::ostream* os) { *os << c.name; }
+
+pcaplog_test::Bytes Frame(int k) { return pcaplog_test::Bytes(59, 'e') + static_cast<char>(k); }
+
+pcaplog_test::Bytes ThreeFrames()
+{
+    pcaplog_test::Pcapng f;
+    f.Section().Interface(1);
+    for (int k = 0; k < 3; ++k) f.Packet(0, kStart + 1000 * k, Frame(k));
+    return f.bytes;
+}
+
+pcaplog_test::Bytes WithOtherLinkType()
+{
+    pcaplog_test::Pcapng f;
+    f.Section().Interface(1).Interface(147);
+    for (int k = 0; k < 3; ++k) f.Packet(0, kStart + 1000 * k, Frame(k)).Packet(1, kStart + 1000 * k, "x");
+    return f.bytes;
+}
+
+pcaplog_test::Bytes WrongLength()
+{
+    pcaplog_test::Bytes bytes = ThreeFrames();
+    bytes[bytes.size() - 4] = 0x7C;  // the last block's length at its end
+    return bytes;
+}
+
+class CapturesBadInput : public Captures, public ::testing::WithParamInterface<BadCase> {};
+
+TEST_P(CapturesBadInput, IsToldOnceAndTheRestOfTheDiagramGoesOn)
+{
+    const BadCase& c = GetParam();
+    const std::string file = m_folder + "/bad.pcapng";
+    if (!c.missing) pcaplog_test::WriteFile(file, c.bytes);
+    // Beside it, a good file played into a recorder.
+    const std::string good = m_folder + "/good.pcapng";
+    pcaplog_test::WriteFile(good, ThreeFrames());
+    const std::string recording = PlayIntoRecorder(good, "rec.pcapng");
+    Make("CaptureFilePlayer", "bad");
+    Set("bad.file", file);
+    Make("CaptureFileRecorder", "badrec");
+    Set("badrec.file", m_folder + "/badrec.pcapng");
+    Set("badrec.channels", "e:eth");
+    if (!c.dies) Connect("bad.oIf0", "badrec.iEth0");
+    std::string error;
+    engine.Graph().Run(&error);
+    ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == 3; }));
+    if (c.dies) {
+        ASSERT_TRUE(Eventually([&] { return engine.Graph().IsDead("bad"); }));
+    } else {
+        ASSERT_TRUE(Eventually([&] { return Figure("bad.finished") == 1 && Figure("badrec.recorded") == c.played; }));
+    }
+    Shutdown();
+    EXPECT_EQ(engine.GetConsole().CountContaining(file), 1u) << engine.GetConsole().LastError();
+    EXPECT_TRUE(engine.GetConsole().Contains(c.told, c.dies ? VELD::Error : VELD::Warning)) << c.told;
+    EXPECT_EQ(ReadAll(recording).packets.size(), 3u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, CapturesBadInput,
+    ::testing::Values(
+        BadCase{"missing", {}, true, "No such file or directory", true, 0},
+        BadCase{"empty", {}, false, " is empty", true, 0},
+        BadCase{"another link type only", pcaplog_test::PcapFile(147, {{0, "x"}}), false, "no interface to play", true, 0},
+        BadCase{"no frame", pcaplog_test::Pcapng().Section().Interface(1).bytes, false, "holds no frame to play", true, 0},
+        BadCase{"truncated", ThreeFrames().substr(0, ThreeFrames().size() - 30), false, "the file ends inside", false, 2},
+        BadCase{"wrong block length", WrongLength(), false, "at its end; the frames before it are played", false, 2},
+        BadCase{"another link type beside", WithOtherLinkType(), false, "is link type 147, which is not played", false,
+                3}));
+
+// ---------------------------------------------------------------------------
+// The recorder
+
+TEST_F(Captures, TheRecorderRefusesWhatItCanNotWriteWithOneMessage)
+{
+    const struct {
+        const char* file;
+        const char* channels;
+        const char* told;
+    } cases[] = {
+        {"r.pcap", "c:can", "a .pcap file holds one Ethernet channel"},
+        {"r.pcap", "a:eth,b:eth", "a .pcap file holds one Ethernet channel"},
+        {"r.pcapng", "", "no channel to record"},
+        {"r.pcapng", "a:eth,b:wifi", "the channel \"b:wifi\" is not <name>:<eth|can>"},
+        {"r.txt", "a:eth", "neither .pcap nor .pcapng"},
+        {"no/such/folder/r.pcapng", "a:eth", "No such file or directory"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.told);
+        engine.Graph().Clear();
+        engine.GetConsole().ClearCaptured();
+        Make("CaptureFileRecorder", "rec");
+        Set("rec.file", m_folder + "/" + c.file);
+        Set("rec.channels", c.channels);
+        std::string error;
+        engine.Graph().Run(&error);
+        ASSERT_TRUE(Eventually([&] { return engine.Graph().IsDead("rec"); }));
+        EXPECT_EQ(engine.GetConsole().CountContaining(m_folder + "/" + c.file), 1u);
+        EXPECT_TRUE(engine.GetConsole().Contains(c.told, VELD::Error)) << engine.GetConsole().LastError();
+    }
+}
+
+TEST_F(Captures, TheRecorderFlushesWhileItWaitsAndLosesNothingOnStop)
+{
+    Make("CanGenerator", "can");
+    Set("can.count", "40");
+    Set("can.period", "1000");
+    Make("EthGenerator", "eth");
+    Set("eth.count", "60");
+    Set("eth.frames_per_element", "7");
+    const std::string file = m_folder + "/r.pcapng";
+    Make("CaptureFileRecorder", "rec");
+    Set("rec.file", file);
+    Set("rec.channels", "NVX-CAN-2:can,NVX-ETH-2:eth");
+    Set("rec.flush_period", "200000");
+    Connect("can.oCAN", "rec.iCan0");
+    Connect("eth.oEth", "rec.iEth0");
+    Run();
+    // Nothing more comes: what was written reaches the file within a flush
+    // period, while the recorder runs.
+    EXPECT_TRUE(Eventually([&] { return ReadAll(file).packets.size() == 100; }, 10));
+    EXPECT_EQ(Figure("rec.recorded_iCan0"), 40);
+    EXPECT_EQ(Figure("rec.recorded_iEth0"), 60);
+    Shutdown();
+    const ReadOutcome r = ReadAll(file);
+    ASSERT_EQ(r.interfaces.size(), 2u);
+    EXPECT_EQ(r.interfaces[0].name, "NVX-CAN-2");
+    EXPECT_EQ(r.interfaces[1].linkType, 1);
+    EXPECT_EQ(r.packets.size(), 100u);
+}
+
+}  // namespace
+}  // namespace mainjob
