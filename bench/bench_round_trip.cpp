@@ -43,7 +43,7 @@ int main(int argc, char** argv)
     if (!writer->Close()) return std::fprintf(stderr, "%s\n", writer->Error().c_str()), 1;
 
     veldor::cli::BusSession session("bench_round_trip");
-    if (!session.Open(true, &error)) return std::fprintf(stderr, "%s\n", error.c_str()), 1;
+    if (!session.Open({veldor::cli::BusKind::Can}, &error)) return std::fprintf(stderr, "%s\n", error.c_str()), 1;
     veldor::cli::RoundTripSettings settings;
     settings.original = original;
     settings.recording = folder + "/recorded.log";

@@ -1,5 +1,5 @@
-// veldor channels: the CAN channels that the bus library offers, with their
-// descriptions.
+// veldor channels: the CAN channels and the Ethernet interfaces that the bus
+// libraries offer, each with its kind and its description.
 #ifndef VELDOR_CLI_CHANNELS_COMMAND_H
 #define VELDOR_CLI_CHANNELS_COMMAND_H
 

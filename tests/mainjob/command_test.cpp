@@ -50,12 +50,14 @@ TEST_F(Command, ChannelsListsTheBusWithDescriptions)
     const CommandResult r = Veldor({"channels"});
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.err, "");
-    for (const char* line : {"NVX-CAN-1   Vendor: Norvex; Interface: NVX CAN FD Interface 4",
-                             "NVX-VIRT-1  Vendor: Norvex; Interface: Virtual", "ORV-CAN-1   Vendor: Orvik Labs"})
+    for (const char* line : {"NVX-CAN-1   CAN       Vendor: Norvex; Interface: NVX CAN FD Interface 4",
+                             "NVX-VIRT-1  CAN       Vendor: Norvex; Interface: Virtual",
+                             "ORV-CAN-1   CAN       Vendor: Orvik Labs"})
         EXPECT_NE(r.out.find(line), std::string::npos) << r.out;
     const CommandResult elsewhere = Veldor({"channels", "--ip", "10.9.9.9"});
     EXPECT_EQ(elsewhere.code, 1);
-    EXPECT_EQ(elsewhere.err, "veldor channels: the bus library offers no CAN channel at 10.9.9.9\n");
+    EXPECT_EQ(elsewhere.err,
+              "veldor channels: the bus libraries offer no CAN channel and no Ethernet interface at 10.9.9.9\n");
 }
 
 TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)

@@ -42,7 +42,7 @@ TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
 
     veldor::cli::BusSession session("round trip");
     std::string error;
-    ASSERT_TRUE(session.Open(true, &error)) << error;
+    ASSERT_TRUE(session.Open({veldor::cli::BusKind::Can}, &error)) << error;
     veldor::cli::RoundTripSettings settings;
     settings.original = folder + "/loaded.asc";
     settings.recording = folder + "/recorded.log";
