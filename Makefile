@@ -3,7 +3,8 @@
 
 PACKAGES := cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libpcre3-dev \
             libboost-dev libboost-filesystem-dev libboost-system-dev libx11-dev \
-            python3-can clang libclang-rt-14-dev libpcap0.8-dev tcpdump tshark python3-scapy zlib1g-dev
+            python3-can clang libclang-rt-14-dev zlib1g-dev \
+            libdeflate-dev libpcap0.8-dev iproute2 tcpdump tcpreplay tshark python3-scapy
 JOBS       ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 CMAKE_ARGS ?=
@@ -74,7 +75,7 @@ fuzz: build
 	  tests/fuzz/run_fuzz.sh "$$program" $(FUZZ_SECONDS) "$$seeds" build/fuzz/artifacts || exit 1; \
 	done < build/fuzz-targets
 
-# The CAN bus access simulator at the package's fixed path. Never replaces
+# The simulated bus access libraries at the package's fixed paths. Never replaces
 # or removes a library that it did not install itself (tools/install-sim).
 install-sim: build
 	$(SUDO) tools/install-sim install build/sim-libraries

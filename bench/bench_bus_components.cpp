@@ -32,6 +32,7 @@
 
 #include "Engine.h"
 #include "NxBusLibraryPaths.h"
+#include "OnSimulatedBus.h"
 
 namespace {
 
@@ -111,15 +112,15 @@ private:
 };
 
 struct Percentiles {
-    long long p50, p99, max;
+    long long p50, p99, p999, max;
 };
 
 Percentiles Of(std::vector<long long> values)
 {
-    if (values.empty()) return {0, 0, 0};
+    if (values.empty()) return {0, 0, 0, 0};
     std::sort(values.begin(), values.end());
     auto at = [&](double q) { return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1))]; };
-    return {at(0.5), at(0.99), values.back()};
+    return {at(0.5), at(0.99), at(0.999), values.back()};
 }
 
 // ---------------------------------------------------------------------------
@@ -224,8 +225,9 @@ void Latency()
 
 void Replay()
 {
-    std::printf("\nSynchronised replay: emission minus schedule (us), frames more than 1 ms late\n");
-    std::printf("  %-10s %8s %8s %8s %8s %8s %8s\n", "path", "frames", "p50", "p99", "max", "min", "late");
+    std::printf("\nSynchronised replay: emission minus schedule (us), frames more than 1 ms late;\n"
+                "goals on an idle machine: p99 below 100 us, p99.9 below 1 ms\n");
+    std::printf("  %-10s %8s %8s %8s %8s %8s %8s %8s\n", "path", "frames", "p50", "p99", "p99.9", "max", "min", "late");
     const long long logStart = 1000000, period = 1000, frameTime = 270;  // 8-byte standard frame at 500 kbit/s
     const int count = 2000;
     for (bool highSpeed : {false, true}) {
@@ -273,11 +275,14 @@ void Replay()
         }
         std::remove(csv.c_str());
         rmdir(folder);
-        const Percentiles p = Of(errors);
+        std::vector<long long> magnitudes;
+        for (long long e : errors) magnitudes.push_back(e < 0 ? -e : e);
+        const Percentiles p = Of(magnitudes);
         const long long late = std::count_if(errors.begin(), errors.end(), [](long long e) { return e > 1000; });
         const long long min = errors.empty() ? 0 : *std::min_element(errors.begin(), errors.end());
-        std::printf("  %-10s %8zu %8lld %8lld %8lld %8lld %8lld\n", highSpeed ? "high-speed" : "normal",
-                    errors.size(), p.p50, p.p99, p.max, min, late);
+        std::printf("  %-10s %8zu %8lld %8lld %8lld %8lld %8lld %8lld   p99 %s, p99.9 %s\n",
+                    highSpeed ? "high-speed" : "normal", errors.size(), p.p50, p.p99, p.p999, p.max, min, late,
+                    p.p99 < 100 ? "pass" : "MISS", p.p999 < 1000 ? "pass" : "MISS");
         std::fflush(stdout);
     }
 }
@@ -286,21 +291,7 @@ void Replay()
 
 int main(int argc, char** argv)
 {
-    if (access(kLibrary, R_OK) != 0) {
-        if (std::getenv("VELDOR_BENCH_ON_SIM")) {
-            std::fprintf(stderr, "bench_bus_components: no CAN library at %s\n", kLibrary);
-            return 1;
-        }
-        // Onto the simulated bus, once.
-        setenv("VELDOR_BENCH_ON_SIM", "1", 1);
-        std::vector<char*> args{const_cast<char*>(VELDOR_WITH_SIM_BUS), const_cast<char*>("--libraries"),
-                                const_cast<char*>(VELDOR_SIM_LIBRARIES), const_cast<char*>("--")};
-        for (int i = 0; i < argc; ++i) args.push_back(argv[i]);
-        args.push_back(nullptr);
-        execv(VELDOR_WITH_SIM_BUS, args.data());
-        std::perror("bench_bus_components: tools/with-sim-bus");
-        return 1;
-    }
+    veldor_bench::OnSimulatedBus(kLibrary, argc, argv, "bench_bus_components");
     const std::string only = argc > 1 ? argv[1] : "";
     if (only.empty() || only == "throughput") Throughput();
     if (only.empty() || only == "latency") Latency();

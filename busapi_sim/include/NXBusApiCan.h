@@ -159,10 +159,16 @@
  *     Reserved[0]: frames emitted late (low 32 bits).
  *     Reserved[1]: records waiting in the replay queue.
  *     Reserved[2]: 1 if the high-speed path is in use, else 0.
+ *     Reserved[3]: microseconds the replay thread spent spinning to the
+ *       frames' times (low 32 bits): what emission on time costs.
  *     ulValidInfoFlags: NXCAN_REPLAY_INFO_VALID_ALL.
  *   High-speed path: NXCAN_RegisterReplayChannel honours highSpeed only for
  *   a channel with capability bit 8; otherwise it is ignored. The high-speed
- *   path has a four times larger replay queue and a tighter emission timer.
+ *   path has a four times larger replay queue.
+ *   Emission: the replay thread sleeps until shortly before a frame's time
+ *   (timer slack 1 ns), then spins to it; it runs at real-time priority
+ *   (SCHED_FIFO, replay_realtime_priority, default 10) where the system
+ *   allows it, and without where not.
  *
  * ERRORS
  *   Every operation returns 0 or an error code. -1 means a vendor-specific

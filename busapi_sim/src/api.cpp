@@ -6,7 +6,6 @@
 
 #include "NXBusApiCan.h"
 #include "sim_frame.h"
-#include "sim_replay.h"
 #include "simulator.h"
 
 using nxsim::Channel;
@@ -15,67 +14,22 @@ using nxsim::Simulator;
 
 namespace {
 
-void CopyText(const std::string& text, char* out)
-{
-    const size_t n = std::min(text.size(), static_cast<size_t>(NXCAN_TEXT_BUFFER_SIZE - 1));
-    std::memcpy(out, text.data(), n);
-    out[n] = '\0';
-}
-
-// Runs `body` with no channel: configuration loaded, fault checked, and
-// exceptions (memory) turned into a code.
 template <typename Body>
 NXTCanError Global(const char* operation, const std::string& faultChannel, Body body)
 {
-    try {
-        Simulator& sim = Simulator::Instance();
-        if (const NXTCanError rc = sim.Ready(); rc != NXCAN_SUCCESS)
-            return rc;
-        const FaultAction fault = sim.CheckFault(operation, faultChannel);
-        if (fault.fail)
-            return sim.ApplyFault(fault, nullptr);
-        return body(sim, fault);
-    } catch (...) {
-        return NXCAN_ERR_GENERIC;
-    }
+    return nxsim::LibraryCall<Simulator>(operation, faultChannel, body);
 }
 
-// Runs `body` on the channel of `handle`; `onFault` fixes up outputs when an
-// injected fault answers instead.
-template <typename Body, typename OnFault>
-NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Body body, OnFault onFault)
+template <typename... Rest>
+NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Rest... rest)
 {
-    try {
-        Simulator& sim = Simulator::Instance();
-        if (const NXTCanError rc = sim.Ready(); rc != NXCAN_SUCCESS)
-            return rc;
-        const std::shared_ptr<Channel> channel = sim.Find(handle);
-        const FaultAction fault = sim.CheckFault(operation, channel ? channel->Config().id : std::string());
-        if (fault.fail) {
-            onFault();
-            return sim.ApplyFault(fault, channel.get());
-        }
-        if (!channel)
-            return NXCAN_ERR_INVALID_HANDLE;
-        return body(sim, *channel, fault);
-    } catch (...) {
-        return NXCAN_ERR_GENERIC;
-    }
-}
-
-template <typename Body>
-NXTCanError WithChannel(const char* operation, NXTCanHandle handle, Body body)
-{
-    return WithChannel(operation, handle, body, [] {});
+    return nxsim::ObjectCall<Simulator>(operation, handle, rest...);
 }
 
 template <typename Body>
 NXTCanError WithReplay(const char* operation, NXTCanHandle handle, Body body)
 {
-    return WithChannel(operation, handle, [&](Simulator& sim, Channel& ch, const FaultAction& fault) {
-        nxsim::Replay* replay = ch.GetReplay();
-        return replay == nullptr ? NXCAN_ERR_NOT_REPLAY_CHANNEL : body(*replay, fault);
-    });
+    return nxsim::ReplayCall<Simulator>(operation, handle, NXCAN_ERR_NOT_REPLAY_CHANNEL, body);
 }
 
 }  // namespace
@@ -276,15 +230,17 @@ NXCAN_API NXTCanError NXCAN_FlushTransmitQueue(NXTCanHandle handle)
 NXCAN_API NXTCanError NXCAN_SetReplayStartTime(NXTCanHandle handle, uint64_t startTime, uint64_t offset,
                                                NXECanReplayStartOptions option, uint64_t)
 {
-    return WithReplay("NXCAN_SetReplayStartTime", handle, [&](nxsim::Replay& replay, const FaultAction&) {
-        return replay.SetStartTime(startTime, offset, option);
+    return WithReplay("NXCAN_SetReplayStartTime", handle, [&](nxsim::ReplayEngine& replay, const FaultAction&) {
+        return Simulator::Instance().Code(replay.SetStartTime(startTime, offset, option));
     });
 }
 
 NXCAN_API NXTCanError NXCAN_SetReplayStopTime(NXTCanHandle handle, uint64_t stopTime)
 {
-    return WithReplay("NXCAN_SetReplayStopTime", handle,
-                      [&](nxsim::Replay& replay, const FaultAction&) { return replay.SetStopTime(stopTime); });
+    return WithReplay("NXCAN_SetReplayStopTime", handle, [&](nxsim::ReplayEngine& replay, const FaultAction&) {
+        replay.SetStopTime(stopTime);
+        return NXCAN_SUCCESS;
+    });
 }
 
 NXCAN_API NXTCanError NXCAN_ReplayStreamData(NXTCanHandle handle, uint32_t* size, uint8_t* data)
@@ -293,11 +249,11 @@ NXCAN_API NXTCanError NXCAN_ReplayStreamData(NXTCanHandle handle, uint32_t* size
         return NXCAN_ERR_INVALID_ARGUMENT;
     const uint32_t offered = *size;
     *size = 0;
-    return WithReplay("NXCAN_ReplayStreamData", handle, [&](nxsim::Replay& replay, const FaultAction& fault) {
+    return WithReplay("NXCAN_ReplayStreamData", handle, [&](nxsim::ReplayEngine& replay, const FaultAction& fault) {
         if (offered > 0 && data == nullptr)
             return NXCAN_ERR_INVALID_ARGUMENT;
         *size = offered;
-        return replay.Stream(size, data, fault.consumeRecords);
+        return Simulator::Instance().Code(replay.Stream(size, data, fault.consumeRecords));
     });
 }
 
@@ -322,34 +278,19 @@ NXCAN_API NXTCanError NXCAN_ReplayInitHeader(NXSCanReplayData* record, bool endO
 
 NXCAN_API NXTCanError NXCAN_GetReplayStateInfo(NXTCanHandle handle, NXSCanReplayStatusInfo* info)
 {
-    return WithReplay("NXCAN_GetReplayStateInfo", handle, [&](nxsim::Replay& replay, const FaultAction&) {
+    return WithReplay("NXCAN_GetReplayStateInfo", handle, [&](nxsim::ReplayEngine& replay, const FaultAction&) {
         if (info == nullptr)
             return NXCAN_ERR_INVALID_ARGUMENT;
-        replay.Status(info);
+        nxsim::FillReplayStatus(replay.Status(), NXCAN_REPLAY_INFO_VALID_ALL, info);
         return NXCAN_SUCCESS;
     });
 }
 
 NXCAN_API NXTCanError NXCAN_GetLastVendorSpecificError(NXTCanHandle handle, int32_t* code, char* text)
 {
-    if (code == nullptr || text == nullptr)
-        return NXCAN_ERR_INVALID_ARGUMENT;
-    std::string message;
-    NXTCanError rc;
-    if (handle == NXCAN_INVALID_HANDLE) {
-        rc = Global("NXCAN_GetLastVendorSpecificError", {}, [&](Simulator& sim, const FaultAction&) {
-            sim.LastVendorError().Get(code, &message);
-            return NXCAN_SUCCESS;
-        });
-    } else {
-        rc = WithChannel("NXCAN_GetLastVendorSpecificError", handle, [&](Simulator&, Channel& ch, const FaultAction&) {
-            ch.LastVendorError().Get(code, &message);
-            return NXCAN_SUCCESS;
-        });
-    }
-    if (rc == NXCAN_SUCCESS)
-        CopyText(message, text);
-    return rc;
+    Simulator& sim = Simulator::Instance();
+    return nxsim::VendorErrorCall(sim, sim.Handles(), "NXCAN_GetLastVendorSpecificError", handle, code, text,
+                                  NXCAN_TEXT_BUFFER_SIZE);
 }
 
 NXCAN_API NXTCanError NXCAN_ConvertBaudrateToBitTimingParameters(uint32_t clockFrequency, uint32_t baudrate,
@@ -373,21 +314,7 @@ NXCAN_API NXTCanError NXCAN_ConvertBitTimingParametersToBaudrate(uint32_t clockF
 
 NXCAN_API NXTCanError NXCAN_GetErrorText(NXTCanError error, char* text)
 {
-    if (text == nullptr)
-        return NXCAN_ERR_INVALID_ARGUMENT;
-    Simulator& sim = Simulator::Instance();
-    // The texts do not need a valid configuration; injected faults do.
-    if (sim.Ready() == NXCAN_SUCCESS) {
-        const FaultAction fault = sim.CheckFault("NXCAN_GetErrorText", {});
-        if (fault.fail)
-            return sim.ApplyFault(fault, nullptr);
-    }
-    try {
-        CopyText(sim.ErrorText(error), text);
-    } catch (...) {
-        return NXCAN_ERR_GENERIC;
-    }
-    return NXCAN_SUCCESS;
+    return nxsim::ErrorTextCall(Simulator::Instance(), "NXCAN_GetErrorText", error, text, NXCAN_TEXT_BUFFER_SIZE);
 }
 
 }  // extern "C"

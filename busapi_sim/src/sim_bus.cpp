@@ -1,10 +1,9 @@
 #include "sim_bus.h"
 
-#include <sys/prctl.h>
-
 #include <algorithm>
 #include <chrono>
 
+#include "deadline_pacer.h"
 #include "sim_channel.h"
 #include "sim_frame.h"
 
@@ -12,14 +11,9 @@ namespace nxsim {
 
 namespace {
 
-uint64_t Fnv1a(uint64_t hash, const void* data, size_t size)
+size_t AlignUp(size_t v)
 {
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    for (size_t i = 0; i < size; ++i) {
-        hash ^= bytes[i];
-        hash *= 1099511628211ull;
-    }
-    return hash;
+    return (v + 63) & ~size_t{63};
 }
 
 uint64_t RoundUpPow2(uint64_t v)
@@ -37,23 +31,27 @@ constexpr int64_t kIdleWaitNs = 50000000;  // re-check at least this often
 
 Bus::Bus(const BusConfig& config, const std::vector<ChannelConfig>& channels, const std::string& nameSpace,
          const HardwareClock& clock)
-    : m_config(config), m_clock(clock), m_shmName("/nxbusapi-sim." + nameSpace + "." + config.name)
+    : m_config(config),
+      m_clock(clock),
+      m_shmName("/nxbusapi-sim." + nameSpace + "." + config.name),
+      m_txLimit(config.txQueueLimit)
 {
-    m_layout.channelCount = static_cast<uint32_t>(config.channels.size());
-    m_layout.txLimit = config.txQueueLimit;
+    const uint32_t channelCount = static_cast<uint32_t>(config.channels.size());
     // Room for every frame that can be scheduled ahead, four times over, so
     // that a frame is long delivered before its slot is used again.
-    m_layout.ringCapacity =
-        RoundUpPow2(std::max<uint64_t>(16384, 4ull * m_layout.channelCount * m_layout.txLimit));
-    uint64_t key = 1469598103934665603ull;
-    key = Fnv1a(key, config.name.data(), config.name.size());
-    key = Fnv1a(key, &config.bitrate, sizeof config.bitrate);
-    key = Fnv1a(key, &config.dataBitrate, sizeof config.dataBitrate);
-    key = Fnv1a(key, &m_layout.txLimit, sizeof m_layout.txLimit);
-    key = Fnv1a(key, &m_layout.ringCapacity, sizeof m_layout.ringCapacity);
+    m_ringCapacity = RoundUpPow2(std::max<uint64_t>(16384, 4ull * channelCount * m_txLimit));
+    m_layout.slots = channelCount;
+    m_layout.payloadBytes = AlignUp(sizeof(BusState)) + AlignUp(sizeof(PendingEntry) * channelCount * m_txLimit) +
+                            sizeof(WireFrame) * m_ringCapacity;
+    uint64_t key = kHashSeed;
+    key = HashBytes(key, config.name.data(), config.name.size());
+    key = HashBytes(key, &config.bitrate, sizeof config.bitrate);
+    key = HashBytes(key, &config.dataBitrate, sizeof config.dataBitrate);
+    key = HashBytes(key, &m_txLimit, sizeof m_txLimit);
+    key = HashBytes(key, &m_ringCapacity, sizeof m_ringCapacity);
     for (size_t index : config.channels) {
         const std::string& id = channels[index].id;
-        key = Fnv1a(key, id.c_str(), id.size() + 1);
+        key = HashBytes(key, id.c_str(), id.size() + 1);
     }
     m_layout.key = key;
 }
@@ -73,17 +71,21 @@ NXTCanError Bus::EnsureAttached(std::string* error)
     std::lock_guard<std::mutex> lock(m_attachMutex);
     if (m_segment)
         return NXCAN_SUCCESS;
-    const NXTCanError rc = BusSegment::Attach(m_shmName, m_layout, &m_segment, error);
-    if (rc != NXCAN_SUCCESS)
-        return rc;
+    if (!SharedSegment::Attach(m_shmName, m_layout, &m_segment, error))
+        return NXCAN_ERR_BUS_UNAVAILABLE;
+    auto* bytes = static_cast<uint8_t*>(m_segment->Payload());
+    m_state = reinterpret_cast<BusState*>(bytes);
+    m_pending = reinterpret_cast<PendingEntry*>(bytes + AlignUp(sizeof(BusState)));
+    m_ring = reinterpret_cast<WireFrame*>(bytes + AlignUp(sizeof(BusState)) +
+                                          AlignUp(sizeof(PendingEntry) * m_layout.slots * m_txLimit));
     // Deliver from the frames that are still on their way; computed here, so
     // that nothing placed after the attachment can be missed.
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     seg.Lock();
-    uint64_t first = seg.Header()->nextSeq;
+    uint64_t first = m_state->nextSeq;
     const int64_t now = MonotonicNs();
-    const uint64_t oldest = first > m_layout.ringCapacity ? first - m_layout.ringCapacity : 0;
-    while (first > oldest && seg.Ring(first - 1).seq == first - 1 && seg.Ring(first - 1).endNs > now)
+    const uint64_t oldest = first > m_ringCapacity ? first - m_ringCapacity : 0;
+    while (first > oldest && Ring(first - 1).seq == first - 1 && Ring(first - 1).endNs > now)
         --first;
     seg.Unlock();
     m_delivery = std::thread([this, first] { DeliveryLoop(first); });
@@ -92,19 +94,14 @@ NXTCanError Bus::EnsureAttached(std::string* error)
 
 NXTCanError Bus::Claim(uint32_t channel, std::string* error)
 {
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     seg.Lock();
-    ChannelSlot& slot = seg.Slot(channel);
-    if (slot.owner.pid != 0 && !ProcessAlive(slot.owner))
-        seg.ReleaseDead();
-    const ProcessId owner = slot.owner;
-    if (owner.pid == 0) {
-        slot.owner = SelfProcessId();
-        slot.pendingHead = 0;
-        slot.pendingCount = 0;
-    }
+    ProcessId owner;
+    const bool claimed = seg.ClaimLocked(channel, &owner);
+    if (claimed)
+        m_state->pending[channel] = PendingQueue{0, 0};
     seg.Unlock();
-    if (owner.pid == 0)
+    if (claimed)
         return NXCAN_SUCCESS;
     *error = "channel in use by process " + std::to_string(owner.pid);
     return NXCAN_ERR_CHANNEL_IN_USE;
@@ -112,27 +109,27 @@ NXTCanError Bus::Claim(uint32_t channel, std::string* error)
 
 void Bus::Release(uint32_t channel)
 {
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     seg.Lock();
-    seg.Slot(channel).owner = ProcessId{};
+    seg.ReleaseLocked(channel);
     seg.Unlock();
 }
 
 void Bus::PrunePendingLocked(uint32_t source, int64_t now)
 {
-    ChannelSlot& slot = m_segment->Slot(source);
-    const PendingEntry* pending = m_segment->Pending(source);
-    while (slot.pendingCount > 0 && pending[slot.pendingHead].endNs <= now) {
-        slot.pendingHead = (slot.pendingHead + 1) % m_layout.txLimit;
-        --slot.pendingCount;
+    PendingQueue& queue = m_state->pending[source];
+    const PendingEntry* pending = Pending(source);
+    while (queue.count > 0 && pending[queue.head].endNs <= now) {
+        queue.head = (queue.head + 1) % m_txLimit;
+        --queue.count;
     }
 }
 
 void Bus::PlaceLocked(uint32_t source, bool takesNoBusTime, WireFrame* frames, size_t count, int64_t now)
 {
-    SegmentHeader* h = m_segment->Header();
-    ChannelSlot& slot = m_segment->Slot(source);
-    PendingEntry* pending = m_segment->Pending(source);
+    BusState* h = m_state;
+    PendingQueue& queue = h->pending[source];
+    PendingEntry* pending = Pending(source);
     for (size_t i = 0; i < count; ++i) {
         WireFrame& f = frames[i];
         FrameShape shape;
@@ -157,19 +154,19 @@ void Bus::PlaceLocked(uint32_t source, bool takesNoBusTime, WireFrame* frames, s
         f.endNs = end;
         f.source = source;
         f.cancelled = 0;
-        m_segment->Ring(f.seq) = f;
-        pending[(slot.pendingHead + slot.pendingCount) % m_layout.txLimit] = PendingEntry{f.seq, start, end};
-        ++slot.pendingCount;
+        Ring(f.seq) = f;
+        pending[(queue.head + queue.count) % m_txLimit] = PendingEntry{f.seq, start, end};
+        ++queue.count;
     }
 }
 
 NXTCanError Bus::Transmit(uint32_t source, bool takesNoBusTime, WireFrame* frames, size_t count)
 {
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     seg.Lock();
     const int64_t now = MonotonicNs();
     PrunePendingLocked(source, now);
-    if (seg.Slot(source).pendingCount + count > m_layout.txLimit) {
+    if (m_state->pending[source].count + count > m_txLimit) {
         seg.Unlock();
         return NXCAN_ERR_TX_QUEUE_FULL;
     }
@@ -182,19 +179,19 @@ NXTCanError Bus::Transmit(uint32_t source, bool takesNoBusTime, WireFrame* frame
 NXTCanError Bus::TransmitWaiting(uint32_t source, bool takesNoBusTime, WireFrame& frame,
                                  const std::function<bool()>& abandon)
 {
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     for (;;) {
         seg.Lock();
         const int64_t now = MonotonicNs();
         PrunePendingLocked(source, now);
-        const ChannelSlot& slot = seg.Slot(source);
-        if (slot.pendingCount < m_layout.txLimit) {
+        const PendingQueue& queue = m_state->pending[source];
+        if (queue.count < m_txLimit) {
             PlaceLocked(source, takesNoBusTime, &frame, 1, now);
             seg.Unlock();
             seg.WakeAll();
             return NXCAN_SUCCESS;
         }
-        const int64_t due = seg.Pending(source)[slot.pendingHead].endNs;
+        const int64_t due = Pending(source)[queue.head].endNs;
         seg.Unlock();
         if (abandon())
             return NXCAN_ERR_WRONG_STATE;
@@ -206,29 +203,29 @@ void Bus::WithdrawPending(uint32_t source)
 {
     if (!m_segment)
         return;
-    BusSegment& seg = *m_segment;
+    SharedSegment& seg = *m_segment;
     seg.Lock();
     const int64_t now = MonotonicNs();
     PrunePendingLocked(source, now);
-    ChannelSlot& slot = seg.Slot(source);
-    const PendingEntry* pending = seg.Pending(source);
-    SegmentHeader* h = seg.Header();
+    PendingQueue& queue = m_state->pending[source];
+    const PendingEntry* pending = Pending(source);
+    BusState* h = m_state;
     // The withdrawn frames at the very end of the wire schedule give their
     // wire time back; wire time reserved before other frames stays idle.
     uint64_t tail = h->nextSeq;
     int64_t freedFrom = -1;
-    while (slot.pendingCount > 0) {
-        const PendingEntry& last = pending[(slot.pendingHead + slot.pendingCount - 1) % m_layout.txLimit];
+    while (queue.count > 0) {
+        const PendingEntry& last = pending[(queue.head + queue.count - 1) % m_txLimit];
         if (last.startNs <= now)
             break;  // already on the wire
-        WireFrame& f = seg.Ring(last.seq);
+        WireFrame& f = Ring(last.seq);
         if (f.seq == last.seq)
             f.cancelled = 1;
         if (last.seq + 1 == tail) {
             tail = last.seq;
             freedFrom = last.startNs;
         }
-        --slot.pendingCount;
+        --queue.count;
     }
     if (freedFrom >= 0) {
         h->busyUntilNs = freedFrom;
@@ -239,7 +236,7 @@ void Bus::WithdrawPending(uint32_t source)
 
 void Bus::AccountLoadLocked(int64_t start, int64_t end, int64_t now)
 {
-    SegmentHeader* h = m_segment->Header();
+    BusState* h = m_state;
     const int64_t horizon = now / kLoadBucketNs + (kLoadBuckets - kLoadWindowBuckets - 4);
     for (int64_t e = start / kLoadBucketNs; e <= (end - 1) / kLoadBucketNs && e <= horizon; ++e) {
         LoadBucket& b = h->load[e % kLoadBuckets];
@@ -253,7 +250,7 @@ void Bus::AccountLoadLocked(int64_t start, int64_t end, int64_t now)
 
 uint8_t Bus::LoadPercentLocked(int64_t now) const
 {
-    const SegmentHeader* h = m_segment->Header();
+    const BusState* h = m_state;
     const int64_t current = now / kLoadBucketNs;
     int64_t busy = 0;
     for (int64_t e = current - kLoadWindowBuckets; e < current; ++e) {
@@ -280,9 +277,9 @@ void Bus::RemoveReceiver(const Channel* channel)
 
 void Bus::DeliveryLoop(uint64_t firstSeq)
 {
-    prctl(PR_SET_TIMERSLACK, 1000UL, 0, 0, 0);  // deliver close to the end of frame
-    BusSegment& seg = *m_segment;
-    const uint64_t capacity = m_layout.ringCapacity;
+    PrepareTimingThread("nxsim-delivery", 0);  // deliver close to the end of frame
+    SharedSegment& seg = *m_segment;
+    const uint64_t capacity = m_ringCapacity;
     std::vector<WireFrame> batch;
     batch.reserve(kDeliveryBatch);
     std::vector<std::shared_ptr<Channel>> receivers;
@@ -292,7 +289,7 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
     while (!m_stop) {
         seg.Lock();
         const int64_t now = MonotonicNs();
-        const uint64_t next = seg.Header()->nextSeq;
+        const uint64_t next = m_state->nextSeq;
         uint64_t lost = 0;
         if (next - cursor > capacity) {
             lost = next - capacity - cursor;
@@ -300,7 +297,7 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
         }
         int64_t deadline = now + kIdleWaitNs;
         while (cursor < next && batch.size() < kDeliveryBatch) {
-            const WireFrame& f = seg.Ring(cursor);
+            const WireFrame& f = Ring(cursor);
             if (f.seq != cursor) {  // overwritten: this process fell behind
                 ++lost;
                 ++cursor;

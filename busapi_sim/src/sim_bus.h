@@ -1,6 +1,9 @@
-// One bus as this process sees it: the attachment to the bus's shared
+// One CAN bus as this process sees it: the attachment to the bus's shared
 // segment, the wire (placing frames in time), and the delivery thread that
 // hands frames to this process's channels when their end of frame is due.
+//
+// The bus's part of the segment: BusState, then PendingEntry[channels *
+// txLimit], then WireFrame[ringCapacity]; a channel is a slot of the segment.
 #pragma once
 
 #include <atomic>
@@ -12,13 +15,60 @@
 #include <thread>
 #include <vector>
 
-#include "sim_clock.h"
+#include "NXBusApiCan.h"
+#include "hardware_clock.h"
+#include "shared_segment.h"
 #include "sim_config.h"
-#include "sim_segment.h"
 
 namespace nxsim {
 
 class Channel;
+
+// One frame on the wire.
+struct WireFrame {
+    uint64_t seq;
+    int64_t startNs;     // CLOCK_MONOTONIC
+    int64_t endNs;       // end of frame: the reception time
+    uint32_t source;     // channel index on the bus
+    uint32_t cancelled;  // withdrawn before it began
+    uint32_t id;
+    uint32_t extended;
+    uint32_t fd;
+    uint32_t brs;
+    uint32_t remote;
+    uint16_t dlc;
+    uint16_t reserved;
+    uint8_t data[64];
+};
+
+struct PendingEntry {
+    uint64_t seq;
+    int64_t startNs;
+    int64_t endNs;
+};
+
+struct LoadBucket {
+    int64_t epoch;
+    int64_t busyNs;
+};
+
+constexpr int kLoadBuckets = 64;
+constexpr int64_t kLoadBucketNs = 50000000;  // 50 ms
+constexpr int kLoadWindowBuckets = 20;       // one second
+constexpr uint32_t kMaxChannelsPerBus = 32;
+
+struct PendingQueue {
+    uint32_t head;  // ring of txLimit PendingEntry
+    uint32_t count;
+};
+
+struct BusState {
+    uint64_t nextSeq;
+    int64_t busyUntilNs;  // end of the last frame that took bus time
+    int64_t lastEndNs;    // end of the last frame of any kind
+    LoadBucket load[kLoadBuckets];
+    PendingQueue pending[kMaxChannelsPerBus];
+};
 
 class Bus {
 public:
@@ -54,7 +104,7 @@ public:
     void RemoveReceiver(const Channel* channel);
 
     // For tests that need the segment itself (e.g. to hold its lock).
-    BusSegment* SegmentForTests() { return m_segment.get(); }
+    SharedSegment* SegmentForTests() { return m_segment.get(); }
 
 private:
     void DeliveryLoop(uint64_t firstSeq);
@@ -63,13 +113,21 @@ private:
     void AccountLoadLocked(int64_t start, int64_t end, int64_t now);
     uint8_t LoadPercentLocked(int64_t now) const;
 
+    PendingEntry* Pending(uint32_t channel) const { return m_pending + static_cast<size_t>(channel) * m_txLimit; }
+    WireFrame& Ring(uint64_t seq) const { return m_ring[seq & (m_ringCapacity - 1)]; }
+
     BusConfig m_config;
     HardwareClock m_clock;
     std::string m_shmName;
     SegmentLayout m_layout;
+    uint32_t m_txLimit;
+    uint64_t m_ringCapacity;
 
     std::mutex m_attachMutex;
-    std::unique_ptr<BusSegment> m_segment;
+    std::unique_ptr<SharedSegment> m_segment;
+    BusState* m_state = nullptr;
+    PendingEntry* m_pending = nullptr;
+    WireFrame* m_ring = nullptr;
     std::thread m_delivery;
     std::atomic<bool> m_stop{false};
 

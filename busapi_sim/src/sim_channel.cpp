@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "sim_bus.h"
 #include "sim_frame.h"
-#include "sim_replay.h"
 
 namespace nxsim {
 
@@ -60,8 +58,8 @@ NXTCanError MakeWireFrame(uint32_t messageType, uint32_t id, uint32_t idType, ui
     return NXCAN_SUCCESS;
 }
 
-Channel::Channel(NXTCanHandle handle, const ChannelConfig& config, Bus& bus)
-    : m_handle(handle), m_config(config), m_bus(bus), m_index(static_cast<uint32_t>(config.indexInBus))
+Channel::Channel(const ChannelConfig& config, Bus& bus)
+    : m_config(config), m_bus(bus), m_index(static_cast<uint32_t>(config.indexInBus))
 {
     m_bitrate = bus.Config().bitrate;
     m_dataBitrate = bus.Config().dataBitrate;
@@ -291,19 +289,58 @@ NXTCanError Channel::FlushTransmit()
     return NXCAN_SUCCESS;
 }
 
-void Channel::MakeReplay(uint32_t queueLimit, bool highSpeed, int64_t lateThresholdNs)
+void Channel::MakeReplay(const ReplaySettings& settings)
 {
-    m_replay = std::make_unique<Replay>(*this, m_bus.Clock(), queueLimit, highSpeed, lateThresholdNs);
+    m_replay = std::make_unique<ReplayEngine>(static_cast<ReplayBus&>(*this), m_bus.Clock(), settings);
 }
 
-NXTCanError Channel::EmitReplayFrame(WireFrame& frame, const std::function<bool()>& abandon)
+StreamRecord Channel::ReadRecord(const uint8_t* data, uint32_t available)
 {
+    StreamRecord record;
+    if (available < sizeof(NXSCanReplayData)) {
+        record.kind = StreamRecord::Kind::Incomplete;
+        return record;
+    }
+    NXSCanReplayData head;
+    std::memcpy(&head, data, sizeof head);
+    const uint32_t expected = ReplayRecordSize(head.tMsgHeader.usDLC);
+    if ((head.tHeader.reserved1 & 0xFFFFFF00u) != NXCAN_REPLAY_RECORD_MARK || expected == 0 ||
+        head.tHeader.ulSize != expected)
+        return record;  // corrupt
+    record.size = expected;
+    if (available < expected) {
+        record.kind = StreamRecord::Kind::Incomplete;
+        return record;
+    }
+    record.timestamp = head.tHeader.ui64Timestamp;
+    if ((head.tHeader.reserved1 & NXCAN_REPLAY_RECORD_END_OF_STREAM) != 0) {
+        record.kind = StreamRecord::Kind::EndOfStream;
+        return record;
+    }
+    const NXSCanReplayMsgHeader& msg = head.tMsgHeader;
+    const char* reason = nullptr;
+    if (MakeWireFrame(msg.tMessageType, msg.ulCanId, msg.tMsgFormat, msg.ulFlags, msg.usDLC,
+                      data + offsetof(NXSCanReplayData, ui64StartOfMsgData), m_replayScratch,
+                      &reason) != NXCAN_SUCCESS) {
+        record.kind = StreamRecord::Kind::InvalidContents;
+        return record;
+    }
+    record.kind = StreamRecord::Kind::Frame;
+    record.payload = &m_replayScratch;
+    record.payloadSize = sizeof m_replayScratch;
+    return record;
+}
+
+bool Channel::EmitFrame(const uint8_t* payload, uint32_t size, const std::function<bool()>& abandon)
+{
+    WireFrame frame;
+    std::memcpy(&frame, payload, sizeof frame);
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_state != State::Active || !RatesMatchLocked() || (frame.fd && !m_fd))
-            return NXCAN_ERR_WRONG_STATE;
+            return false;
     }
-    return m_bus.TransmitWaiting(m_index, m_config.IsVirtual(), frame, abandon);
+    return m_bus.TransmitWaiting(m_index, m_config.IsVirtual(), frame, abandon) == NXCAN_SUCCESS;
 }
 
 void Channel::SignalLocked()

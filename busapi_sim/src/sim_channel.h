@@ -10,47 +10,23 @@
 #include <vector>
 
 #include "NXBusApiCan.h"
+#include "library_state.h"
+#include "replay_engine.h"
+#include "sim_bus.h"
 #include "sim_config.h"
-#include "sim_segment.h"
 
 namespace nxsim {
-
-class Bus;
-class Replay;
-
-// The last vendor-specific error of a channel or of the process.
-class VendorError {
-public:
-    void Set(int32_t code, std::string text)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_code = code;
-        m_text = std::move(text);
-    }
-    void Get(int32_t* code, std::string* text)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        *code = m_code;
-        *text = m_text;
-    }
-
-private:
-    std::mutex m_mutex;
-    int32_t m_code = 0;
-    std::string m_text;
-};
 
 // Builds a wire frame from message fields; INVALID_MESSAGE with a reason for
 // a type, identifier, DLC or flag combination that a controller would refuse.
 NXTCanError MakeWireFrame(uint32_t messageType, uint32_t id, uint32_t idType, uint32_t flags, uint32_t dlc,
                           const uint8_t* data, WireFrame& out, const char** reason);
 
-class Channel : public std::enable_shared_from_this<Channel> {
+class Channel : public std::enable_shared_from_this<Channel>, private ReplayBus {
 public:
-    Channel(NXTCanHandle handle, const ChannelConfig& config, Bus& bus);
+    Channel(const ChannelConfig& config, Bus& bus);
     ~Channel();
 
-    NXTCanHandle Handle() const { return m_handle; }
     const ChannelConfig& Config() const { return m_config; }
     Bus& GetBus() { return m_bus; }
 
@@ -69,10 +45,8 @@ public:
     NXTCanError FlushTransmit();
 
     // Replay channels only.
-    void MakeReplay(uint32_t queueLimit, bool highSpeed, int64_t lateThresholdNs);
-    Replay* GetReplay() { return m_replay.get(); }
-    // Puts one replayed frame on the wire (waiting for room in the queue).
-    NXTCanError EmitReplayFrame(WireFrame& frame, const std::function<bool()>& abandon);
+    void MakeReplay(const ReplaySettings& settings);
+    ReplayEngine* GetReplay() { return m_replay.get(); }
 
     // Deactivates, ends the replay and releases the claim. Idempotent.
     void Close();
@@ -88,7 +62,11 @@ private:
     bool RatesMatchLocked() const;
     void SignalLocked();
 
-    const NXTCanHandle m_handle;
+    // The replay records of the stream, and putting a replayed frame on the
+    // wire (waiting for room in the transmit queue).
+    StreamRecord ReadRecord(const uint8_t* data, uint32_t available) override;
+    bool EmitFrame(const uint8_t* payload, uint32_t size, const std::function<bool()>& abandon) override;
+
     const ChannelConfig m_config;
     Bus& m_bus;
     const uint32_t m_index;
@@ -119,7 +97,8 @@ private:
     VendorError m_vendorError;
 
     std::vector<WireFrame> m_txScratch;
-    std::unique_ptr<Replay> m_replay;
+    WireFrame m_replayScratch{};
+    std::unique_ptr<ReplayEngine> m_replay;
 };
 
 }  // namespace nxsim

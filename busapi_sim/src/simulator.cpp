@@ -1,11 +1,8 @@
 #include "simulator.h"
 
-#include <arpa/inet.h>
-
-#include <cstdio>
 #include <cstring>
 
-#include "sim_replay.h"
+#include "sim_frame.h"
 
 namespace nxsim {
 
@@ -46,38 +43,28 @@ struct ExitGuard {
     ~ExitGuard() { Simulator::Instance().Shutdown(); }
 } g_exitGuard;
 
+bool BitRateReachable(uint32_t clock, uint32_t rate)
+{
+    NXSCanBitTimingParameters t;
+    return BaudrateToTiming(clock, rate, &t) == NXCAN_SUCCESS;
+}
+
+const LibraryCodes kCodes{"libNXBusApiCan",
+                          NXCAN_SUCCESS,
+                          NXCAN_ERR_VENDOR_SPECIFIC,
+                          NXCAN_ERR_GENERIC,
+                          NXCAN_ERR_INVALID_ARGUMENT,
+                          NXCAN_ERR_INVALID_HANDLE,
+                          NXCAN_ERR_CONFIGURATION,
+                          NXCAN_ERR_SHUT_DOWN,
+                          NXCAN_ERR_INVALID_RECORD,
+                          NXCAN_ERR_REPLAY_ALREADY_STARTED,
+                          BaseText,
+                          BitRateReachable};
+
 }  // namespace
 
-void FaultTable::Load(const std::vector<FaultConfig>& faults)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_entries.clear();
-    for (const auto& f : faults)
-        m_entries.push_back(Entry{f, 0, 0});
-}
-
-FaultAction FaultTable::Check(const char* operation, const std::string& channel)
-{
-    FaultAction action;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (Entry& e : m_entries) {
-        if (e.config.operation != operation || (!e.config.channel.empty() && e.config.channel != channel))
-            continue;
-        ++e.calls;
-        if (e.calls <= e.config.after || (e.config.times != 0 && e.acted >= e.config.times))
-            continue;
-        ++e.acted;
-        if (e.config.consumeRecords != 0 && action.consumeRecords == 0)
-            action.consumeRecords = e.config.consumeRecords;
-        if (e.config.hasCode && !action.fail) {
-            action.fail = true;
-            action.code = e.config.code;
-            action.vendorCode = e.config.vendorCode;
-            action.text = e.config.text;
-        }
-    }
-    return action;
-}
+Simulator::Simulator() : LibraryState(kCodes) {}
 
 Simulator& Simulator::Instance()
 {
@@ -85,30 +72,11 @@ Simulator& Simulator::Instance()
     return *instance;
 }
 
-NXTCanError Simulator::Ready()
+void Simulator::Build()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_shutDown)
-        return NXCAN_ERR_SHUT_DOWN;
-    if (m_loaded)
-        return m_loadResult;
-    m_loaded = true;
-    std::string error;
-    Config config;
-    if (!LoadConfig(config, error)) {
-        std::fprintf(stderr, "libNXBusApiCan (simulator): %s\n", error.c_str());
-        SetDetail(NXCAN_ERR_CONFIGURATION, error);
-        m_loadResult = NXCAN_ERR_CONFIGURATION;
-        return m_loadResult;
-    }
-    m_config = std::move(config);
-    m_clock = HardwareClock(m_config.clockResolutionHz, m_config.clockOffsetNs);
-    for (const BusConfig& bus : m_config.buses)
-        m_buses.push_back(std::make_unique<Bus>(bus, m_config.channels, m_config.nameSpace, m_clock));
-    m_faults.Load(m_config.faults);
-    m_hasFaults = !m_config.faults.empty();
-    m_loadResult = NXCAN_SUCCESS;
-    return m_loadResult;
+    const Config& config = GetConfig();
+    for (const BusConfig& bus : config.buses)
+        m_buses.push_back(std::make_unique<Bus>(bus, config.channels, config.nameSpace, Clock()));
 }
 
 std::vector<const ChannelConfig*> Simulator::Search(uint32_t attributeCount,
@@ -116,28 +84,14 @@ std::vector<const ChannelConfig*> Simulator::Search(uint32_t attributeCount,
                                                     NXTCanError* rc) const
 {
     std::vector<const ChannelConfig*> found;
-    *rc = NXCAN_SUCCESS;
     std::vector<uint32_t> wanted;
-    for (uint32_t i = 0; i < attributeCount; ++i) {
-        if (attributes[i].tSearchAttributeType != NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS) {
-            *rc = NXCAN_ERR_INVALID_ARGUMENT;
-            return found;
-        }
-        const std::string text(attributes[i].szSearchAttribute,
-                               strnlen(attributes[i].szSearchAttribute, sizeof attributes[i].szSearchAttribute));
-        in_addr addr{};
-        if (inet_pton(AF_INET, text.c_str(), &addr) == 1)
-            wanted.push_back(addr.s_addr);
-    }
-    for (const ChannelConfig& ch : m_config.channels) {
-        const BusConfig& bus = m_config.buses[ch.bus];
-        bool match = attributeCount == 0;
-        for (uint32_t a : wanted)
-            for (uint32_t b : bus.addresses)
-                match = match || a == b;
-        if (match)
+    *rc = SearchedAddresses(attributeCount, attributes, &wanted) ? NXCAN_SUCCESS : NXCAN_ERR_INVALID_ARGUMENT;
+    if (*rc != NXCAN_SUCCESS)
+        return found;
+    const Config& config = GetConfig();
+    for (const ChannelConfig& ch : config.channels)
+        if (attributeCount == 0 || AnyAddressOf(wanted, config.buses[ch.bus].addresses))
             found.push_back(&ch);
-    }
     return found;
 }
 
@@ -147,16 +101,14 @@ NXTCanError Simulator::Register(const char* vendor, const char* interfaceName, c
     if (identifier == nullptr || handle == nullptr)
         return NXCAN_ERR_INVALID_ARGUMENT;
     const ChannelConfig* config = nullptr;
-    for (const ChannelConfig& ch : m_config.channels)
+    for (const ChannelConfig& ch : GetConfig().channels)
         if (ch.id == identifier)
             config = &ch;
     if (config == nullptr) {
         SetDetail(NXCAN_ERR_CHANNEL_NOT_FOUND, std::string("no channel '") + identifier + "'");
         return NXCAN_ERR_CHANNEL_NOT_FOUND;
     }
-    if ((vendor != nullptr && config->vendor != vendor) ||
-        (interfaceName != nullptr && config->interfaceName != interfaceName) ||
-        (serial != nullptr && config->serial != serial)) {
+    if (!SameIdentity(vendor, interfaceName, serial, config->vendor, config->interfaceName, config->serial)) {
         SetDetail(NXCAN_ERR_CHANNEL_NOT_FOUND,
                   std::string("channel '") + identifier + "' has another vendor, interface or serial number");
         return NXCAN_ERR_CHANNEL_NOT_FOUND;
@@ -165,9 +117,7 @@ NXTCanError Simulator::Register(const char* vendor, const char* interfaceName, c
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_shutDown)
         return NXCAN_ERR_SHUT_DOWN;
-    for (const auto& entry : m_channels) {
-        if (&entry.second->Config() != config && entry.second->Config().id != config->id)
-            continue;
+    if (m_channels.Any([config](const Channel& c) { return c.Config().id == config->id; })) {
         SetDetail(NXCAN_ERR_CHANNEL_IN_USE, config->id + ": channel in use by this process");
         return NXCAN_ERR_CHANNEL_IN_USE;
     }
@@ -181,73 +131,25 @@ NXTCanError Simulator::Register(const char* vendor, const char* interfaceName, c
         SetDetail(rc, config->id + ": " + error);
         return rc;
     }
-    const NXTCanHandle h = m_nextHandle++;
-    auto channel = std::make_shared<Channel>(h, *config, bus);
+    auto channel = std::make_shared<Channel>(*config, bus);
     if (replay) {
         const bool offered = (config->capabilities & NXCAN_CAPABILITY_HIGH_SPEED_REPLAY) != 0;
-        channel->MakeReplay(m_config.buses[config->bus].replayQueueLimit, highSpeed && offered,
-                            static_cast<int64_t>(m_config.lateThresholdUs) * 1000);
+        ReplaySettings settings = ReplayFor(highSpeed && offered);
+        settings.recordLimit = GetConfig().buses[config->bus].replayQueueLimit * (settings.highSpeed ? 4 : 1);
+        settings.byteLimit = settings.recordLimit * RecordQueue::Footprint(sizeof(WireFrame));
+        channel->MakeReplay(settings);
     }
-    m_channels.emplace(h, std::move(channel));
-    *handle = h;
+    *handle = m_channels.Add(std::move(channel));
     return NXCAN_SUCCESS;
 }
 
 NXTCanError Simulator::Unregister(NXTCanHandle handle)
 {
-    std::shared_ptr<Channel> channel;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto it = m_channels.find(handle);
-        if (it == m_channels.end())
-            return NXCAN_ERR_INVALID_HANDLE;
-        channel = std::move(it->second);
-        m_channels.erase(it);
-    }
+    const std::shared_ptr<Channel> channel = m_channels.Take(handle);
+    if (!channel)
+        return NXCAN_ERR_INVALID_HANDLE;
     channel->Close();
     return NXCAN_SUCCESS;
-}
-
-std::shared_ptr<Channel> Simulator::Find(NXTCanHandle handle)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const auto it = m_channels.find(handle);
-    return it == m_channels.end() ? nullptr : it->second;
-}
-
-FaultAction Simulator::CheckFault(const char* operation, const std::string& channel)
-{
-    if (!m_hasFaults)
-        return {};
-    return m_faults.Check(operation, channel);
-}
-
-NXTCanError Simulator::ApplyFault(const FaultAction& fault, Channel* channel)
-{
-    if (fault.code == NXCAN_ERR_VENDOR_SPECIFIC) {
-        std::string text = fault.text.empty() ? "injected vendor-specific error" : fault.text;
-        (channel != nullptr ? channel->LastVendorError() : m_vendorError).Set(fault.vendorCode, std::move(text));
-    } else if (!fault.text.empty()) {
-        SetDetail(fault.code, fault.text);
-    }
-    return fault.code;
-}
-
-void Simulator::SetDetail(NXTCanError code, std::string detail)
-{
-    std::lock_guard<std::mutex> lock(m_textMutex);
-    m_details[code] = std::move(detail);
-}
-
-std::string Simulator::ErrorText(NXTCanError code)
-{
-    const char* base = BaseText(code);
-    std::string text = base != nullptr ? base : "unknown error code " + std::to_string(code);
-    std::lock_guard<std::mutex> lock(m_textMutex);
-    const auto it = m_details.find(code);
-    if (it != m_details.end() && !it->second.empty())
-        text += ": " + it->second;
-    return text;
 }
 
 Bus* Simulator::FindBus(const std::string& name)
@@ -259,40 +161,16 @@ Bus* Simulator::FindBus(const std::string& name)
     return nullptr;
 }
 
-void Simulator::TearDown()
+void Simulator::ReleaseObjects()
 {
-    std::map<NXTCanHandle, std::shared_ptr<Channel>> channels;
     std::vector<std::unique_ptr<Bus>> buses;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        channels.swap(m_channels);
         buses.swap(m_buses);
-        m_loaded = false;
-        m_hasFaults = false;
     }
-    for (auto& entry : channels)
-        entry.second->Close();
-    channels.clear();
+    for (auto& channel : m_channels.TakeAll())
+        channel->Close();
     buses.clear();  // stops the delivery threads and detaches
-    m_vendorError.Set(0, {});
-    std::lock_guard<std::mutex> lock(m_textMutex);
-    m_details.clear();
-}
-
-void Simulator::Shutdown()
-{
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_shutDown = true;
-    }
-    TearDown();
-}
-
-void Simulator::ResetForTests()
-{
-    TearDown();
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_shutDown = false;
 }
 
 }  // namespace nxsim

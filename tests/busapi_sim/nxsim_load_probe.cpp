@@ -10,7 +10,7 @@
 #include <string>
 
 #include "NXBusApiCan.h"
-#include "sim_operations.h"
+#include "operation_names.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ int main(int argc, char** argv)
     void* lib = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (lib == nullptr)
         return Fail(dlerror());
-    for (const char* name : nxsim::kOperationNames)
+    for (const char* name : nxsim::kCanOperationNames)
         if (dlsym(lib, name) == nullptr)
             return Fail(std::string("missing symbol ") + name);
     if (dlsym(lib, "_ZN5nxsim9Simulator8InstanceEv") != nullptr)

@@ -1,5 +1,6 @@
 // The simulated hardware clock: CLOCK_MONOTONIC shifted by an offset and
-// counted in ticks of a configurable resolution.
+// counted in ticks of a configurable resolution. The CAN and the Ethernet
+// library count on the same clock, so that their frames share one timebase.
 #pragma once
 
 #include <cstdint>

@@ -4,19 +4,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <sstream>
 
-#include "NXBusApiCan.h"
-#include "sim_frame.h"
-#include "sim_operations.h"
+#include "operation_names.h"
 
 namespace nxsim {
 
 namespace {
-
 
 std::string Trim(const std::string& s)
 {
@@ -62,24 +60,62 @@ bool ParseAddress(const std::string& text, uint32_t& out)
     return true;
 }
 
-// Bit rates that the package's conversions can express: a classic or
-// arbitration rate at both 8 MHz and 80 MHz, a data rate at 80 MHz.
-bool Reachable(uint32_t clock, uint32_t rate)
+bool ParseMac(const std::string& text, uint8_t* mac)
 {
-    NXSCanBitTimingParameters t;
-    return BaudrateToTiming(clock, rate, &t) == NXCAN_SUCCESS;
+    unsigned v[6];
+    char tail = 0;
+    if (std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &tail) != 6)
+        return false;
+    for (int i = 0; i < 6; ++i)
+        mac[i] = static_cast<uint8_t>(v[i]);
+    return true;
+}
+
+bool ParseBool(const std::string& text, bool& out)
+{
+    if (text == "true" || text == "yes" || text == "1") {
+        out = true;
+        return true;
+    }
+    if (text == "false" || text == "no" || text == "0") {
+        out = false;
+        return true;
+    }
+    return false;
+}
+
+bool ParseAddresses(const std::string& value, std::vector<uint32_t>& out, std::string& bad)
+{
+    std::istringstream is(value);
+    std::string item;
+    while (std::getline(is, item, ',')) {
+        uint32_t addr = 0;
+        if (!ParseAddress(Trim(item), addr)) {
+            bad = Trim(item);
+            return false;
+        }
+        out.push_back(addr);
+    }
+    return true;
 }
 
 struct Parser {
-    Parser(Config& c, const std::string& s, std::string& e) : cfg(c), source(s), error(e) {}
+    Parser(Config& c, const std::string& s, std::string& e, BitRateCheck check)
+        : cfg(c), source(s), error(e), rateCheck(check)
+    {
+    }
 
     Config& cfg;
     const std::string& source;
     std::string& error;
+    BitRateCheck rateCheck;
     int line = 0;
-    enum class Section { Global, Bus, Channel, Fault } section = Section::Global;
+    enum class Section { Global, Bus, Channel, Interface, Fault } section = Section::Global;
     std::vector<std::string> channelBusNames;  // per channel in cfg.channels, as written
     bool topologyGiven = false;
+    bool interfacesGiven = false;
+
+    bool Reachable(uint32_t clock, uint32_t rate) const { return rateCheck == nullptr || rateCheck(clock, rate); }
 
     bool Fail(const std::string& why)
     {
@@ -102,7 +138,7 @@ struct Parser {
         std::string kind, name, extra;
         is >> kind >> name >> extra;
         if (!extra.empty() || name.empty())
-            return Fail("a section reads [bus NAME], [channel IDENTIFIER] or [fault OPERATION]");
+            return Fail("a section reads [bus NAME], [channel IDENTIFIER], [interface IDENTIFIER] or [fault OPERATION]");
         if (kind == "bus") {
             if (!IsValidName(name))
                 return Fail("bus name '" + name + "' may hold letters, digits, '.', '_' and '-' only");
@@ -132,6 +168,19 @@ struct Parser {
             cfg.channels.back().id = name;
             channelBusNames.emplace_back();
             section = Section::Channel;
+        } else if (kind == "interface") {
+            if (name.size() > 255)
+                return Fail("interface identifier longer than 255 characters");
+            if (!interfacesGiven) {
+                cfg.interfaces.clear();
+                interfacesGiven = true;
+            }
+            for (const auto& i : cfg.interfaces)
+                if (i.id == name)
+                    return Fail("interface '" + name + "' is defined twice");
+            cfg.interfaces.emplace_back();
+            cfg.interfaces.back().id = name;
+            section = Section::Interface;
         } else if (kind == "fault") {
             if (!IsOperationName(name))
                 return Fail("'" + name + "' is not an operation of the library");
@@ -166,6 +215,10 @@ struct Parser {
             if (!Number(key, value, 0, 60000000, u))
                 return false;
             cfg.lateThresholdUs = static_cast<uint32_t>(u);
+        } else if (key == "replay_realtime_priority") {
+            if (!Number(key, value, 0, 99, u))
+                return false;
+            cfg.replayRealtimePriority = static_cast<int>(u);
         } else {
             return Fail("unknown key '" + key + "'");
         }
@@ -176,15 +229,10 @@ struct Parser {
     {
         BusConfig& bus = cfg.buses.back();
         uint64_t u = 0;
+        std::string bad;
         if (key == "address") {
-            std::istringstream is(value);
-            std::string item;
-            while (std::getline(is, item, ',')) {
-                uint32_t addr = 0;
-                if (!ParseAddress(Trim(item), addr))
-                    return Fail("'" + Trim(item) + "' is not an IPv4 address");
-                bus.addresses.push_back(addr);
-            }
+            if (!ParseAddresses(value, bus.addresses, bad))
+                return Fail("'" + bad + "' is not an IPv4 address");
         } else if (key == "bitrate") {
             if (!Number(key, value, 1000, 1000000, u))
                 return false;
@@ -234,6 +282,55 @@ struct Parser {
         return true;
     }
 
+    bool Interface(const std::string& key, const std::string& value)
+    {
+        EthInterfaceConfig& in = cfg.interfaces.back();
+        if (value.size() > 255)
+            return Fail("'" + key + "' is longer than 255 characters");
+        uint64_t u = 0;
+        std::string bad;
+        if (key == "vendor") {
+            in.vendor = value;
+        } else if (key == "interface") {
+            in.interfaceName = value;
+        } else if (key == "serial") {
+            in.serial = value;
+        } else if (key == "mac") {
+            if (!ParseMac(value, in.mac))
+                return Fail("'mac' needs six hexadecimal bytes such as 02:4e:58:00:00:01");
+            in.hasMac = true;
+        } else if (key == "capabilities") {
+            if (!Number(key, value, 0, std::numeric_limits<uint32_t>::max(), u))
+                return false;
+            in.capabilities = static_cast<uint32_t>(u);
+        } else if (key == "device") {
+            if (value.empty() || value.size() > 15 || value.find_first_of("/ \t") != std::string::npos)
+                return Fail("'device' needs the name of a network device (at most 15 characters)");
+            in.device = value;
+        } else if (key == "address") {
+            if (!ParseAddresses(value, in.addresses, bad))
+                return Fail("'" + bad + "' is not an IPv4 address");
+        } else if (key == "line_rate") {
+            if (!ParseBitRate(value, u) || u < 1000000 || u > 100000000000ull)
+                return Fail("'line_rate' needs a rate from 1M to 100G, such as 100M or 1G");
+            in.lineRate = u;
+        } else if (key == "fcs") {
+            if (!ParseBool(value, in.fcs))
+                return Fail("'fcs' is true or false");
+        } else if (key == "rx_ring_kib") {
+            if (!Number(key, value, 64, 1u << 20, u))
+                return false;
+            in.rxRingBytes = static_cast<uint32_t>(u * 1024);
+        } else if (key == "replay_queue_kib") {
+            if (!Number(key, value, 64, 1u << 20, u))
+                return false;
+            in.replayQueueBytes = static_cast<uint32_t>(u * 1024);
+        } else {
+            return Fail("unknown key '" + key + "' in an interface section");
+        }
+        return true;
+    }
+
     bool Fault(const std::string& key, const std::string& value)
     {
         FaultConfig& f = cfg.faults.back();
@@ -263,8 +360,8 @@ struct Parser {
         } else if (key == "channel") {
             f.channel = value;
         } else if (key == "consume_records") {
-            if (f.operation != "NXCAN_ReplayStreamData")
-                return Fail("consume_records applies to NXCAN_ReplayStreamData only");
+            if (f.operation != "NXCAN_ReplayStreamData" && f.operation != "NXETH_ReplayStreamData")
+                return Fail("consume_records applies to NXCAN_ReplayStreamData and NXETH_ReplayStreamData only");
             if (!Number(key, value, 1, std::numeric_limits<uint32_t>::max(), u))
                 return false;
             f.consumeRecords = static_cast<uint32_t>(u);
@@ -301,6 +398,7 @@ struct Parser {
         case Section::Global: return Global(key, value);
         case Section::Bus: return Bus(key, value);
         case Section::Channel: return Channel(key, value);
+        case Section::Interface: return Interface(key, value);
         case Section::Fault: return Fault(key, value);
         }
         return false;
@@ -341,6 +439,11 @@ struct Parser {
         }
         if (cfg.buses.size() > 16)
             return Fail("more than 16 buses");
+        for (const auto& in : cfg.interfaces)
+            if (in.vendor.empty() || in.interfaceName.empty() || in.device.empty())
+                return Fail("interface '" + in.id + "' needs 'vendor', 'interface' and 'device'");
+        if (cfg.interfaces.size() > 32)
+            return Fail("more than 32 interfaces");
         for (const auto& f : cfg.faults)
             if (!f.hasCode && f.consumeRecords == 0)
                 return Fail("fault on " + f.operation + " needs 'code' (or 'consume_records')");
@@ -352,10 +455,36 @@ struct Parser {
 
 bool IsOperationName(const std::string& name)
 {
-    for (const char* op : kOperationNames)
+    for (const char* op : kCanOperationNames)
+        if (name == op)
+            return true;
+    for (const char* op : kEthOperationNames)
         if (name == op)
             return true;
     return false;
+}
+
+bool ParseBitRate(const std::string& text, uint64_t& out)
+{
+    if (text.empty() || !(text[0] >= '0' && text[0] <= '9'))
+        return false;
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    double scale = 1;
+    const std::string unit = Trim(end);
+    if (unit == "k" || unit == "K")
+        scale = 1e3;
+    else if (unit == "M")
+        scale = 1e6;
+    else if (unit == "G")
+        scale = 1e9;
+    else if (!unit.empty())
+        return false;
+    const double rate = v * scale;
+    if (rate < 1 || rate > 1e12 || rate != static_cast<double>(static_cast<uint64_t>(rate)))
+        return false;
+    out = static_cast<uint64_t>(rate);
+    return true;
 }
 
 bool IsValidName(const std::string& name)
@@ -394,18 +523,33 @@ Config DefaultConfig()
         cfg.buses[0].channels.push_back(cfg.channels.size());
         cfg.channels.push_back(ch);
     };
-    add("NVX-CAN-1", "Norvex", "NVX CAN FD Interface 4", "NVX4-000117", NXCAN_CAPABILITY_HIGH_SPEED_REPLAY);
+    add("NVX-CAN-1", "Norvex", "NVX CAN FD Interface 4", "NVX4-000117", kHighSpeedReplayCapability);
     add("NVX-CAN-2", "Norvex", "NVX CAN FD Interface 4", "NVX4-000117", 0);
     add("NVX-VIRT-1", "Norvex", "Virtual", "", 0);
     add("ORV-CAN-1", "Orvik Labs", "OL-CAN USB", "OL-5521", 0);
     add("NVX-ZIRA-1", "Norvex", "NVX ZIRA Replay Unit", "NZR-000042", 0);
+
+    // The two ends of the veth pair that tools/with-sim-bus makes in its
+    // network namespace.
+    for (int port = 1; port <= 2; ++port) {
+        EthInterfaceConfig in;
+        in.id = "NVX-ETH-" + std::to_string(port);
+        in.vendor = "Norvex";
+        in.interfaceName = "NVX Automotive Ethernet Interface";
+        in.serial = "NVXE-000205";
+        in.capabilities = port == 1 ? kHighSpeedReplayCapability : 0u;
+        in.device = "nvxeth" + std::to_string(port);
+        in.addresses.push_back(loopback);
+        cfg.interfaces.push_back(in);
+    }
     return cfg;
 }
 
-bool ParseConfig(const std::string& text, const std::string& sourceName, Config& out, std::string& error)
+bool ParseConfig(const std::string& text, const std::string& sourceName, Config& out, std::string& error,
+                 BitRateCheck check)
 {
     Config cfg = out;
-    Parser parser(cfg, sourceName, error);
+    Parser parser(cfg, sourceName, error, check);
     std::istringstream is(text);
     std::string raw;
     while (std::getline(is, raw)) {
@@ -419,7 +563,7 @@ bool ParseConfig(const std::string& text, const std::string& sourceName, Config&
     return true;
 }
 
-bool LoadConfig(Config& out, std::string& error)
+bool LoadConfig(Config& out, std::string& error, BitRateCheck check)
 {
     Config cfg = DefaultConfig();
     if (const char* path = std::getenv("NXBUSAPI_SIM_CONFIG"); path != nullptr && *path != '\0') {
@@ -430,7 +574,7 @@ bool LoadConfig(Config& out, std::string& error)
         }
         std::ostringstream text;
         text << in.rdbuf();
-        if (!ParseConfig(text.str(), path, cfg, error))
+        if (!ParseConfig(text.str(), path, cfg, error, check))
             return false;
     }
     if (const char* ns = std::getenv("NXBUSAPI_SIM_NAMESPACE"); ns != nullptr && *ns != '\0') {

@@ -1,4 +1,4 @@
-#include "sim_clock.h"
+#include "hardware_clock.h"
 
 #include <ctime>
 
