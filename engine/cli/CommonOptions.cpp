@@ -69,7 +69,7 @@ bool ReadKindAndFile(const CommandLine& line, const BusKindInfo** kind, std::str
     *file = arguments.back();
     const std::vector<std::string> extensions = *kind ? (*kind)->extensions : std::vector<std::string>{".pcapng"};
     if (!HasExtension(*file, extensions)) {
-        *error = *kind ? *file + ": a " + (*kind)->name + " file is " + ExtensionList(extensions)
+        *error = *kind ? *file + ": " + (*kind)->word + " takes a " + ExtensionList(extensions) + " file"
                        : *file + ": a file of several buses is .pcapng (or name the bus: " + KindWords() + " FILE)";
         return false;
     }

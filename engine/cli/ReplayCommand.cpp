@@ -71,9 +71,10 @@ std::string Interfaces(const LogSummary& summary)
 }
 
 // The routes of "replay <kind> --channel ID FILE": the file's one bus of
-// that kind onto the channel; the file's other buses are told and skipped.
-bool KindRoutes(const CommandLine& line, const BusKindInfo& kind, const LogSummary& summary, BusSession& session,
-                ReplaySettings* settings, std::string* error)
+// that kind onto the channel; the file's other buses are skipped, with a
+// note for each.
+bool KindRoutes(const CommandLine& line, const BusKindInfo& kind, const LogSummary& summary,
+                std::vector<std::string>* notes, ReplaySettings* settings, std::string* error)
 {
     ReplayRoute route;
     route.channel.channel = line.Get("--channel");
@@ -103,16 +104,16 @@ bool KindRoutes(const CommandLine& line, const BusKindInfo& kind, const LogSumma
     route.source = ofKind[0]->name.empty() ? std::to_string(ofKind[0]->index) : ofKind[0]->name;
     route.channel.fd = route.channel.fd || ofKind[0]->fd;
     for (const SourceSummary& s : summary.sources)
-        if (&s != ofKind[0]) session.Tell(s.Label() + " (" + InfoOf(s.kind).name + ") of " + settings->file + " is not replayed");
+        if (&s != ofKind[0]) notes->push_back(s.Label() + " (" + InfoOf(s.kind).name + ") of " + settings->file + " is not replayed");
     settings->routes.push_back(route);
     return true;
 }
 
 // The routes of "replay --map NAME=ID... FILE": each named interface onto
 // its channel, of the kind the bus libraries say; the interfaces without a
-// mapping are told and skipped.
-bool MappedRoutes(const CommandLine& line, const LogSummary& summary, BusSession& session, ReplaySettings* settings,
-                  std::string* error)
+// mapping are skipped, with a note for each.
+bool MappedRoutes(const CommandLine& line, const LogSummary& summary, BusSession& session,
+                  std::vector<std::string>* notes, ReplaySettings* settings, std::string* error)
 {
     const std::vector<std::string> maps = line.All("--map");
     std::vector<const SourceSummary*> mapped;
@@ -161,8 +162,8 @@ bool MappedRoutes(const CommandLine& line, const LogSummary& summary, BusSession
     }
     for (const SourceSummary& s : summary.sources) {
         if (std::find(mapped.begin(), mapped.end(), &s) != mapped.end()) continue;
-        session.Tell(s.Label() + " (" + InfoOf(s.kind).name + ") of " + settings->file +
-                     " has no --map: its frames are not replayed");
+        notes->push_back(s.Label() + " (" + InfoOf(s.kind).name + ") of " + settings->file +
+                         " has no --map: its frames are not replayed");
         settings->skip.push_back(s.name.empty() ? std::to_string(s.index) : s.name);
     }
     return true;
@@ -254,9 +255,10 @@ int ReplayCommand::Run(int argc, char** argv)
     if (capture && !recording.unreadable.empty())
         return session.Fail(recording.unreadable + "; nothing was sent");
 
+    std::vector<std::string> notes;
     if (!session.Open(kind ? std::vector<BusKind>{kind->kind} : std::vector<BusKind>{}, &error) ||
-        !(kind ? KindRoutes(line, *kind, recording, session, &settings, &error)
-               : MappedRoutes(line, recording, session, &settings, &error)))
+        !(kind ? KindRoutes(line, *kind, recording, &notes, &settings, &error)
+               : MappedRoutes(line, recording, session, &notes, &settings, &error)))
         return session.Fail(error);
     for (const ReplayRoute& route : settings.routes) {
         const SourceSummary* source = capture ? recording.Find(route.source) : (read ? &recording.sources.front() : nullptr);
@@ -269,6 +271,7 @@ int ReplayCommand::Run(int argc, char** argv)
     session.GetEngine().Clock().Flush();
     ReplayDiagram diagram;
     if (!AddReplay(session, settings, &diagram, &error) || !session.Run(&error)) return session.Fail(error);
+    for (const std::string& note : notes) session.Tell(note);
 
     std::string channels;
     for (const ReplayRoute& route : settings.routes) channels += (channels.empty() ? "" : ", ") + route.channel.channel;
