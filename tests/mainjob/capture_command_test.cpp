@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "BusSession.h"
 #include "LogComparison.h"
 #include "MainJobTest.h"
 
@@ -145,6 +146,19 @@ INSTANTIATE_TEST_SUITE_P(
         BadCapture{"OptionOfTheOtherKind", "input.pcap", nullptr, {"replay", "eth", "--channel", "NVX-ETH-1", "--fd"},
                    "--fd is an option of CAN channels", 2}),
     [](const ::testing::TestParamInfo<BadCapture>& info) { return std::string(info.param.name); });
+
+// A figure read by a name the diagram does not have is a fault of the
+// command: it fails, never reads 0.
+TEST(SessionFigure, OfANameThatIsNotThereFails)
+{
+    veldor::cli::BusSession session("figures");
+    std::string error;
+    ASSERT_TRUE(session.Open({}, &error)) << error;
+    ASSERT_TRUE(session.Make("CanReplayStatus", "status0", &error)) << error;
+    EXPECT_EQ(session.Figure("status0.sent"), 0);
+    for (const char* name : {"status0.sant", "status1.sent", "Engine.nothing"})
+        EXPECT_THROW(session.Figure(name), veldor::cli::MissingFigure) << name;
+}
 
 }  // namespace
 }  // namespace mainjob
