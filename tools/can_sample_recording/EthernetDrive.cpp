@@ -4,7 +4,10 @@
 #include <array>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <string>
+
+#include "pcap_log/PacketWriter.h"
 
 namespace veldor::sample {
 
@@ -405,6 +408,66 @@ std::vector<EthernetFrame> SimulateEthernet(const DriveSettings& settings, Ether
     stats.frames = frames.size();
     stats.meanLoad = static_cast<double>(busy) / static_cast<double>(end);
     return frames;
+}
+
+std::vector<EthernetFrame> LoadedLink(std::size_t count, double framesPerSecond, std::int64_t start,
+                                      std::uint64_t seed)
+{
+    Random random(seed);
+    const std::int64_t mean = static_cast<std::int64_t>(1e9 / framesPerSecond);
+    std::vector<EthernetFrame> frames(count);
+    std::int64_t time = start;
+    for (std::size_t k = 0; k < count; ++k) {
+        EthernetFrame& f = frames[k];
+        f.time = time;
+        f.bytes.resize(static_cast<std::size_t>(random.Between(60, 1514)));
+        const std::uint8_t header[14] = {0x02, 0x4E, 0x58, 0x45, 0x00, 0x02, 0x02, 0x4E, 0x58, 0x45, 0x00, 0x01, 0x88, 0xB5};
+        std::copy(header, header + 14, f.bytes.begin());
+        for (std::size_t i = 0; i < 4; ++i) f.bytes[14 + i] = static_cast<std::uint8_t>(k >> (8 * i));
+        for (std::size_t i = 18; i < f.bytes.size(); ++i) f.bytes[i] = static_cast<std::uint8_t>(k + i);
+        time += random.Between(mean / 4, mean * 7 / 4);
+    }
+    return frames;
+}
+
+bool WriteCapture(const std::string& path, const std::vector<canlog::CanFrame>& can,
+                  const std::vector<EthernetFrame>& ethernet, std::string& error)
+{
+    std::vector<pcaplog::Interface> interfaces;
+    if (!can.empty()) {
+        pcaplog::Interface bus;
+        bus.name = "can0";
+        bus.linkType = pcaplog::kLinkTypeSocketCan;
+        interfaces.push_back(bus);
+    }
+    const std::uint32_t canInterface = 0;
+    const std::uint32_t ethInterface = static_cast<std::uint32_t>(interfaces.size());
+    if (!ethernet.empty()) {
+        pcaplog::Interface link;
+        link.name = "eth0";
+        interfaces.push_back(link);
+    }
+    std::unique_ptr<pcaplog::PacketWriter> writer = pcaplog::OpenPacketWriter(path, interfaces, error);
+    if (!writer) return false;
+    std::size_t c = 0;
+    std::size_t e = 0;
+    bool written = true;
+    while (written && (c < can.size() || e < ethernet.size())) {
+        if (e == ethernet.size() || (c < can.size() && can[c].timestamp * 1000 <= ethernet[e].time)) {
+            written = writer->Write(canInterface, can[c++]) == canlog::WriteResult::Written;
+            continue;
+        }
+        pcaplog::Packet packet;
+        packet.interface = ethInterface;
+        packet.time = ethernet[e].time;
+        packet.data = ethernet[e].bytes.data();
+        packet.capturedLength = packet.originalLength = static_cast<std::uint32_t>(ethernet[e].bytes.size());
+        written = writer->Write(packet) == canlog::WriteResult::Written;
+        ++e;
+    }
+    if (written && writer->Close()) return true;
+    error = path + ": " + writer->Error();
+    return false;
 }
 
 }  // namespace veldor::sample

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "SampleDrive.h"
@@ -36,6 +37,21 @@ constexpr std::int64_t kEthernetBitRate = 100000000;
 
 // The frames in the order they left the link.
 std::vector<EthernetFrame> SimulateEthernet(const DriveSettings& settings, EthernetStats& stats);
+
+// A link kept busy at `framesPerSecond` on average: frames of 60 to 1514
+// bytes, from and to the veth pair's addresses, of the local experimental
+// type 0x88B5, frame k carrying k (4 bytes, little-endian) after its
+// header and a pattern after that; the gaps between them vary from a
+// quarter of the mean to 1.75 times it. The first frame at `start`
+// nanoseconds.
+std::vector<EthernetFrame> LoadedLink(std::size_t count, double framesPerSecond, std::int64_t start,
+                                      std::uint64_t seed = 1);
+
+// A pcapng file of a drive: the CAN frames on interface "can0" (link type
+// 227), the Ethernet frames on "eth0", in time order; either may be empty
+// (and then its interface is left out). A .pcap file takes Ethernet alone.
+bool WriteCapture(const std::string& path, const std::vector<canlog::CanFrame>& can,
+                  const std::vector<EthernetFrame>& ethernet, std::string& error);
 
 }  // namespace veldor::sample
 

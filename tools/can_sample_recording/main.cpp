@@ -10,14 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "EthernetDrive.h"
 #include "SampleDrive.h"
 #include "can_log/AscWriter.h"
 #include "can_log/CanUtilsLogWriter.h"
-#include "pcap_log/PacketWriter.h"
 
 namespace {
 
@@ -40,47 +38,6 @@ bool WriteAll(canlog::FrameWriter* writer, const std::string& error, const std::
     }
     if (!writer->Close()) {
         std::fprintf(stderr, "can_sample_recording: %s\n", writer->Error().c_str());
-        return false;
-    }
-    return true;
-}
-
-// The CAN bus as interface 0 and the Ethernet link as interface 1, the
-// frames of both in time order.
-bool WriteDrive(const std::string& path, const std::vector<canlog::CanFrame>& can,
-                const std::vector<sample::EthernetFrame>& ethernet)
-{
-    pcaplog::Interface canBus;
-    canBus.name = "can0";
-    canBus.description = "chassis CAN FD, 500 kbit/s, data phase 2 Mbit/s";
-    canBus.linkType = pcaplog::kLinkTypeSocketCan;
-    pcaplog::Interface backbone;
-    backbone.name = "eth0";
-    backbone.description = "Ethernet backbone, 100 Mbit/s";
-    std::string error;
-    std::unique_ptr<pcaplog::PacketWriter> writer = pcaplog::OpenPacketWriter(path, {canBus, backbone}, error);
-    if (!writer) {
-        std::fprintf(stderr, "can_sample_recording: %s\n", error.c_str());
-        return false;
-    }
-    std::size_t c = 0;
-    std::size_t e = 0;
-    bool written = true;
-    while (written && (c < can.size() || e < ethernet.size())) {
-        if (e == ethernet.size() || (c < can.size() && can[c].timestamp * 1000 <= ethernet[e].time)) {
-            written = writer->Write(0, can[c++]) == canlog::WriteResult::Written;
-            continue;
-        }
-        pcaplog::Packet packet;
-        packet.interface = 1;
-        packet.time = ethernet[e].time;
-        packet.data = ethernet[e].bytes.data();
-        packet.capturedLength = packet.originalLength = static_cast<std::uint32_t>(ethernet[e].bytes.size());
-        written = writer->Write(packet) == canlog::WriteResult::Written;
-        ++e;
-    }
-    if (!written || !writer->Close()) {
-        std::fprintf(stderr, "can_sample_recording: %s: %s\n", path.c_str(), writer->Error().c_str());
         return false;
     }
     return true;
@@ -120,7 +77,10 @@ int main(int argc, char** argv)
     if (!WriteAll(canlog::AscWriter::Open(base + ".asc", error, options).get(), error, frames)) return 1;
     if (!WriteAll(canlog::CanUtilsLogWriter::Open(base + ".log", error, options).get(), error, frames)) return 1;
     sample::EthernetStats ethernet;
-    if (!WriteDrive(base + ".pcapng", frames, sample::SimulateEthernet(settings, ethernet))) return 1;
+    if (!sample::WriteCapture(base + ".pcapng", frames, sample::SimulateEthernet(settings, ethernet), error)) {
+        std::fprintf(stderr, "can_sample_recording: %s\n", error.c_str());
+        return 1;
+    }
 
     std::printf("%s.asc, %s.log: %zu frames in %lld s: %zu extended, %zu FD (%zu with bit rate switch), %zu Tx\n",
                 base.c_str(), base.c_str(), stats.frames, static_cast<long long>(settings.duration / 1000000),
