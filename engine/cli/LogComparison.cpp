@@ -109,6 +109,7 @@ bool SourceSummary::Named(const std::string& text) const
 
 const SourceSummary* LogSummary::Find(const std::string& name) const
 {
+    if (name.empty()) return sources.size() == 1 ? &sources.front() : nullptr;
     for (const SourceSummary& s : sources)
         if (s.Named(name)) return &s;
     return nullptr;

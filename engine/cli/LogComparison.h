@@ -52,6 +52,7 @@ struct LogSummary {
     double peakLoad = 0;
     double peakEnd = 0;
     std::int64_t Duration() const { return last - first; }
+    // By its name or number; the empty name stands for a file's only source.
     const SourceSummary* Find(const std::string& name) const;
 };
 struct SummaryOptions {

@@ -46,9 +46,7 @@ RoundTripOutcome RunRoundTrip(BusSession& session, const RoundTripSettings& sett
     replay.lead = settings.lead;
     replay.sendAhead = settings.sendAhead;
     for (RoundTripBus& bus : buses) {
-        const SourceSummary* source = bus.source.empty() && outcome.original.sources.size() == 1
-                                          ? &outcome.original.sources.front()
-                                          : outcome.original.Find(bus.source);
+        const SourceSummary* source = outcome.original.Find(bus.source);
         if (!source) {
             outcome.failure = settings.original + " has no interface \"" + bus.source + "\"";
             return outcome;
