@@ -9,35 +9,15 @@ namespace {
 
 const char* const kTimes[] = {"LogStartTime", "ReplayStartTime", "ReplayStopTime", "ReplayEofTime"};
 
-// The player's outputs as its "interfaces" figure lists them:
-// "<output>=<interface name>:<eth|can>", joined by ",".
-struct PlayerOutput {
-    std::string output;
-    std::string name;
-};
-std::vector<PlayerOutput> PlayerOutputs(const std::string& text)
+// The player's outputs, as its "interfaces" figure lists them:
+// "<output>=<interface name>:<eth|can>" joined by ",", one an interface it
+// plays, in file order.
+std::vector<std::string> PlayerOutputs(const std::string& text)
 {
-    std::vector<PlayerOutput> outputs;
+    std::vector<std::string> outputs;
     std::stringstream list(text);
-    for (std::string entry; std::getline(list, entry, ',');) {
-        const std::size_t equals = entry.find('=');
-        const std::size_t colon = entry.rfind(':');
-        if (equals == std::string::npos || colon == std::string::npos || colon < equals) continue;
-        outputs.push_back(PlayerOutput{entry.substr(0, equals), entry.substr(equals + 1, colon - equals - 1)});
-    }
+    for (std::string entry; std::getline(list, entry, ',');) outputs.push_back(entry.substr(0, entry.find('=')));
     return outputs;
-}
-
-// The player's output of an interface of the file: by its name, or, for
-// one without, by the player's name for it.
-std::string OutputOf(const std::vector<PlayerOutput>& outputs, const SourceSummary& source)
-{
-    for (const PlayerOutput& o : outputs)
-        if (!source.name.empty() && o.name == source.name) return o.output;
-    const std::string unnamed = "oIf" + std::to_string(source.index);
-    for (const PlayerOutput& o : outputs)
-        if (o.output == unnamed) return o.output;
-    return "";
 }
 
 }  // namespace
@@ -129,22 +109,24 @@ bool AddReplay(BusSession& s, const ReplaySettings& settings, ReplayDiagram* dia
         !s.Set("player.max_gap", std::to_string(settings.maxGap), error))
         return false;
     if (diagram->capture) {
-        std::string skip;
-        for (const std::string& name : settings.skip) skip += (skip.empty() ? "" : ",") + name;
-        if (!skip.empty() && !s.Set("player.skip", skip, error)) return false;
-        // The file's interfaces as the player names its outputs.
+        // The file's interfaces that the player plays, in file order, each
+        // with its output, until some are skipped.
         LogSummary summary;
         if (!Summarize(settings.file, &summary, error)) return false;
-        const std::vector<PlayerOutput> outputs = PlayerOutputs(s.Text("player.interfaces"));
-        for (const ReplayRoute& route : settings.routes) {
-            const SourceSummary* source = summary.Find(route.source);
-            const std::string output = source ? OutputOf(outputs, *source) : "";
-            if (output.empty()) {
-                *error = settings.file + ": the player has no output for the interface \"" + route.source + "\"";
-                return false;
-            }
-            diagram->outputs.push_back(output);
+        const std::vector<std::string> outputs = PlayerOutputs(s.Text("player.interfaces"));
+        if (outputs.size() != summary.sources.size()) {
+            *error = settings.file + ": the player offers " + std::to_string(outputs.size()) + " outputs for " +
+                     std::to_string(summary.sources.size()) + " interfaces";
+            return false;
         }
+        auto outputOf = [&](const std::string& name) {
+            const SourceSummary* source = summary.Find(name);
+            return source ? outputs[static_cast<std::size_t>(source - summary.sources.data())] : std::string();
+        };
+        std::string skip;
+        for (const std::string& name : settings.skip) skip += (skip.empty() ? "" : ",") + outputOf(name);
+        for (const ReplayRoute& route : settings.routes) diagram->outputs.push_back(outputOf(route.source));
+        if (!skip.empty() && !s.Set("player.skip", skip, error)) return false;
     } else {
         const ChannelOptions& c = settings.routes.front().channel;
         if (!s.Set("player.output_type", "Universal CAN", error) ||
