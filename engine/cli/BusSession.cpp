@@ -223,8 +223,12 @@ bool BusSession::Run(std::string* error)
     Relay();
     m_failed = false;
     m_firstError.clear();
-    m_countsAtRun = m_engine.GetConsole().AllCounts();
-    if (m_engine.Graph().Run(error)) return true;
+    if (m_engine.Graph().Run(error)) {
+        // Started one after the other, every component is born by now: what
+        // they report from here on is what they met while running.
+        m_countsAtRun = m_engine.GetConsole().AllCounts();
+        return true;
+    }
     // The component's own words say it best.
     NewError(error);
     return false;

@@ -117,8 +117,9 @@ public:
     // errors of components that go on (the error of one that failed is the
     // caller's to tell).
     void Relay();
-    // How many warnings and how many errors a component reported since the
-    // run started, as the engine counts them.
+    // How many warnings and how many errors a component reported since it
+    // was born (Run returns once every component is), as the engine counts
+    // them.
     long long WarningsOf(const std::string& component);
     long long ErrorsOf(const std::string& component);
 
