@@ -38,11 +38,12 @@ build: configure
 test: build
 	ctest --test-dir build --output-on-failure -j $(JOBS)
 
-# The main job on the simulated bus: the bundled recording replayed in sync
-# on one channel while another channel of the same bus is recorded, in one
-# engine, then the recording compared with the original.
+# The main job on the simulated buses: the bundled drive (CAN and Ethernet in
+# one pcapng) replayed in sync, each bus on one channel, while another
+# channel of each bus is recorded, in one engine, then the recording
+# compared with the original.
 demo: build
-	tools/with-sim-bus build/bin/veldor demo examples/data/sample_drive.asc
+	tools/with-sim-bus build/bin/veldor demo examples/data/sample_drive.pcapng
 
 # Sanitizer builds live in folders of their own so that they never mix with
 # the normal build.

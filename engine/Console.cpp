@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include <cstring>
+
 #include "veld_constants.h"
 
 namespace veldor {
@@ -38,7 +40,11 @@ void Console::Report(const char* message, int level, int verbosity, bool fromKer
         ++m_errorCount;
         m_lastError = text;
     }
-    if (m_capture) m_captured.push_back(ReportRecord{level, verbosity, fromKernel, std::move(text)});
+    std::string module = fromKernel ? std::string() : ModuleOf(text);
+    if (!module.empty() && level >= 0 && level < static_cast<int>(ReportCounts().byLevel.size()))
+        ++m_counts[module].byLevel[static_cast<std::size_t>(level)];
+    if (m_capture)
+        m_captured.push_back(ReportRecord{level, verbosity, fromKernel, std::move(text), std::move(module)});
 }
 
 void Console::SetPrinting(bool on)
@@ -106,6 +112,30 @@ std::string Console::LastError() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lastError;
+}
+
+ReportCounts Console::CountsOf(const std::string& module) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto it = m_counts.find(module);
+    return it == m_counts.end() ? ReportCounts() : it->second;
+}
+
+std::map<std::string, ReportCounts> Console::AllCounts() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_counts;
+}
+
+std::string Console::ModuleOf(const std::string& text)
+{
+    for (const char* kind : {"component ", "module "}) {
+        const std::size_t length = std::strlen(kind);
+        if (text.compare(0, length, kind) != 0) continue;
+        const std::size_t colon = text.find(": ", length);
+        return colon == std::string::npos ? std::string() : text.substr(length, colon - length);
+    }
+    return std::string();
 }
 
 bool Console::Contains(const std::string& text, int level) const { return CountContaining(text, level) > 0; }

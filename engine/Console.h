@@ -3,7 +3,9 @@
 #ifndef VELDOR_ENGINE_CONSOLE_H
 #define VELDOR_ENGINE_CONSOLE_H
 
+#include <array>
 #include <cstdio>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -15,6 +17,17 @@ struct ReportRecord {
     int verbosity;
     bool fromKernel;
     std::string text;
+    // The module that made the report ("component <name>: ..."); empty for
+    // the engine's own and the package-wide reports.
+    std::string module;
+};
+
+// How many reports a module made, by level.
+struct ReportCounts {
+    std::array<unsigned long, 4> byLevel{};  // indexed by VELD::Info, Warning, Error, ParserEcho
+    unsigned long Infos() const { return byLevel[0]; }
+    unsigned long Warnings() const { return byLevel[1]; }
+    unsigned long Errors() const { return byLevel[2]; }
 };
 
 class Console {
@@ -51,6 +64,16 @@ public:
     // not.
     unsigned long ErrorCount() const;
     std::string LastError() const;
+    // The reports of a module so far, counted whether capturing or not, so
+    // that a figure such as "the monitor's warnings while it ran" needs no
+    // reading of texts. Kept across ClearCaptured; a module made anew under
+    // the same name counts on.
+    ReportCounts CountsOf(const std::string& module) const;
+    std::map<std::string, ReportCounts> AllCounts() const;
+
+    // The module named at the front of a report's text, as modules write
+    // them ("<kind> <name>: <text>"); empty when there is none.
+    static std::string ModuleOf(const std::string& text);
 
     static const char* LevelName(int level);
 
@@ -63,6 +86,7 @@ private:
     std::vector<ReportRecord> m_captured;
     unsigned long m_errorCount;
     std::string m_lastError;
+    std::map<std::string, ReportCounts> m_counts;
 };
 
 }  // namespace veldor

@@ -1,21 +1,27 @@
 // The diagrams of the bus commands, built on a BusSession through the
-// engine's C++ API:
+// engine's C++ API, the same for every kind of bus (BusKinds.h):
 //
-//   record   NxCanMonitoring "monitor" -> CanFileRecorder "recorder"
-//   replay   CanFilePlayer "player" -> NxCanInject "injector"
-//            synchronised: the player's four times feed the injector's time
-//            inputs, and the injector's replay state feeds
-//            CanReplayStatus "replay_status"
+//   record   one monitor a channel, "monitor<k>" -> the file's recorder
+//            "recorder": CanFileRecorder (one CAN channel) or
+//            CaptureFileRecorder (any mix, an input a channel)
+//   replay   the file's player "player": CanFilePlayer, or
+//            CaptureFilePlayer with an output an interface -> one injector
+//            a route, "injector<k>", on its channel
+//            synchronised: the player's four times feed every injector's
+//            time inputs, and each injector's replay state feeds a
+//            CanReplayStatus "status<k>"
 //
 // Synchronised, the hardware emits a frame recorded at t at replay start +
-// (t - log start), on its own clock; the player hands frames on send_ahead
-// before that, so that the injector's stream always holds the next ones.
-// Unsynchronised, the player hands each frame on when it is due on the
-// engine's clock and the injector sends it at once.
+// (t - log start), on its own clock, which all the channels share; the
+// player hands frames on send_ahead before that, so that each injector's
+// stream always holds the next ones. Unsynchronised, the player hands each
+// frame on when it is due on the engine's clock and the injector sends it
+// at once.
 #ifndef VELDOR_CLI_BUS_DIAGRAMS_H
 #define VELDOR_CLI_BUS_DIAGRAMS_H
 
 #include <string>
+#include <vector>
 
 #include "BusSession.h"
 #include "LogComparison.h"
@@ -24,18 +30,39 @@ namespace veldor::cli {
 
 struct RecordSettings {
     std::string file;
-    ChannelOptions channel;
+    std::vector<ChannelOptions> channels;
+    // CAN monitors
     std::string outputType = "universal";  // "classic", "fd" or "universal"
     bool vectorize = false;
     long long pollingPeriod = 0;  // microseconds; 0 reads on the channel's events
 };
 
-// The recorder is made first, so that it runs before the monitor does.
-bool AddRecording(BusSession& session, const RecordSettings& settings, std::string* error);
+std::string MonitorName(std::size_t k);
+// The recorder is made first, so that it runs before the monitors do.
+// `inputs` gets the recorder's input of each channel.
+bool AddRecording(BusSession& session, const RecordSettings& settings, std::vector<std::string>* inputs,
+                  std::string* error);
+// The frames lost on the way into the file: by a FIFO, as the engine
+// counts them.
+long long RecordingDropped(BusSession& session);
+// How often the monitors said they lost frames or took bad ones (a read
+// larger than a CAN monitor takes, a frame the Ethernet hardware marked),
+// as the engine counts their reports.
+long long MonitorTroubles(BusSession& session, const RecordSettings& settings);
+
+// One bus of the file onto one channel.
+struct ReplayRoute {
+    // The file's interface (its name, or its number from 0); empty for the
+    // frames of a CAN log file.
+    std::string source;
+    ChannelOptions channel;
+};
 
 struct ReplaySettings {
     std::string file;
-    ChannelOptions channel;
+    std::vector<ReplayRoute> routes;
+    // Interfaces of a capture file that are left out.
+    std::vector<std::string> skip;
     bool sync = false;
     bool highSpeed = false;
     bool stopOnError = false;
@@ -45,29 +72,42 @@ struct ReplaySettings {
     long long maxGap = 60000000;   // longer gaps between frames are shortened to it; 0: none
 };
 
-bool AddReplay(BusSession& session, const ReplaySettings& settings, std::string* error);
+// What AddReplay made: per route, the player's output that feeds it.
+struct ReplayDiagram {
+    bool capture = false;  // a CaptureFilePlayer
+    std::vector<std::string> outputs;
+    static std::string Injector(std::size_t k) { return "injector" + std::to_string(k); }
+    static std::string Status(std::size_t k) { return "status" + std::to_string(k); }
+};
+
+bool AddReplay(BusSession& session, const ReplaySettings& settings, ReplayDiagram* diagram, std::string* error);
 
 // The progress of a replay that runs, read from its components' figures.
 class ReplayProgress {
 public:
     // `recording` says how long the file lasts; `speed` is the engine's.
-    ReplayProgress(BusSession& session, const ReplaySettings& settings, const LogSummary& recording, double speed);
+    ReplayProgress(BusSession& session, const ReplaySettings& settings, const ReplayDiagram& diagram,
+                   const LogSummary& recording, double speed);
 
     // True once the last frame has left: synchronised, the bus library says
-    // the replay ended (or stopped); unsynchronised, the player is through
+    // each replay ended (or stopped); unsynchronised, the player is through
     // the file and the engine's time is past the last frame.
     bool Ended();
     long long Sent();
+    long long SentOn(std::size_t route);
     // Frames lost on the way: by the bus library, synchronised; by a FIFO.
     long long Dropped();
     long long Late();
     long long UnreadableLines();
+    // Frames an Ethernet injector refused, longer than its interface takes.
+    long long Refused();
     // Seconds of real time until the last frame is due.
     double Remaining();
 
 private:
     BusSession& m_session;
     ReplaySettings m_settings;
+    ReplayDiagram m_diagram;
     LogSummary m_recording;
     double m_speed;
 };

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <thread>
 
-#include "NxBusLibraryPaths.h"
 #include "veld_component.h"
 #include "veld_constants.h"
 #include "veld_property.h"
@@ -34,13 +33,8 @@ veldor::EngineOptions Silent()
     return options;
 }
 
-const char* const kBusLibrary = NX_BUSAPI_CAN_LIBRARY_PATH;
 const char* const kCustomChannel = "Custom channel";
 const char* const kDiedOfError = "died due to an error";
-const char* const kDropWarning = "Too many messages [msgBufferSize:";
-// Frames one read of a monitor can hand on; the rest of a larger read is
-// dropped, and the monitor says how large the read was.
-const long long kMonitorBatch = 256;
 
 // The items of an enum property; none for another kind or none at all.
 std::vector<std::string> EnumItems(VELDProperty* property)
@@ -97,29 +91,33 @@ std::string BusSession::PackageFolder()
     return path.substr(0, path.rfind('/')) + "/packages";
 }
 
-const char* BusSession::BusLibraryPath() { return kBusLibrary; }
+bool BusSession::HasLibrary(BusKind kind, std::string* error)
+{
+    const BusKindInfo& info = InfoOf(kind);
+    if (access(info.library, R_OK) == 0) return true;
+    *error = std::string("the ") + info.name + " bus access library is not installed at " + info.library +
+             " (run under tools/with-sim-bus for the simulated bus, or make install-sim)";
+    return false;
+}
 
-bool BusSession::Open(bool needBus, std::string* error)
+bool BusSession::Open(const std::vector<BusKind>& kinds, std::string* error)
 {
     const std::string folder = PackageFolder();
     for (const char* package : {"veldor_bus_norvex.pck", "veldor_io.pck"}) {
         if (!m_engine.LoadPackage(folder + "/" + package, error)) return false;
     }
-    if (needBus && access(kBusLibrary, R_OK) != 0) {
-        *error = std::string("the CAN bus access library is not installed at ") + kBusLibrary +
-                 " (run under tools/with-sim-bus for the simulated bus, or make install-sim)";
-        return false;
-    }
+    for (BusKind kind : kinds)
+        if (!HasLibrary(kind, error)) return false;
     // Each component starts once the one before it was born: a diagram made
     // readers first misses nothing of what its senders send.
     return m_engine.Graph().SetProperty("Engine.sequentialStart", "true", false, error);
 }
 
-bool BusSession::Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error,
-                          const std::string& model)
+bool BusSession::Channels(const std::string& ip, BusKind kind, std::vector<ChannelEntry>* channels,
+                          std::string* error)
 {
     const std::string scout = "channel_scout";
-    if (!Make(model, scout, error) || !Set(scout + ".ip", ip, error)) return false;
+    if (!Make(InfoOf(kind).monitor, scout, error) || !Set(scout + ".ip", ip, error)) return false;
     for (const std::string& id : EnumItems(m_engine.Property((scout + ".channel").c_str()))) {
         if (id == kCustomChannel) continue;
         ChannelEntry entry{id, ""};
@@ -134,16 +132,45 @@ bool BusSession::Channels(const std::string& ip, std::vector<ChannelEntry>* chan
     return true;
 }
 
-bool BusSession::MakeOnChannel(const std::string& model, const std::string& name, const ChannelOptions& options,
+bool BusSession::KindOfChannel(const std::string& ip, const std::string& channel, BusKind* kind, std::string* error)
+{
+    std::string offered;
+    std::string missing;
+    for (const BusKindInfo& info : BusKinds()) {
+        std::string absent;
+        if (!HasLibrary(info.kind, &absent)) {
+            missing += "; " + absent;
+            continue;
+        }
+        std::vector<ChannelEntry> channels;
+        if (!Channels(ip, info.kind, &channels, error)) return false;
+        std::string names;
+        for (const ChannelEntry& c : channels) {
+            if (c.id == channel) {
+                *kind = info.kind;
+                return true;
+            }
+            names += (names.empty() ? "" : ", ") + c.id;
+        }
+        if (!names.empty()) offered += std::string("; ") + info.name + " " + info.channelNoun + "s: " + names;
+    }
+    *error = "unknown channel \"" + channel + "\" at " + ip +
+             (offered.empty() && missing.empty() ? ": the bus libraries offer no channel there" : offered + missing);
+    return false;
+}
+
+bool BusSession::MakeOnChannel(bool injector, const std::string& name, const ChannelOptions& options,
                                const std::string& replayMode, std::string* error)
 {
+    const BusKindInfo& kind = InfoOf(options.kind);
+    const bool can = options.kind == BusKind::Can;
     std::string arbitration;
     std::string data;
     // A classic channel runs at one rate.
-    if (!RateItem(options.bitRate, &arbitration, error) ||
-        !RateItem(options.fd ? options.dataBitRate : options.bitRate, &data, error))
+    if (can && (!RateItem(options.bitRate, &arbitration, error) ||
+                !RateItem(options.fd ? options.dataBitRate : options.bitRate, &data, error)))
         return false;
-    if (!Make(model, name, error)) return false;
+    if (!Make(injector ? kind.injector : kind.monitor, name, error)) return false;
     if (!replayMode.empty() && !Set(name + ".replay_mode", replayMode, error)) return false;
     if (!Set(name + ".ip", options.ip, error)) return false;
     const std::vector<std::string> offered = EnumItems(m_engine.Property((name + ".channel").c_str()));
@@ -155,9 +182,10 @@ bool BusSession::MakeOnChannel(const std::string& model, const std::string& name
         names += (names.empty() ? "" : ", ") + id;
     }
     if (!known) {
-        *error = "unknown channel \"" + options.channel + "\" at " + options.ip +
-                 (names.empty() ? std::string(": the bus library offers no channel there")
-                                : (replayMode == "Synchronized" ? "; channels that can replay: " : "; channels: ") + names);
+        const std::string what = can ? "channel" : kind.name + std::string(" interface");
+        *error = "unknown " + what + " \"" + options.channel + "\" at " + options.ip +
+                 (names.empty() ? ": the bus library offers no " + what + " there"
+                                : "; " + what + (replayMode == "Synchronized" ? "s that can replay: " : "s: ") + names);
         return false;
     }
     const unsigned long errors = m_engine.GetConsole().ErrorCount();
@@ -166,6 +194,7 @@ bool BusSession::MakeOnChannel(const std::string& model, const std::string& name
         *error = Plain(m_engine.GetConsole().LastError());
         return false;
     }
+    if (!can) return !injector || replayMode != "Synchronized" || Set(name + ".protocol_type", options.protocol, error);
     return Set(name + ".can_fd", options.fd ? "true" : "false", error) &&
            Set(name + ".arbitration_baudrate", arbitration, error) && Set(name + ".data_baudrate", data, error);
 }
@@ -188,13 +217,18 @@ bool BusSession::Connect(const std::string& output, const std::string& input, st
 bool BusSession::Run(std::string* error)
 {
     CatchInterrupts();
-    const unsigned long errors = m_engine.GetConsole().ErrorCount();
-    // A component that fails its birth after the run started is Watch's to
-    // see: the count before the run stays the reference.
-    m_errorsSeen = errors;
+    // What was said while the diagram was made was told by then; a
+    // component that fails its birth after the run started is Watch's to
+    // see.
     Relay();
+    m_failed = false;
     m_firstError.clear();
-    if (m_engine.Graph().Run(error)) return true;
+    if (m_engine.Graph().Run(error)) {
+        // Started one after the other, every component is born by now: what
+        // they report from here on is what they met while running.
+        m_countsAtRun = m_engine.GetConsole().AllCounts();
+        return true;
+    }
     // The component's own words say it best.
     NewError(error);
     return false;
@@ -234,33 +268,57 @@ long long BusSession::Figure(const std::string& property)
 {
     bool ok = false;
     const long long value = m_engine.GetIntegerProperty(property.c_str(), &ok);
-    return ok ? value : 0;
+    if (!ok) throw MissingFigure(property);
+    return value;
+}
+
+std::string BusSession::Text(const std::string& property)
+{
+    VELDProperty* p = m_engine.Property(property.c_str());
+    return p ? std::string(p->StringValue().Beginning()) : std::string();
+}
+
+long long BusSession::WarningsOf(const std::string& component)
+{
+    return static_cast<long long>(m_engine.GetConsole().CountsOf(component).Warnings() -
+                                  m_countsAtRun[component].Warnings());
+}
+
+long long BusSession::ErrorsOf(const std::string& component)
+{
+    return static_cast<long long>(m_engine.GetConsole().CountsOf(component).Errors() - m_countsAtRun[component].Errors());
 }
 
 void BusSession::Relay()
 {
     for (const veldor::ReportRecord& report : m_engine.GetConsole().TakeCaptured()) {
-        if (report.level == VELD::Error && m_firstError.empty()) m_firstError = Plain(report.text);
-        // That a component died of its error says nothing the error did not.
-        if (report.level == VELD::Warning && report.text.find(kDiedOfError) == std::string::npos) {
-            const std::size_t at = report.text.find(kDropWarning);
-            if (at != std::string::npos) {
-                const long long read = std::atoll(report.text.c_str() + at + std::strlen(kDropWarning));
-                if (read > kMonitorBatch) m_monitorDrops += read - kMonitorBatch;
+        if (report.level == VELD::Error) {
+            // A component that failed marked itself before it said why; one
+            // that reports an error and goes on (a frame the hardware marked
+            // bad) is told like a warning.
+            int state = 0;
+            const bool goesOn = !report.module.empty() && m_engine.States().Get(report.module, &state) &&
+                                (state & VELD::ErrorState) == 0;
+            if (goesOn) {
+                Tell("error: " + Plain(report.text));
+            } else if (!m_failed) {
+                m_failed = true;
+                m_firstError = Plain(report.text);
             }
-            Tell("warning: " + Plain(report.text));
         }
+        // That a component died of its error says nothing the error did not.
+        if (report.level == VELD::Warning && report.text.find(kDiedOfError) == std::string::npos)
+            Tell("warning: " + Plain(report.text));
     }
 }
 
 bool BusSession::NewError(std::string* reason)
 {
     Relay();
-    const unsigned long errors = m_engine.GetConsole().ErrorCount();
-    if (errors == m_errorsSeen) return false;
-    m_errorsSeen = errors;
+    if (!m_failed) return false;
     // The first error is the cause; what follows tells its consequences.
-    *reason = m_firstError.empty() ? Plain(m_engine.GetConsole().LastError()) : m_firstError;
+    *reason = m_firstError;
+    m_failed = false;
     m_firstError.clear();
     return true;
 }

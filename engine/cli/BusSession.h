@@ -12,9 +12,12 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "BusKinds.h"
 #include "Engine.h"
 
 namespace veldor::cli {
@@ -24,13 +27,27 @@ struct ChannelEntry {
     std::string description;
 };
 
-// A CAN channel as the bus components take it. Rates in bit/s.
+// A channel as the bus components take it. Rates in bit/s.
 struct ChannelOptions {
+    BusKind kind = BusKind::Can;
     std::string ip = "127.0.0.1";
     std::string channel;
+    // CAN
     bool fd = false;
     long bitRate = 500000;
     long dataBitRate = 2000000;
+    // Ethernet, synchronised replay: the injector's protocol_type item.
+    std::string protocol = "Generic";
+};
+
+// A figure asked for by a name that the diagram does not have: a fault of
+// the command, never a figure of 0.
+class MissingFigure : public std::runtime_error {
+public:
+    explicit MissingFigure(const std::string& name)
+        : std::runtime_error("the diagram has no figure \"" + name + "\"")
+    {
+    }
 };
 
 class BusSession {
@@ -47,21 +64,24 @@ public:
     // The folder of the package files: $VELDOR_PACKAGE_DIR, else "packages"
     // beside the folder of this program.
     static std::string PackageFolder();
-    // Where the package loads the CAN bus access library from.
-    static const char* BusLibraryPath();
+    // Loads both packages; fails when the bus access library of one of
+    // `kinds` is missing.
+    bool Open(const std::vector<BusKind>& kinds, std::string* error);
+    // Fails, with what to do, when the bus access library of `kind` is
+    // missing.
+    static bool HasLibrary(BusKind kind, std::string* error);
 
-    // Loads both packages; with `needBus`, fails when the bus access library
-    // is missing.
-    bool Open(bool needBus, std::string* error);
+    // The channels of a kind that its bus library offers at `ip`, through
+    // the discovery of its monitor, with their descriptions.
+    bool Channels(const std::string& ip, BusKind kind, std::vector<ChannelEntry>* channels, std::string* error);
+    // The kind of a channel, by the discovery of each kind; false with the
+    // channels there are when no library offers it.
+    bool KindOfChannel(const std::string& ip, const std::string& channel, BusKind* kind, std::string* error);
 
-    // The channels the bus library offers at `ip`, through the discovery of
-    // a bus component of `model`, with their descriptions.
-    bool Channels(const std::string& ip, std::vector<ChannelEntry>* channels, std::string* error,
-                  const std::string& model = "NxCanMonitoring");
-
-    // A bus component (NxCanMonitoring or NxCanInject) on a channel; an
-    // injector's replay mode first, as it decides the list of channels.
-    bool MakeOnChannel(const std::string& model, const std::string& name, const ChannelOptions& options,
+    // The monitor or the injector of the channel's kind on the channel; an
+    // injector's replay mode ("Synchronized", "Unsynchronized") first, as it
+    // decides the list of channels. Its settings by kind.
+    bool MakeOnChannel(bool injector, const std::string& name, const ChannelOptions& options,
                        const std::string& replayMode, std::string* error);
     bool Make(const std::string& model, const std::string& name, std::string* error);
     bool Set(const std::string& property, const std::string& value, std::string* error);
@@ -86,14 +106,22 @@ public:
     // that reached it (its "idle" figure), then stops the rest.
     void StopDraining(const std::vector<std::string>& sources, const std::vector<std::string>& sinks);
 
+    // An integer property of a component; throws MissingFigure when there
+    // is none of that name.
     long long Figure(const std::string& property);
+    // The string property, or "" when there is none.
+    std::string Text(const std::string& property);
     long long Now() { return m_engine.CurrentTime(true, true); }
 
-    // Prints the warnings of the components reported so far (errors are the
-    // caller's to tell);
-    // counts the frames that the monitor said it had to drop.
+    // Prints the warnings of the components reported so far, and the
+    // errors of components that go on (the error of one that failed is the
+    // caller's to tell).
     void Relay();
-    long long DroppedByMonitor() const { return m_monitorDrops; }
+    // How many warnings and how many errors a component reported since it
+    // was born (Run returns once every component is), as the engine counts
+    // them.
+    long long WarningsOf(const std::string& component);
+    long long ErrorsOf(const std::string& component);
 
     // Tells `text` as one line; returns 1, the exit code of a failure.
     int Fail(const std::string& text) const;
@@ -107,9 +135,9 @@ private:
     std::string m_who;
     veldor::Engine m_engine;
     std::string m_failure;
-    unsigned long m_errorsSeen = 0;
-    std::string m_firstError;  // the first error reported since the last NewError
-    long long m_monitorDrops = 0;
+    std::string m_firstError;  // the first failure reported since the last NewError
+    bool m_failed = false;     // a failure was reported since the last NewError
+    std::map<std::string, ReportCounts> m_countsAtRun;
 };
 
 // Ctrl-C and SIGTERM: the first one asks the running command to stop; a

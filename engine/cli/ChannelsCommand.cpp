@@ -11,17 +11,6 @@
 
 namespace veldor::cli {
 
-namespace {
-
-// The kinds of bus, each with the monitor whose discovery lists its channels.
-struct BusKind {
-    const char* name;
-    const char* model;
-};
-const BusKind kBusKinds[] = {{"CAN", "NxCanMonitoring"}, {"Ethernet", "NxEthMonitoring"}};
-
-}  // namespace
-
 const char* ChannelsCommand::Usage()
 {
     return "usage: veldor channels [--ip ADDR]\n"
@@ -39,13 +28,23 @@ int ChannelsCommand::Run(int argc, char** argv)
     std::string error;
     if (!line.Arguments().empty()) return session.Fail(std::string("no arguments besides --ip\n") + Usage()) + 1;
     const std::string ip = line.Get("--ip", ChannelOptions().ip);
-    if (!session.Open(true, &error)) return session.Fail(error);
+    if (!session.Open({}, &error)) return session.Fail(error);
+    // Each kind whose bus library is there; none at all is a failure.
     std::vector<std::pair<const char*, ChannelEntry>> rows;
-    for (const BusKind& kind : kBusKinds) {
+    std::string missing;
+    bool any = false;
+    for (const BusKindInfo& kind : BusKinds()) {
+        std::string absent;
+        if (!BusSession::HasLibrary(kind.kind, &absent)) {
+            if (missing.empty()) missing = absent;
+            continue;
+        }
+        any = true;
         std::vector<ChannelEntry> channels;
-        if (!session.Channels(ip, &channels, &error, kind.model)) return session.Fail(error);
+        if (!session.Channels(ip, kind.kind, &channels, &error)) return session.Fail(error);
         for (const ChannelEntry& c : channels) rows.emplace_back(kind.name, c);
     }
+    if (!any) return session.Fail(missing);
     if (rows.empty()) return session.Fail("the bus libraries offer no CAN channel and no Ethernet interface at " + ip);
     std::size_t width = 0;
     for (const auto& row : rows) width = std::max(width, row.second.id.size());

@@ -11,6 +11,13 @@ CommandLine& CommandLine::Value(const std::string& name)
     return *this;
 }
 
+CommandLine& CommandLine::Repeated(const std::string& name)
+{
+    m_values.insert(name);
+    m_repeated.insert(name);
+    return *this;
+}
+
 CommandLine& CommandLine::Flag(const std::string& name)
 {
     m_flags.insert(name);
@@ -47,6 +54,8 @@ bool CommandLine::Parse(int argc, char** argv, std::string* error)
                 value = argv[++i];
             }
             m_given[arg] = value;
+            if (m_repeated.count(arg)) m_all[arg].push_back(value);
+            else m_all[arg] = {value};
         } else {
             *error = "unknown option \"" + arg + "\"";
             return false;
@@ -59,6 +68,19 @@ std::string CommandLine::Get(const std::string& name, const std::string& otherwi
 {
     auto it = m_given.find(name);
     return it == m_given.end() ? otherwise : it->second;
+}
+
+std::vector<std::string> CommandLine::All(const std::string& name) const
+{
+    auto it = m_all.find(name);
+    return it == m_all.end() ? std::vector<std::string>() : it->second;
+}
+
+std::vector<std::string> CommandLine::Given() const
+{
+    std::vector<std::string> names;
+    for (const auto& given : m_given) names.push_back(given.first);
+    return names;
 }
 
 namespace {

@@ -16,18 +16,26 @@ public:
     // An option that takes a value, and one that stands alone.
     CommandLine& Value(const std::string& name);
     CommandLine& Flag(const std::string& name);
+    // An option that takes a value and gathers every one given: All answers
+    // them in order (Get, as for any option, the last one).
+    CommandLine& Repeated(const std::string& name);
 
     // False with the reason for an unknown option or a value missing.
     bool Parse(int argc, char** argv, std::string* error);
 
     bool Has(const std::string& name) const { return m_given.count(name) != 0; }
     std::string Get(const std::string& name, const std::string& otherwise = "") const;
+    std::vector<std::string> All(const std::string& name) const;
+    // The options given, in any order.
+    std::vector<std::string> Given() const;
     const std::vector<std::string>& Arguments() const { return m_arguments; }
 
 private:
     std::set<std::string> m_values;
     std::set<std::string> m_flags;
+    std::set<std::string> m_repeated;
     std::map<std::string, std::string> m_given;
+    std::map<std::string, std::vector<std::string>> m_all;
     std::vector<std::string> m_arguments;
 };
 

@@ -1,5 +1,6 @@
 // veldor: runs diagram scripts, lists what packages offer, and records and
-// replays CAN buses (the bus commands live in their own classes).
+// replays CAN and Ethernet buses (the bus commands live in their own
+// classes).
 
 #include <atomic>
 #include <cstdio>
@@ -31,13 +32,19 @@ const char* const kUsage =
     "      --set Engine.NAME=VALUE\n"
     "                             set an engine property before the script runs\n"
     "  models PACKAGE         list the component models of a package file (.pck)\n"
-    "  channels [--ip ADDR]   list the CAN channels the bus library offers\n"
-    "  record can --channel ID [options] FILE\n"
-    "                         record a CAN channel into a log file (.asc or .log)\n"
-    "  replay can --channel ID [--sync] [--speed X] [options] FILE\n"
-    "                         replay a log file onto a CAN channel\n"
-    "  demo [FILE]            replay the sample in sync while recording the bus, and\n"
-    "                         compare (on the simulated bus: make demo)\n"
+    "  channels [--ip ADDR]   list the CAN channels and Ethernet interfaces the bus\n"
+    "                         libraries offer\n"
+    "  record can|eth --channel ID [options] FILE\n"
+    "                         record a CAN channel (.asc, .log, .blf, .pcapng) or an\n"
+    "                         Ethernet interface (.pcap, .pcapng)\n"
+    "  record --channel ID [--channel ID]... [options] FILE.pcapng\n"
+    "                         record CAN and Ethernet channels into one file\n"
+    "  replay can|eth --channel ID [--sync] [--speed X] [options] FILE\n"
+    "                         replay a file onto a channel\n"
+    "  replay [--sync] --map NAME=ID [--map NAME=ID]... [options] FILE.pcapng\n"
+    "                         replay each interface of a file onto a channel, in sync\n"
+    "  demo [FILE]            replay the sample drive in sync on both buses while\n"
+    "                         recording them, and compare (simulated buses: make demo)\n"
     "  version                print the engine's version\n"
     "\n"
     "veldor COMMAND --help tells a command's options. The script language is\n"
@@ -122,9 +129,7 @@ int ListModels(const char* path)
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int RunCommand(int argc, char** argv)
 {
     if (argc < 2) return Usage(stderr, 2);
     std::string command = argv[1];
@@ -147,4 +152,18 @@ int main(int argc, char** argv)
     }
     std::fprintf(stderr, "veldor: unknown command \"%s\"\n\n", argv[1]);
     return Usage(stderr, 2);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // A command that asks its diagram for a figure it does not have is
+    // faulty: it ends with that said, never with a figure of 0.
+    try {
+        return RunCommand(argc, argv);
+    } catch (const veldor::cli::MissingFigure& missing) {
+        std::fprintf(stderr, "veldor %s: %s\n", argv[1], missing.what());
+        return 1;
+    }
 }

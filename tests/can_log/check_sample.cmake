@@ -6,7 +6,7 @@ execute_process(COMMAND ${GENERATOR} --out ${OUT_DIR} --name sample_drive
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "can_sample_recording failed: ${result}")
 endif()
-foreach(ext asc log)
+foreach(ext asc log pcapng)
   execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files
                     ${OUT_DIR}/sample_drive.${ext} ${REFERENCE_DIR}/sample_drive.${ext}
                   RESULT_VARIABLE differs)

@@ -104,6 +104,25 @@ TEST(EngineReports, PrintWithTheLevelAndCaptureEverything)
     EXPECT_TRUE(engine.GetConsole().Contains("dropped", VELD::Info));
 }
 
+TEST(EngineReports, CountEachModulesReportsByLevel)
+{
+    veldor::Engine engine;
+    engine.GetConsole().SetPrinting(false);
+    engine.GetConsole().SetCapture(false);  // counted all the same
+    for (const char* text : {"component monitor0: Too many messages", "component monitor0: again",
+                             "module Engine: a setting", "External : no module", "component : no name"})
+        VELDPrivate::Report(text, VELD::Warning, 0, false);
+    VELDPrivate::Report("component monitor0: broken", VELD::Error, 0, false);
+    VELDPrivate::Report("component monitor1: the kernel's words", VELD::Error, 0, true);
+    const veldor::ReportCounts monitor = engine.GetConsole().CountsOf("monitor0");
+    EXPECT_EQ(monitor.Warnings(), 2u);
+    EXPECT_EQ(monitor.Errors(), 1u);
+    EXPECT_EQ(monitor.Infos(), 0u);
+    EXPECT_EQ(engine.GetConsole().CountsOf("Engine").Warnings(), 1u);
+    EXPECT_EQ(engine.GetConsole().CountsOf("monitor1").Errors(), 0u);  // the kernel speaks for no module
+    EXPECT_EQ(engine.GetConsole().AllCounts().size(), 2u);
+}
+
 // The engine's settings are properties of its module "Engine", read by
 // full name like those of any module and written from text.
 TEST(EngineProperties, DefaultsUserSettingsAndLookUps)

@@ -4,17 +4,21 @@
 #ifndef VELDOR_TESTS_MAIN_JOB_TEST_H
 #define VELDOR_TESTS_MAIN_JOB_TEST_H
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "can_log/CanFrame.h"
+#include "pcap_log/Packet.h"
 
 namespace mainjob {
 
 using veldor::canlog::CanFrame;
+using Bytes = std::vector<std::uint8_t>;
 
 // `count` classic frames `period` apart from `start`, frame k carrying k in
 // its first four bytes (what CanFrameStats counts).
@@ -22,6 +26,25 @@ std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std:
 void WriteLog(const std::string& path, const std::vector<CanFrame>& frames);
 std::vector<CanFrame> ReadLog(const std::string& path);
 std::string ReadText(const std::string& path);
+
+// An Ethernet frame of `length` bytes (at least 18) to nvxeth2's address, of
+// the local experimental type 0x88B5, carrying `counter` after its header
+// and a pattern after that.
+Bytes EthFrame(std::size_t length, std::uint32_t counter);
+// One frame of a capture file: on interface `interface`, at `time`
+// nanoseconds, an Ethernet frame's bytes or a CAN frame.
+struct CapturedFrame {
+    std::uint32_t interface = 0;
+    std::int64_t time = 0;
+    Bytes bytes;
+    CanFrame can;
+};
+// Writes a capture file of these interfaces (pcap: one Ethernet interface)
+// and frames.
+void WriteCapture(const std::string& path, const std::vector<veldor::pcaplog::Interface>& interfaces,
+                  const std::vector<CapturedFrame>& frames);
+veldor::pcaplog::Interface EthInterface(const std::string& name);
+veldor::pcaplog::Interface CanInterface(const std::string& name);
 void WriteText(const std::string& path, const std::string& text);
 
 // One line of a CanFrameStats csv file.
@@ -61,6 +84,23 @@ private:
 
 // Runs the command to its end.
 CommandResult RunVeldor(const std::vector<std::string>& arguments, const std::string& folder, double seconds = 60);
+
+// A test of the commands, with a folder of its own for their files.
+class CommandTest : public ::testing::Test {
+protected:
+    CommandTest();
+    ~CommandTest() override;
+
+    std::string File(const std::string& name) const { return m_folder + "/" + name; }
+    CommandResult Veldor(const std::vector<std::string>& args, double seconds = 60)
+    {
+        return RunVeldor(args, m_folder, seconds);
+    }
+    // Waits until `done` answers true; false after `seconds`.
+    static bool Eventually(const std::function<bool()>& done, double seconds = 10);
+
+    std::string m_folder;
+};
 
 }  // namespace mainjob
 

@@ -16,34 +16,7 @@
 namespace mainjob {
 namespace {
 
-class Command : public ::testing::Test {
-protected:
-    Command()
-    {
-        char pattern[] = "/tmp/veldor_command.XXXXXX";
-        m_folder = mkdtemp(pattern);
-    }
-    ~Command() override { std::system(("rm -rf " + m_folder).c_str()); }
-
-    std::string File(const std::string& name) const { return m_folder + "/" + name; }
-    CommandResult Veldor(const std::vector<std::string>& args, double seconds = 60)
-    {
-        return RunVeldor(args, m_folder, seconds);
-    }
-    // Waits until a background command says something on its standard
-    // output or writes its file.
-    static bool Eventually(const std::function<bool()>& done, double seconds = 10)
-    {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > until) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return true;
-    }
-
-    std::string m_folder;
-};
+using Command = CommandTest;
 
 TEST_F(Command, ChannelsListsTheBusWithDescriptions)
 {

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "EthernetDrive.h"
 #include "LoadedBus.h"
 #include "MainJobTest.h"
 #include "RoundTrip.h"
@@ -42,7 +43,7 @@ TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
 
     veldor::cli::BusSession session("round trip");
     std::string error;
-    ASSERT_TRUE(session.Open(true, &error)) << error;
+    ASSERT_TRUE(session.Open({veldor::cli::BusKind::Can}, &error)) << error;
     veldor::cli::RoundTripSettings settings;
     settings.original = folder + "/loaded.asc";
     settings.recording = folder + "/recorded.log";
@@ -64,6 +65,65 @@ TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
     EXPECT_LT(c.relativeToFirst.p50, kDriftP50);
     std::system(("rm -rf " + folder).c_str());
 }
+
+// Ethernet alone and both buses in one file, replayed in sync, each bus on
+// its first channel and recorded on its second: nothing lost or changed, on
+// any bus, and the buses' timelines measured against each other.
+struct BusMix {
+    const char* name;
+    std::size_t canFrames;
+    std::size_t ethernetFrames;
+    const char* file;
+};
+
+void PrintTo(const BusMix& m, std::ostream* out) { *out << m.name; }
+
+class RoundTripOfBuses : public ::testing::TestWithParam<BusMix> {};
+
+TEST_P(RoundTripOfBuses, LosesAndChangesNothing)
+{
+    using veldor::cli::BusKind;
+    const BusMix& m = GetParam();
+    char pattern[] = "/tmp/round_trip.XXXXXX";
+    const std::string folder = mkdtemp(pattern);
+    const std::vector<CanFrame> can =
+        veldor::sample::LoadedBus(m.canFrames, 0.5, veldor::sample::SimulatedDuration(), 1700000000000000);
+    const auto ethernet = veldor::sample::LoadedLink(m.ethernetFrames, 2000, 1700000000000000000);
+    std::string error;
+    ASSERT_TRUE(veldor::sample::WriteCapture(folder + "/" + m.file, can, ethernet, error)) << error;
+
+    veldor::cli::BusSession session("round trip");
+    ASSERT_TRUE(session.Open({}, &error)) << error;
+    veldor::cli::RoundTripSettings settings;
+    settings.original = folder + "/" + m.file;
+    settings.recording = folder + "/recorded.pcapng";
+    for (BusKind kind : {BusKind::Can, BusKind::Ethernet}) {
+        const bool isCan = kind == BusKind::Can;
+        if ((isCan ? m.canFrames : m.ethernetFrames) == 0) continue;
+        veldor::cli::RoundTripBus bus;
+        bus.source = m.canFrames > 0 && m.ethernetFrames > 0 ? (isCan ? "can0" : "eth0") : "";
+        bus.replayChannel.channel = isCan ? "NVX-CAN-1" : "NVX-ETH-1";
+        bus.recordChannel.channel = isCan ? "NVX-CAN-2" : "NVX-ETH-2";
+        settings.buses.push_back(bus);
+    }
+    const veldor::cli::RoundTripOutcome outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
+    ASSERT_EQ(outcome.end, veldor::cli::BusSession::End::Done) << outcome.failure;
+    ASSERT_TRUE(outcome.compared);
+    EXPECT_EQ(outcome.replayed, static_cast<long long>(m.canFrames + m.ethernetFrames));
+    EXPECT_EQ(outcome.dropped, 0);
+    for (const veldor::cli::BusOutcome& bus : outcome.buses) {
+        SCOPED_TRACE(bus.bus.recordChannel.channel);
+        EXPECT_EQ(bus.comparison.recordedFrames, bus.comparison.originalFrames);
+        EXPECT_EQ(bus.comparison.differing, 0u) << bus.comparison.firstDifference;
+    }
+    EXPECT_EQ(outcome.strayMeasured, m.canFrames > 0 && m.ethernetFrames > 0);
+    std::system(("rm -rf " + folder).c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(Mixes, RoundTripOfBuses,
+                         ::testing::Values(BusMix{"EthernetAlone", 0, 3000, "link.pcap"},
+                                           BusMix{"CanAndEthernet", 1500, 1500, "drive.pcapng"}),
+                         [](const ::testing::TestParamInfo<BusMix>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace mainjob

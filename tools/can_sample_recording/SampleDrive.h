@@ -16,6 +16,41 @@
 
 namespace veldor::sample {
 
+// splitmix64: the same numbers from every standard library.
+class Random {
+public:
+    explicit Random(std::uint64_t seed) : m_state(seed) {}
+    std::uint64_t Next()
+    {
+        std::uint64_t z = (m_state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    // Uniform in [low, high].
+    std::int64_t Between(std::int64_t low, std::int64_t high)
+    {
+        return low + static_cast<std::int64_t>(Next() % static_cast<std::uint64_t>(high - low + 1));
+    }
+
+private:
+    std::uint64_t m_state;
+};
+
+// The car at one moment of the drive, which every bus of it tells about.
+struct Vehicle {
+    double seconds = 0;
+    double speed = 0;         // km/h
+    double acceleration = 0;  // m/s^2
+    double rpm = 0;
+    int gear = 0;
+    double pedal = 0;  // %
+    double brake = 0;  // bar
+    double steering = 0;  // degrees
+    double odometer = 48213.7;  // km
+};
+Vehicle VehicleAt(double seconds);
+
 struct DriveSettings {
     std::int64_t start = 1717402500000000;  // 2024-06-03 08:15:00 UTC, in microseconds
     std::int64_t duration = 20000000;       // microseconds
