@@ -168,18 +168,18 @@ void VELDIOEltImplementation::Check(VELDIOElt* element, const VELDTypeFilterBase
 }
 
 // The accessors stand on every component's hot path: they ask the kernel
-// for the check level directly.
+// for the check level once per access.
 template <class R>
 R* VELDIOEltImplementation::Checked(const VELDTypeFilterBase& filter)
 {
-    if (VELDPrivate::kernel->CheckLevel() >= 1) CheckAccess(filter, false, 0);
+    if (VELD::CheckLevel() >= 1) CheckAccess(filter, false, 0);
     return static_cast<R*>(data);
 }
 
 template <class R>
 R* VELDIOEltImplementation::CheckedItem(const VELDTypeFilterBase& filter, int index, int itemSize)
 {
-    if (VELDPrivate::kernel->CheckLevel() >= 1) CheckAccess(filter, true, index);
+    if (VELD::CheckLevel() >= 1) CheckAccess(filter, true, index);
     return reinterpret_cast<R*>(static_cast<char*>(data) + static_cast<long>(index) * itemSize);
 }
 
