@@ -3,6 +3,8 @@
 #include <time.h>
 
 #include <algorithm>
+#include <mutex>
+#include <vector>
 
 #include "EngineVersion.h"
 #include "Script.h"
@@ -18,6 +20,17 @@
 
 namespace veldor {
 
+namespace {
+
+// The engines alive in this process, oldest first. The framework code of the
+// process runs on one kernel: the newest engine's, and when that one goes,
+// the newest of those left, so that an engine outliving a younger one keeps
+// its kernel.
+std::mutex g_enginesMutex;
+std::vector<Engine*> g_engines;
+
+}  // namespace
+
 Engine::Engine(const EngineOptions& options)
     : m_connections(m_console), m_diagram(*this), m_shutdownRequested(false), m_checkLevel(options.checkLevel),
       m_state(0), m_keys(VELD::DefaultKeysState), m_prepareExitCount(0), m_finishExitCount(0)
@@ -26,6 +39,10 @@ Engine::Engine(const EngineOptions& options)
     m_console.SetVerbosity(options.verbosity);
     // The framework code of the engine's own process runs on this kernel;
     // the engine's module registers its settings with it.
+    {
+        std::lock_guard<std::mutex> lock(g_enginesMutex);
+        g_engines.push_back(this);
+    }
     VELDPrivate::SetKernel(this);
     m_engineModule.reset(new EngineModule(*this));
 }
@@ -36,8 +53,7 @@ Engine::~Engine()
 {
     // A component's thread that is on its way out may still read the
     // kernel: it is written only when another engine holds it.
-    VELDKernelServices* previous = VELDPrivate::kernel;
-    if (previous != this) VELDPrivate::SetKernel(this);
+    if (VELDPrivate::kernel != this) VELDPrivate::SetKernel(this);
     m_diagram.Clear();
     // Code must not be unloaded under a thread: a component that outlived
     // its shutdown gets the default limit once more.
@@ -46,7 +62,9 @@ Engine::~Engine()
     // a package's code.
     if (!m_threads.WaitForExits(1000000)) m_packages.KeepLoaded();
     m_engineModule.reset();
-    VELDPrivate::SetKernel(previous == this ? nullptr : previous);
+    std::lock_guard<std::mutex> lock(g_enginesMutex);
+    g_engines.erase(std::find(g_engines.begin(), g_engines.end(), this));
+    VELDPrivate::SetKernel(g_engines.empty() ? nullptr : g_engines.back());
 }
 
 bool Engine::LoadPackage(const std::string& path, std::string* error)
