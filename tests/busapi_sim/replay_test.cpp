@@ -139,8 +139,8 @@ TEST_F(ReplayTest, LogStartAloneStartsTheReplayNow)
     const auto got = ReadAtLeast(m_rx, 1);
     ASSERT_EQ(got.size(), 1u);
     EXPECT_GE(got[0].ui64Timestamp, before + Ms(300));
+    // A start read as time 0 would have sent it at once, before its time.
     EXPECT_LT(got[0].ui64Timestamp, after + Ms(400));
-    EXPECT_EQ(ReplayStatus(m_replay).Reserved[0], 0u) << "not late";
 }
 
 TEST_F(ReplayTest, PassedFramesGoOutAtOnceAndCountAsLate)
