@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 
 #include "MainJobTest.h"
 #include "can_log/CanFrame.h"
@@ -88,18 +89,21 @@ TEST_F(Command, CtrlCClosesTheFileAndPrintsTheCounts)
 
 TEST_F(Command, AChannelInUseIsRefusedAndTheOtherUserGoesOn)
 {
-    mainjob::Veldor first({"record", "can", "--channel", "NVX-CAN-2", File("first.asc")}, m_folder);
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-    const CommandResult second = Veldor({"record", "can", "--channel", "NVX-CAN-2", File("second.asc")});
-    EXPECT_EQ(second.code, 1);
-    ASSERT_EQ(second.ErrLines().size(), 1u) << second.err;
-    EXPECT_NE(second.err.find("veldor record: "), std::string::npos);
-    EXPECT_NE(second.err.find("NVX-CAN-2"), std::string::npos) << second.err;
-    EXPECT_NE(second.err.find("in use"), std::string::npos) << second.err;
-    first.Interrupt();
-    const CommandResult r = first.Wait(20);
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("recorded 0 frames"), std::string::npos) << r.out;
+    for (const auto& [kind, channel, extension] :
+         {std::tuple<std::string, std::string, std::string>{"can", "NVX-CAN-2", ".asc"}, {"eth", "NVX-ETH-2", ".pcap"}}) {
+        mainjob::Veldor first({"record", kind, "--channel", channel, File("first" + extension)}, m_folder);
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        const CommandResult second = Veldor({"record", kind, "--channel", channel, File("second" + extension)});
+        EXPECT_EQ(second.code, 1) << kind;
+        ASSERT_EQ(second.ErrLines().size(), 1u) << second.err;
+        EXPECT_NE(second.err.find("veldor record: "), std::string::npos);
+        EXPECT_NE(second.err.find(channel), std::string::npos) << second.err;
+        EXPECT_NE(second.err.find("in use"), std::string::npos) << second.err;
+        first.Interrupt();
+        const CommandResult r = first.Wait(20);
+        EXPECT_EQ(r.code, 0) << r.err;
+        EXPECT_NE(r.out.find("recorded 0 frames"), std::string::npos) << r.out;
+    }
 }
 
 // One bad input: a file's text (none: the file does not exist) and the
