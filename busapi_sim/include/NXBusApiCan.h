@@ -41,8 +41,10 @@
  *   all channels of all processes together; identifier arbitration is not
  *   modelled: a frame that finds the wire busy waits for the frames offered
  *   before it, whatever its identifier. A received frame's timestamp is the
- *   hardware time of its end of frame. A channel does not receive its own
- *   frames. A channel whose interface is "Virtual" takes no bus time: its
+ *   hardware time of its start of frame (it is delivered at its end of
+ *   frame), the instant at which a replay schedules a frame: a recording
+ *   replays onto the wire where it was, on every bus alike. A channel does
+ *   not receive its own frames. A channel whose interface is "Virtual" takes no bus time: its
  *   frames end the moment they are offered, or with the last frame already
  *   on the wire, whichever is later.
  *   ucBusLoad (in each received message's tBusInfo) is the share of the last
@@ -122,8 +124,8 @@
  *   Scheduling rule: with start time S and offset O (hardware ticks), a frame
  *   whose record timestamp is T (ticks) is offered to the wire at hardware
  *   time S + (T - O), computed in signed 64-bit arithmetic. Its receivers
- *   timestamp it at the end of the frame, that is, its bus time later (or
- *   later still if the wire is busy).
+ *   timestamp it with that time (or later if the wire is busy), and receive
+ *   it its bus time later.
  *   NXCAN_SetReplayStartTime(h, S, O, option, 0):
  *     NXCAN_REPLAY_OPTION_NONE: sets S and O; refused with
  *       NXCAN_ERR_REPLAY_ALREADY_STARTED once the replay has started

@@ -385,7 +385,7 @@ void Channel::Deliver(const WireFrame* frames, size_t count, uint8_t load, uint6
         NXSCanMessage& m = m_rx[(m_rxHead + m_rxCount) % capacity];
         std::memset(&m, 0, sizeof m);
         m.tMessageType = f.remote ? NXCAN_MESSAGE_TYPE_REMOTE : NXCAN_MESSAGE_TYPE_DATA;
-        m.ui64Timestamp = clock.TicksAt(f.endNs);
+        m.ui64Timestamp = clock.TicksAt(f.startNs);
         m.ulCanIdentifier = f.id;
         m.tCanIdentifierType = f.extended ? NXCAN_IDENTIFIER_TYPE_XTD : NXCAN_IDENTIFIER_TYPE_STD;
         m.ulFlags = (f.fd ? NXCAN_FLAG_RX_FD : 0u) | (f.brs ? NXCAN_FLAG_RX_BRS : 0u);

@@ -59,12 +59,14 @@ TEST_F(TrafficTest, FramesArriveInOrderWithEveryField)
         EXPECT_EQ(std::memcmp(got[i].ucData, sent[i].ucData, length), 0);
         for (int b = length; b < 64; ++b)
             ASSERT_EQ(got[i].ucData[b], 0) << "nothing beyond the length";
-        // Back to back on the wire: each ends one bus time after the previous.
-        const uint64_t busTicks = static_cast<uint64_t>(BusTimeNs(sent[i]) * 80 / 1000);
-        if (i > 0)
+        // Back to back on the wire: each starts one bus time of the previous
+        // after it.
+        if (i > 0) {
+            const uint64_t busTicks = static_cast<uint64_t>(BusTimeNs(sent[i - 1]) * 80 / 1000);
             EXPECT_NEAR(static_cast<double>(got[i].ui64Timestamp - previous), static_cast<double>(busTicks), 2.0);
-        else
-            EXPECT_GE(got[i].ui64Timestamp, before + busTicks);
+        } else {
+            EXPECT_GE(got[i].ui64Timestamp, before);
+        }
         EXPECT_EQ(got[i].tBusInfo.tBusStatus, NXCAN_BUS_STATUS_ACTIVE);
         previous = got[i].ui64Timestamp;
     }
@@ -155,7 +157,7 @@ TEST_F(TrafficTest, ABurstTakesTheBusTimeOfItsFrames)
     const auto elapsed = std::chrono::steady_clock::now() - start;
     ASSERT_EQ(got.size(), static_cast<size_t>(kFrames));
     EXPECT_GE(elapsed, std::chrono::microseconds(kFrames * 1080)) << "no faster than the wire";
-    EXPECT_GE(got.front().ui64Timestamp, sentAt + frameTicks);
+    EXPECT_GE(got.front().ui64Timestamp, sentAt);
     EXPECT_EQ(got.back().ui64Timestamp - got.front().ui64Timestamp, (kFrames - 1) * frameTicks);
 }
 
