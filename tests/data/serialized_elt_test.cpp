@@ -345,13 +345,6 @@ TEST_F(SerializedElt, NoSourceOrNoPlaceIsRefused)
 // ---------------------------------------------------------------------------
 // The static helpers
 
-TEST_F(SerializedElt, IsDeserializableSaysItDoesNotKnow)
-{
-    EXPECT_TRUE(VELDIOElt::IsDeserializable(nullptr));
-    EXPECT_TRUE(engine.GetConsole().Contains(
-        "External : VELDIOElt::IsDeserializable not implemented yet. Returns always true."));
-}
-
 TEST_F(SerializedElt, SerializedSizesCountThePayloadBehindTheElement)
 {
     struct alignas(16) Block {
