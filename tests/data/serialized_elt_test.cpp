@@ -70,7 +70,7 @@ Bytes Content(VELDIOEltImplementation& e)
 
 class SerializedElt : public ::testing::Test {
 protected:
-    SerializedElt() : engine(QuietEngine()) {}
+    SerializedElt() : engine(Quiet()) {}
 
     VELDOutputImplementation& MakeOutput(VELDTypeInfoValue type)
     {

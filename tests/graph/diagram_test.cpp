@@ -11,7 +11,7 @@
 
 TEST(Packages, RefusalsAndTheModelsOfAFile)
 {
-    veldor::Engine engine(GraphTest::Quiet());
+    veldor::Engine engine(Quiet());
     std::string error;
     EXPECT_FALSE(engine.LoadPackage("/nowhere/missing.pck", &error));
     EXPECT_NE(error.find("cannot load package /nowhere/missing.pck"), std::string::npos) << error;
@@ -37,7 +37,7 @@ TEST(Packages, RefusalsAndTheModelsOfAFile)
     EXPECT_EQ(counter->nbInputs, 0u);
 
     // A package file serves the first engine that loads it.
-    veldor::Engine other(GraphTest::Quiet());
+    veldor::Engine other(Quiet());
     EXPECT_FALSE(other.LoadPackage(VELDOR_TEST_PACKAGE, &error));
     EXPECT_NE(error.find("for another engine"), std::string::npos) << error;
 
