@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "FakeCanLibrary.h"
 #include "FakeEthLibrary.h"
 #include "NxCanApiWrapper.h"
@@ -21,13 +22,6 @@
 class EngineTest : public ::testing::Test {
 protected:
     EngineTest() : engine(Quiet()) {}
-
-    static veldor::EngineOptions Quiet()
-    {
-        veldor::EngineOptions options;
-        options.printReports = false;
-        return options;
-    }
 
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
 

@@ -9,18 +9,13 @@
 #include <thread>
 
 #include "bus_test_fixture.h"
+#include "scratch.h"
 
 namespace {
 
 using CanTransport = BusTest;
 
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+using veldtest::ReadText;
 
 // Record sizes that the test chooses one by one, 64 bytes after the list.
 void RecordSizes(nxtest::FakeCanLibrary& fake, std::vector<std::uint32_t> sizes)
@@ -234,7 +229,7 @@ TEST_F(CanTransport, TraceLinesByteForByte)
     ASSERT_EQ(wrapper->ReadReceiveQueue(), 2u);
     wrapper.reset();  // closes the file
 
-    EXPECT_EQ(ReadFile(id + ".asc"),
+    EXPECT_EQ(ReadText(id + ".asc"),
               "123456 1  005 Rx d 8 8 A0 A1 A2 A3 A4 A5 A6 A7\n"
               "0 1  28036591 Rx d 8 15 0F A1 A2 A3 A4 A5 A6 A7\n");
 
@@ -242,7 +237,7 @@ TEST_F(CanTransport, TraceLinesByteForByte)
     wrapper = Ready(settings);
     EXPECT_EQ(wrapper->ReadReceiveQueue(), 0u);
     wrapper.reset();
-    EXPECT_EQ(ReadFile(id + ".asc"), "");
+    EXPECT_EQ(ReadText(id + ".asc"), "");
 }
 
 TEST_F(CanTransport, WaitingWakesOnReceptionAndTimesOut)

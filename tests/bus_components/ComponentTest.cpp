@@ -9,18 +9,12 @@
 #include <sstream>
 #include <thread>
 
+#include "quiet_engine.h"
 #include "veld_component.h"
 
 namespace bus_components {
 
 namespace {
-
-veldor::EngineOptions Quiet()
-{
-    veldor::EngineOptions options;
-    options.printReports = false;
-    return options;
-}
 
 long long ParseTime(std::string text)
 {
@@ -97,9 +91,6 @@ veldor::Engine& SharedEngine()
 
 ComponentTest::ComponentTest() : engine(SharedEngine())
 {
-    char pattern[] = "/tmp/bus_components.XXXXXX";
-    const char* folder = mkdtemp(pattern);
-    m_folder = folder ? folder : "/tmp";
     engine.GetConsole().ClearCaptured();
     // Each component starts once the one before was born: a diagram made
     // readers first hears everything its senders send.
@@ -110,7 +101,6 @@ ComponentTest::ComponentTest() : engine(SharedEngine())
 ComponentTest::~ComponentTest()
 {
     engine.Graph().Clear();
-    if (m_folder != "/tmp") std::system(("rm -rf " + m_folder).c_str());
 }
 
 void ComponentTest::Make(const std::string& model, const std::string& name)
@@ -247,16 +237,6 @@ void ComponentTest::RestoreClock()
     engine.Graph().Clear();
     engine.Clock().SetTime(veldor::EngineClock::Monotonic());
     engine.Clock().Flush();
-}
-
-bool ComponentTest::Eventually(const std::function<bool()>& done, double seconds)
-{
-    auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 }  // namespace bus_components

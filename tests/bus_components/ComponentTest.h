@@ -24,9 +24,12 @@
 #include <vector>
 
 #include "Engine.h"
+#include "scratch.h"
 #include "veld_component.h"
 
 namespace bus_components {
+
+using veldtest::Eventually;
 
 // One line of a CanPrinter's file with element_info.
 struct PrintedFrame {
@@ -100,10 +103,8 @@ protected:
     // follows, for the tests after it.
     void RestoreClock();
 
-    // Polls `done` for up to `seconds`.
-    static bool Eventually(const std::function<bool()>& done, double seconds = 20);
-
-    std::string m_folder;  // removed with the test
+    veldtest::ScratchDir m_scratch{"bus_components"};
+    const std::string m_folder = m_scratch.Path();  // removed with the test
     veldor::Engine& engine;
 };
 

@@ -1,5 +1,6 @@
-// Finding channels at an address, and claiming one: the real loading code and
-// the real wrapper against the simulated library at the fixed path.
+// Finding channels at an address: the real loading code and the real wrapper
+// against the simulated library at the fixed path. A channel that another
+// holds: process_test.
 #include <dlfcn.h>
 
 #include <map>
@@ -9,9 +10,6 @@
 
 namespace nxbus_on_sim {
 namespace {
-
-// The library's code for a channel that another registration holds.
-const NXTCanError kChannelInUse = 5;
 
 std::vector<std::string> Identifiers(const std::vector<NXSCanChannelInfo>& channels)
 {
@@ -78,36 +76,6 @@ TEST_F(Discovery, AnAddressWithoutChannelsGivesNothingToClaim)
     auto unknown = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-9"));
     EXPECT_EQ(unknown->GetCanChannelCount(), 5u);
     EXPECT_EQ(unknown->Initialize(&highSpeed).errorCode, 10);
-}
-
-using ChannelClaims = SimBusTest;
-
-TEST_F(ChannelClaims, AChannelThatAnotherWrapperHoldsIsRefusedUntilItIsReleased)
-{
-    auto holder = Open(Monitoring("NVX-CAN-2"));
-    ASSERT_TRUE(holder);
-
-    auto second = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-2"));
-    bool highSpeed = false;
-    NxBusError refused = second->Initialize(&highSpeed);
-    EXPECT_EQ(refused.errorCode, kChannelInUse);
-    EXPECT_EQ(refused.functionName, "NXCAN_RegisterChannel");
-    const std::string text = second->GetErrorMessage(refused);
-    EXPECT_EQ(text.rfind("NXCAN_RegisterChannel: channel in use", 0), 0u) << text;
-    EXPECT_NE(text.find("NVX-CAN-2"), std::string::npos) << text;
-
-    auto replay = std::make_unique<NxCanApiWrapper>(Replay("NVX-CAN-2"));
-    refused = replay->Initialize(&highSpeed);
-    EXPECT_EQ(refused.errorCode, kChannelInUse);
-    EXPECT_EQ(replay->GetErrorMessage(refused).rfind("NXCAN_RegisterReplayChannel: channel in use", 0), 0u)
-        << replay->GetErrorMessage(refused);
-
-    // The refused wrappers hold nothing; the holder's destructor releases
-    // the channel.
-    second.reset();
-    replay.reset();
-    holder.reset();
-    EXPECT_TRUE(Open(Monitoring("NVX-CAN-2")));
 }
 
 using LibraryLifetime = SimBusTest;

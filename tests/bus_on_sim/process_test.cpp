@@ -1,5 +1,6 @@
-// The bus across processes: a helper program with a wrapper of its own
-// (wrapper_peer) on the same simulated bus as this process.
+// A channel across processes: a helper program with a wrapper of its own
+// (wrapper_peer) on the same simulated bus as this process. Frames across
+// processes: busapi_sim/process_test.
 #include "ChildProcess.h"
 #include "SimBusTest.h"
 
@@ -8,32 +9,20 @@ namespace {
 
 using OtherProcess = SimBusTest;
 
-TEST_F(OtherProcess, ReceivesInOrderWhatItTransmits)
-{
-    auto rx = Open(Monitoring("NVX-CAN-2"));
-    ASSERT_TRUE(rx);
-    const std::vector<FrameFields> sent = MixedTraffic();
-    const std::uint64_t before = Now(*rx);
-    nxtest::ChildProcess peer(NXBUS_WRAPPER_PEER, {"transmit", "NVX-CAN-1"});
-    ASSERT_TRUE(peer.Started());
-    ASSERT_EQ(peer.Line(), "sent " + std::to_string(sent.size()));
-    const std::vector<NXSCanMessage> got = Receive(*rx, sent.size());
-    const std::uint64_t after = Now(*rx);
-    peer.CloseInput();
-    EXPECT_TRUE(peer.ExitedCleanly());
-    ExpectTraffic(sent, got, before, after);
-}
-
 TEST_F(OtherProcess, AChannelEitherSideHoldsIsRefusedToTheOther)
 {
     nxtest::ChildProcess holder(NXBUS_WRAPPER_PEER, {"hold", "NVX-CAN-1"});
     ASSERT_EQ(holder.Line(), "ready");
-    auto wrapper = std::make_unique<NxCanApiWrapper>(Monitoring("NVX-CAN-1"));
-    bool highSpeed = false;
-    NxBusError refused = wrapper->Initialize(&highSpeed);
-    const std::string text = wrapper->GetErrorMessage(refused);
-    EXPECT_EQ(text.rfind("NXCAN_RegisterChannel: channel in use", 0), 0u) << text;
-    EXPECT_NE(text.find("process " + std::to_string(holder.Pid())), std::string::npos) << "names the holder: " << text;
+    for (bool replay : {false, true}) {
+        auto wrapper = std::make_unique<NxCanApiWrapper>(replay ? Replay("NVX-CAN-1") : Monitoring("NVX-CAN-1"));
+        bool highSpeed = false;
+        NxBusError refused = wrapper->Initialize(&highSpeed);
+        EXPECT_EQ(refused.functionName, replay ? "NXCAN_RegisterReplayChannel" : "NXCAN_RegisterChannel");
+        const std::string text = wrapper->GetErrorMessage(refused);
+        EXPECT_EQ(text.rfind(refused.functionName + ": channel in use", 0), 0u) << text;
+        EXPECT_NE(text.find("NVX-CAN-1"), std::string::npos) << text;
+        EXPECT_NE(text.find("process " + std::to_string(holder.Pid())), std::string::npos) << "names the holder: " << text;
+    }
 
     // Once the holder has let go, the channel can be had.
     holder.CloseInput();

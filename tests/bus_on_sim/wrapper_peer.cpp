@@ -1,11 +1,9 @@
 // A second process on the simulated bus and link that uses the package's
 // wrappers, for the tests that need one:
-//   wrapper_peer transmit <channel>        sends the mixed CAN traffic, prints "sent <n>"
 //   wrapper_peer hold <channel>            claims the CAN channel, prints "ready", or
 //                                          "refused: <text>" and ends
 //   wrapper_peer hold-interface <id>       the same for an Ethernet interface
-// Each keeps what it claimed until its standard input ends: a channel that
-// leaves the bus withdraws what it has not yet sent.
+// Each keeps what it claimed until its standard input ends.
 // Errors go to standard error, with a non-zero exit status.
 #include <unistd.h>
 
@@ -16,7 +14,6 @@
 #include "Engine.h"
 #include "NxCanApiWrapper.h"
 #include "NxEthApiWrapper.h"
-#include "TrafficFrames.h"
 
 namespace {
 
@@ -37,25 +34,6 @@ std::unique_ptr<NxCanApiWrapper> Claim(const std::string& channel, NxBusError& r
     return wrapper;
 }
 
-int Transmit(const std::string& channel)
-{
-    NxBusError result;
-    auto wrapper = Claim(channel, result);
-    if (result.errorCode != 0) {
-        std::fprintf(stderr, "wrapper_peer: %s\n", wrapper->GetErrorMessage(result).c_str());
-        return 2;
-    }
-    std::vector<NXSCanMessage> messages = nxbus_on_sim::ToMessages(nxbus_on_sim::MixedTraffic());
-    result = wrapper->TransmitMessages(messages.data(), static_cast<std::uint32_t>(messages.size()));
-    if (result.errorCode != 0) {
-        std::fprintf(stderr, "wrapper_peer: %s\n", wrapper->GetErrorMessage(result).c_str());
-        return 3;
-    }
-    std::printf("sent %zu\n", messages.size());
-    WaitForEndOfInput();
-    return 0;
-}
-
 template <class Wrapper>
 int Hold(std::unique_ptr<Wrapper> wrapper, const NxBusError& result)
 {
@@ -74,7 +52,6 @@ int main(int argc, char** argv)
 {
     veldor::Engine engine;
     const std::string command = argc == 3 ? argv[1] : "";
-    if (command == "transmit") return Transmit(argv[2]);
     NxBusError result;
     if (command == "hold") {
         auto wrapper = Claim(argv[2], result);
@@ -86,6 +63,6 @@ int main(int argc, char** argv)
         result = wrapper->Initialize(&highSpeed);
         return Hold(std::move(wrapper), result);
     }
-    std::fprintf(stderr, "usage: wrapper_peer transmit|hold <channel> | hold-interface <id>\n");
+    std::fprintf(stderr, "usage: wrapper_peer hold <channel> | hold-interface <id>\n");
     return 1;
 }

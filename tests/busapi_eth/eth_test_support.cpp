@@ -240,15 +240,4 @@ void WritePcap(const std::string& path, const std::vector<Bytes>& frames)
     }
 }
 
-TempFolder::TempFolder()
-{
-    char pattern[] = "/tmp/busapi_eth.XXXXXX";
-    m_path = mkdtemp(pattern);
-}
-
-TempFolder::~TempFolder()
-{
-    std::system(("rm -rf '" + m_path + "'").c_str());
-}
-
 }  // namespace eth_test

@@ -13,6 +13,7 @@
 
 #include "NXBusApiEthernet.h"
 #include "eth_api_table.h"
+#include "scratch.h"
 
 namespace eth_test {
 
@@ -61,14 +62,6 @@ std::vector<Bytes> ReadPcap(const std::string& path);
 void WritePcap(const std::string& path, const std::vector<Bytes>& frames);
 
 // A temporary folder for the test's files, removed at the end.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
+using TempFolder = veldtest::ScratchDir;
 
 }  // namespace eth_test

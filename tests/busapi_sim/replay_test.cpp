@@ -213,18 +213,6 @@ TEST_F(ReplayTest, ReplayQueueLimitAndInjectedPartialConsumption)
     EXPECT_EQ(size, 0u) << "whole records only";
 }
 
-TEST_F(ReplayTest, FaultLimitsRecordsTakenPerCall)
-{
-    UseConfig("[fault NXCAN_ReplayStreamData]\nconsume_records = 2\n");
-    OpenPair();
-    std::vector<uint8_t> stream;
-    for (int i = 0; i < 5; ++i)
-        AppendRecord(stream, Ms(i), 0x40 + i, 0);
-    uint32_t size = static_cast<uint32_t>(stream.size());
-    ASSERT_EQ(NXCAN_ReplayStreamData(m_replay, &size, stream.data()), NXCAN_SUCCESS);
-    EXPECT_EQ(size, 128u);
-}
-
 TEST_F(ReplayTest, InvalidRecordsAreCountedOrRefused)
 {
     OpenPair();

@@ -109,22 +109,27 @@ TEST_F(TrafficTest, ClassicChannelDoesNotSeeFdFrames)
 
 TEST_F(TrafficTest, AcceptanceFiltersByCodeAndMask)
 {
+    const uint32_t X = 0x80000000u;  // marks an extended identifier below
     const NXTCanHandle tx = Open("NVX-CAN-1");
-    const NXTCanHandle rx = Open("NVX-CAN-2");
-    const NXTCanHandle all = Open("ORV-CAN-1");
-    // Standard: 0x120..0x12F; extended: low byte 0x55.
-    ASSERT_EQ(NXCAN_SetAcceptance(rx, 0x120, 0x7F0, 0x55, 0xFF), NXCAN_SUCCESS);
-    NXSCanMessage frames[] = {DataFrame(0x120, 1), DataFrame(0x12F, 1), DataFrame(0x130, 1),
-                              DataFrame(0x1000055, 1, true), DataFrame(0x1000056, 1, true),
-                              DataFrame(0x055, 1)};
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 6, frames), NXCAN_SUCCESS);
-    const auto unfiltered = ReadAtLeast(all, 6);
-    EXPECT_EQ(unfiltered.size(), 6u) << "masks of 0 pass everything";
-    const auto got = ReadAtLeast(rx, 3, std::chrono::milliseconds(200));
-    ASSERT_EQ(got.size(), 3u);
-    EXPECT_EQ(got[0].ulCanIdentifier, 0x120u);
-    EXPECT_EQ(got[1].ulCanIdentifier, 0x12Fu);
-    EXPECT_EQ(got[2].ulCanIdentifier, 0x1000055u);
+    const NXTCanHandle ranges = Open("NVX-CAN-2"), exact = Open("ORV-CAN-1"), all = Open("NVX-ZIRA-1");
+    // Standard 0x120..0x12F, extended 0x18DAxxxx; every standard identifier
+    // and the extended 0x120 alone; masks of 0 pass everything.
+    ASSERT_EQ(NXCAN_SetAcceptance(ranges, 0x125, 0x7F0, 0x18DA1234, 0x1FFF0000), NXCAN_SUCCESS);
+    ASSERT_EQ(NXCAN_SetAcceptance(exact, 0, 0, 0x120, 0x1FFFFFFF), NXCAN_SUCCESS);
+    const std::vector<uint32_t> sent = {0x120,          0x12F,          0x130,          0x7FF,     X | 0x18DA0001,
+                                        X | 0x18DB0001, X | 0x00000120, X | 0x18DAFFFF, X | 0x121, 0x121};
+    std::vector<NXSCanMessage> frames;
+    for (uint32_t id : sent) frames.push_back(DataFrame(id & ~X, 2, (id & X) != 0));
+    ASSERT_EQ(NXCAN_TransmitMessages(tx, static_cast<uint32_t>(frames.size()), frames.data()), NXCAN_SUCCESS);
+    auto ids = [&](const std::vector<NXSCanMessage>& got) {
+        std::vector<uint32_t> out;
+        for (const NXSCanMessage& m : got) out.push_back(m.ulCanIdentifier | (m.tCanIdentifierType == NXCAN_IDENTIFIER_TYPE_XTD ? X : 0));
+        return out;
+    };
+    // The last frame passes every filter: once it is in, so is all the rest.
+    EXPECT_EQ(ids(ReadAtLeast(all, sent.size())), sent);
+    EXPECT_EQ(ids(ReadAtLeast(ranges, 5)), (std::vector<uint32_t>{0x120, 0x12F, X | 0x18DA0001, X | 0x18DAFFFF, 0x121}));
+    EXPECT_EQ(ids(ReadAtLeast(exact, 6)), (std::vector<uint32_t>{0x120, 0x12F, 0x130, 0x7FF, X | 0x120, 0x121}));
 }
 
 TEST_F(TrafficTest, IdentifierTypeOfTheChannelSelectsFrames)

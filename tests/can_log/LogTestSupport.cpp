@@ -4,13 +4,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <memory>
 #include <random>
-#include <sstream>
-#include <stdexcept>
 
 #include "can_log/LogFiles.h"
 
@@ -33,33 +29,6 @@ void PrintTo(const CanFrame& f, std::ostream* out)
 namespace canlog_test {
 
 using namespace veldor::canlog;
-
-ScratchDir::ScratchDir()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "can_log_test_XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    m_path = pattern;
-}
-
-ScratchDir::~ScratchDir()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-void WriteText(const std::string& path, std::string_view text)
-{
-    std::ofstream out(path, std::ios::binary);
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
-std::string ReadText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream all;
-    all << in.rdbuf();
-    return all.str();
-}
 
 bool operator==(const Issue& a, const Issue& b) { return a.kind == b.kind && a.line == b.line; }
 

@@ -13,6 +13,7 @@
 #include "can_log/CanFrame.h"
 #include "can_log/FrameReader.h"
 #include "can_log/LogOptions.h"
+#include "scratch.h"
 
 namespace veldor::canlog {
 
@@ -25,18 +26,9 @@ namespace canlog_test {
 using veldor::canlog::CanFrame;
 
 // A folder of its own for each test, removed afterwards.
-class ScratchDir {
-public:
-    ScratchDir();
-    ~ScratchDir();
-    std::string File(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
-void WriteText(const std::string& path, std::string_view text);
-std::string ReadText(const std::string& path);
+using veldtest::ReadText;
+using veldtest::ScratchDir;
+using veldtest::WriteText;
 
 struct Issue {
     veldor::canlog::IssueKind kind;

@@ -51,7 +51,7 @@ struct ReaderRun {
 
 class FifoStress : public ::testing::TestWithParam<std::vector<int>> {
 protected:
-    FifoStress() : engine(QuietEngine()) {}
+    FifoStress() : engine(Quiet()) {}
 
     void Run(const std::vector<int>& types)
     {
@@ -186,7 +186,7 @@ class WakeUps : public ::testing::TestWithParam<std::vector<int>> {};
 TEST_P(WakeUps, NoSideSleepsThroughAnElementOrAFreedSlot)
 {
     const long kHandOvers = 20000;
-    veldor::Engine engine(QuietEngine());
+    veldor::Engine engine(Quiet());
     TestModule module;
     const int ring = static_cast<int>(GetParam().size()) + 1;  // a slot for the writer, whatever readers hold
     VELDOutputImplementation output("m.o", OutputDefinition(VELD::Integer64, 1, ring), &module.death);

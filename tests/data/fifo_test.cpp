@@ -12,6 +12,7 @@
 
 #include "Engine.h"
 #include "fifo_reading.h"
+#include "scratch.h"
 #include "test_module.h"
 #include "test_output.h"
 #include "thrown.h"
@@ -22,19 +23,11 @@ namespace {
 
 using veldor::FifoReaders;
 
-// True once `done` holds, polling for up to five seconds.
-bool Eventually(const std::function<bool()>& done)
-{
-    for (int i = 0; i < 5000; ++i) {
-        if (done()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return done();
-}
+using veldtest::Eventually;
 
 class Fifo : public ::testing::Test {
 protected:
-    Fifo() : engine(QuietEngine()) {}
+    Fifo() : engine(Quiet()) {}
     ~Fifo() override
     {
         for (std::thread& t : threads)

@@ -17,7 +17,7 @@ const unsigned int kUnknown = 4294967295u;
 
 class IOElt : public ::testing::Test {
 protected:
-    IOElt() : engine(QuietEngine()) { std::memset(payload, 0, sizeof payload); }
+    IOElt() : engine(Quiet()) { std::memset(payload, 0, sizeof payload); }
 
     VELDIOEltImplementation& Make(VELDTypeInfoValue type, int bufferSize, int vectorSize)
     {

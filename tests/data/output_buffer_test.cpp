@@ -19,7 +19,7 @@ const int kFifoSize = 3;
 
 class OutputBuffer : public ::testing::Test {
 protected:
-    OutputBuffer() : engine(QuietEngine()) {}
+    OutputBuffer() : engine(Quiet()) {}
 
     VELDOutputImplementation& Make(VELDTypeInfoValue type, int fifoSize = kFifoSize)
     {

@@ -46,7 +46,7 @@ using veldor::FifoReaders;
 // An engine that keeps what it is told of module states.
 class RecordingEngine : public veldor::Engine {
 public:
-    RecordingEngine() : veldor::Engine(QuietEngine()) {}
+    RecordingEngine() : veldor::Engine(Quiet()) {}
     void ModuleStateChanged(const char* moduleName, int state) override
     {
         std::lock_guard<std::mutex> lock(m_mutex);

@@ -70,7 +70,7 @@ Bytes Content(VELDIOEltImplementation& e)
 
 class SerializedElt : public ::testing::Test {
 protected:
-    SerializedElt() : engine(QuietEngine()) {}
+    SerializedElt() : engine(Quiet()) {}
 
     VELDOutputImplementation& MakeOutput(VELDTypeInfoValue type)
     {
@@ -344,13 +344,6 @@ TEST_F(SerializedElt, NoSourceOrNoPlaceIsRefused)
 
 // ---------------------------------------------------------------------------
 // The static helpers
-
-TEST_F(SerializedElt, IsDeserializableSaysItDoesNotKnow)
-{
-    EXPECT_TRUE(VELDIOElt::IsDeserializable(nullptr));
-    EXPECT_TRUE(engine.GetConsole().Contains(
-        "External : VELDIOElt::IsDeserializable not implemented yet. Returns always true."));
-}
 
 TEST_F(SerializedElt, SerializedSizesCountThePayloadBehindTheElement)
 {

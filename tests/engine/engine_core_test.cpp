@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld.h"
 #include "veld_action.h"
 #include "veld_constants.h"
@@ -16,13 +17,6 @@
 #include "veld_property_value.h"
 
 namespace {
-
-veldor::EngineOptions Quiet()
-{
-    veldor::EngineOptions options;
-    options.printReports = false;
-    return options;
-}
 
 // A property of some module, as the engine sees it through its interface.
 class FakeProperty : public VELDProperty {

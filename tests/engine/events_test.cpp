@@ -10,18 +10,12 @@
 #include <vector>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld.h"
 #include "veld_constants.h"
 #include "veld_event.h"
 
 namespace {
-
-veldor::EngineOptions Quiet()
-{
-    veldor::EngineOptions options;
-    options.printReports = false;
-    return options;
-}
 
 VELDTimestamp Now() { return veldor::EngineClock::Monotonic(); }
 

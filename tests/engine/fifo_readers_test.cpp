@@ -21,7 +21,7 @@ using veldor::FifoReaders;
 
 class Readers : public ::testing::Test {
 protected:
-    Readers() : engine(QuietEngine()) {}
+    Readers() : engine(Quiet()) {}
 
     std::unique_ptr<VELDOutputImplementation> Make(int fifoSize)
     {

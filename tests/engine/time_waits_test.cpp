@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld.h"
 #include "veld_clock.h"
 #include "veld_constants.h"
@@ -22,13 +23,7 @@ VELDTimestamp Now() { return veldor::EngineClock::Monotonic(); }
 
 class ClockWaits : public ::testing::Test {
 protected:
-    ClockWaits() : engine(Options()) {}
-    static veldor::EngineOptions Options()
-    {
-        veldor::EngineOptions options;
-        options.printReports = false;
-        return options;
-    }
+    ClockWaits() : engine(Quiet()) {}
     // Real microseconds that `body` takes.
     static long Elapsed(const std::function<void()>& body)
     {

@@ -158,12 +158,3 @@ TEST(Matrix, AllocatesTwoBlocksAndRefusesAnImpossibleSize)
     EXPECT_THROW(VELDMatrix(0x7FFFFFFF, 0x7FFFFFFF), std::bad_alloc);
     EXPECT_EQ(sizeof(VELDMatrix), 40u);
 }
-
-TEST(Couple, HoldsTwoValues)
-{
-    VELDCouple<bool, unsigned long> c(true, 7UL);
-    EXPECT_TRUE(c.first());
-    EXPECT_EQ(c.second(), 7UL);
-    c.second() = 8;
-    EXPECT_EQ(c.m_second, 8UL);
-}

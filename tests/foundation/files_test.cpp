@@ -14,28 +14,16 @@
 #include <string>
 #include <vector>
 
+#include "scratch.h"
 #include "veld_os_helpers.h"
 
 extern char** environ;
 
 namespace {
 
-struct Folder {
-    Folder() : path(mkdtemp(pattern)) {}
-    ~Folder() { std::system(("rm -rf '" + path + "'").c_str()); }
-    std::string operator/(const std::string& name) const { return path + "/" + name; }
-    char pattern[32] = "/tmp/veld_files.XXXXXX";
-    std::string path;
-};
-
-std::string Slurp(const std::string& path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-void Put(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+using Folder = veldtest::ScratchDir;
+using veldtest::ReadText;
+using veldtest::WriteText;
 
 // ---------------------------------------------------------------------------
 // Path arithmetic
@@ -107,7 +95,7 @@ TEST_P(WriterModes, TruncateAppendOrOverwriteAsTheFlagsSay)
 {
     Folder folder;
     const std::string path = folder / "f.bin";
-    Put(path, "old");
+    WriteText(path, "old");
     VELDFileWriterAndReader both;
     VELDFileWriter writer;
     const bool readable = (GetParam().flags & VELDFileIO::EnableRead) != 0;
@@ -118,7 +106,7 @@ TEST_P(WriterModes, TruncateAppendOrOverwriteAsTheFlagsSay)
     char back[16] = {};
     const bool read = !readable || (both.Rewind() && both.Read(back, sizeof back) > 0);
     ASSERT_TRUE(file.Close() && read);
-    EXPECT_EQ(Slurp(path), GetParam().after);
+    EXPECT_EQ(ReadText(path), GetParam().after);
     EXPECT_STREQ(readable ? back : GetParam().after, GetParam().after);
 }
 
@@ -132,7 +120,7 @@ TEST(Files, LinesComeWithoutTheirEndsFromWhereTheyStart)
 {
     Folder folder;
     const std::string path = folder / "lines.txt", longLine(300, 'z');
-    Put(path, "ab\r\n\n" + longLine + "\nnul" + std::string(1, '\0') + "rest\nlast");
+    WriteText(path, "ab\r\n\n" + longLine + "\nnul" + std::string(1, '\0') + "rest\nlast");
     VELDFileReader reader;
     ASSERT_TRUE(reader.Open(path.c_str()));
     VELDString line("stale");
@@ -185,7 +173,7 @@ TEST(Files, ATempFileIsMadeInTheWorkingFolderForReadingAndWriting)
 {
     Folder folder;
     const std::string here = VELD::GetCurrentFolder().Beginning();
-    ASSERT_EQ(chdir(folder.path.c_str()), 0);
+    ASSERT_EQ(chdir(folder.Path().c_str()), 0);
     VELDFileWriterAndReader temp;
     VELDString name, line;
     const bool done = temp.OpenTempFile(name) && temp.WriteText("hello", true) && temp.Rewind() && temp.NextLine(line);
@@ -194,7 +182,7 @@ TEST(Files, ATempFileIsMadeInTheWorkingFolderForReadingAndWriting)
     EXPECT_STREQ(line, "hello");
     EXPECT_EQ(std::string(name).rfind("vld", 0), 0u);
     temp.Close();
-    EXPECT_EQ(Slurp(folder / std::string(name)), "hello\n");
+    EXPECT_EQ(ReadText(folder / std::string(name)), "hello\n");
 }
 
 // ---------------------------------------------------------------------------
@@ -206,8 +194,8 @@ TEST_P(Locks, AreHeldAgainstAnotherProcessUntilReleased)
 {
     Folder folder;
     const bool directory = GetParam();
-    const std::string path = directory ? folder.path : folder / "lock";
-    if (!directory) Put(path, "");
+    const std::string path = directory ? folder.Path() : folder / "lock";
+    if (!directory) WriteText(path, "");
     int held[2], release[2];
     ASSERT_EQ(pipe(held) | pipe(release), 0);
     const pid_t child = fork();
@@ -253,7 +241,7 @@ TEST(SystemPaths, TempHomeAndThisProgram)
     EXPECT_STREQ(VELD::GetUserHomeFolder(), "");
     if (before) setenv("HOME", saved.c_str(), 1);
     EXPECT_STREQ(VELDFile(VELD::GetCurrentBinaryPath()).GetName(), "foundation_tests");
-    EXPECT_STREQ(VELDFile(VELD::GetSymbolFilePath(reinterpret_cast<const void*>(&Slurp))).GetName(),
+    EXPECT_STREQ(VELDFile(VELD::GetSymbolFilePath(reinterpret_cast<const void*>(&ReadText))).GetName(),
                  "foundation_tests");
     // The test's runtime library lies on this program's search path (see
     // tests/CMakeLists.txt).
@@ -271,8 +259,8 @@ TEST(FileNames, OpenOnTheSecondTryUnderTheLocalesName)
     const std::string make = "localedef -i en_US -f ISO-8859-1 '" + (folder / "en_US.ISO-8859-1") + "' >/dev/null 2>&1";
     if (std::system(make.c_str()) != 0) GTEST_SKIP() << "localedef cannot build a Latin-1 locale here";
     const std::string self = VELD::GetCurrentBinaryPath().Beginning();
-    std::vector<std::string> settings = {"LOCPATH=" + folder.path, "LC_ALL=en_US.ISO-8859-1",
-                                         "VELDOR_FILES_CHILD=" + folder.path};
+    std::vector<std::string> settings = {"LOCPATH=" + folder.Path(), "LC_ALL=en_US.ISO-8859-1",
+                                         "VELDOR_FILES_CHILD=" + folder.Path()};
     std::vector<char*> env;
     for (char** e = environ; *e; ++e)
         if (std::strncmp(*e, "LC_ALL=", 7) != 0 && std::strncmp(*e, "LOCPATH=", 8) != 0) env.push_back(*e);
@@ -296,9 +284,9 @@ class TheSecondTry : public ::testing::Test {
         ASSERT_STREQ(VELDIconv::localeCodeset(), "ISO-8859-1");
         char* converted = VELDIconv::UTF8ToLocale(name.c_str());
         ASSERT_TRUE(converted && name != converted);
-        Put(converted, "second try");
+        WriteText(converted, "second try");
         VELDIconv::releaseLocale(converted);
-        ASSERT_TRUE(Slurp(name).empty());  // nothing under the name as given
+        ASSERT_TRUE(ReadText(name).empty());  // nothing under the name as given
         VELDFileReader reader;
         VELDString line;
         ASSERT_TRUE(reader.Open(name.c_str()) && reader.NextLine(line));

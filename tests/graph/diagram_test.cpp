@@ -1,6 +1,7 @@
 // Diagrams of the test package's components through the engine: package
-// files, creation, the reader types, sequential components, refused starts,
-// renaming, and running again after a shutdown.
+// files, creation, counted overflows, refused starts, renaming, and running
+// again after a shutdown. What each reader type gets: data/fifo_test,
+// data/fifo_stress_test and runtime/reading_test.
 #include "graph_support.h"
 
 #include "veld.h"
@@ -10,7 +11,7 @@
 
 TEST(Packages, RefusalsAndTheModelsOfAFile)
 {
-    veldor::Engine engine(GraphTest::Quiet());
+    veldor::Engine engine(Quiet());
     std::string error;
     EXPECT_FALSE(engine.LoadPackage("/nowhere/missing.pck", &error));
     EXPECT_NE(error.find("cannot load package /nowhere/missing.pck"), std::string::npos) << error;
@@ -26,7 +27,7 @@ TEST(Packages, RefusalsAndTheModelsOfAFile)
               std::string::npos)
         << error;
     EXPECT_EQ(engine.GetPackages().Names(), std::vector<std::string>{"test_models"});
-    EXPECT_EQ(engine.GetPackages().Models().size(), 7u);
+    EXPECT_EQ(engine.GetPackages().Models().size(), 6u);
 
     // Counts of -1 were resolved up to the closing record.
     VELDComponentDefinition* counter = engine.GetPackages().Find("Counter");
@@ -36,7 +37,7 @@ TEST(Packages, RefusalsAndTheModelsOfAFile)
     EXPECT_EQ(counter->nbInputs, 0u);
 
     // A package file serves the first engine that loads it.
-    veldor::Engine other(GraphTest::Quiet());
+    veldor::Engine other(Quiet());
     EXPECT_FALSE(other.LoadPackage(VELDOR_TEST_PACKAGE, &error));
     EXPECT_NE(error.find("for another engine"), std::string::npos) << error;
 
@@ -71,53 +72,6 @@ TEST_F(GraphTest, ComponentsByNameThroughTheKernel)
     EXPECT_EQ(engine.Graph().Names(), std::vector<std::string>{"gen"});
 }
 
-// One generator, five counters: each reader type gets what it promises. The
-// never-skipping counter is quick, so the generator keeps its pace and the
-// slow ones have to skip.
-TEST_F(GraphTest, EachReaderTypeGetsWhatItPromises)
-{
-    const long long n = 150;
-    Make("Generator", "gen");
-    Set("gen.period", "1000");
-    Set("gen.count", std::to_string(n));
-    const char* readers[] = {"FifoReader", "NeverSkippingReader", "LastOrNextReader", "Wait4NextReader",
-                             "SamplingReader"};
-    const char* delays[] = {"5000", "0", "5000", "5000", "200"};
-    for (int i = 0; i < 5; ++i) {
-        std::string name = readers[i];
-        Make("Counter", name);
-        Set(name + ".reader", readers[i]);
-        Set(name + ".delay", delays[i]);
-        Connect("gen.oValue", name + ".iValue");
-    }
-    Run();
-    ASSERT_TRUE(Eventually([&] {
-        return Figure("NeverSkippingReader.received") == n && Figure("FifoReader.last") == n &&
-               Figure("LastOrNextReader.last") == n && Figure("SamplingReader.last") == n;
-    }));
-    engine.Graph().Shutdown();
-
-    EXPECT_EQ(Figure("NeverSkippingReader.gaps"), 0);
-    EXPECT_EQ(Figure("NeverSkippingReader.repeats"), 0);
-    for (const char* reader : readers) EXPECT_EQ(Figure(std::string(reader) + ".decreases"), 0) << reader;
-    // FIFO readers skip only what was overwritten, and the engine counted it.
-    // The count is of elements overwritten before all plain FIFO readers
-    // had them: the last-or-next reader's too, when it lags a whole ring
-    // behind (a slow machine does that), so it may exceed what the FIFO
-    // reader missed. The exact count is the next test's.
-    EXPECT_EQ(Figure("FifoReader.repeats"), 0);
-    EXPECT_GT(Figure("FifoReader.gaps"), 0);
-    EXPECT_GE(engine.GetNbFifoOverflows(), n - Figure("FifoReader.received"));
-    EXPECT_EQ(Figure("LastOrNextReader.repeats"), 0);
-    EXPECT_LT(Figure("LastOrNextReader.received"), n);
-    // Waiting for the next element never gives one twice.
-    EXPECT_EQ(Figure("Wait4NextReader.repeats"), 0);
-    EXPECT_GT(Figure("Wait4NextReader.received"), 0);
-    EXPECT_LT(Figure("Wait4NextReader.received"), n);
-    // Sampling gives the newest element, again if nothing newer came.
-    EXPECT_GT(Figure("SamplingReader.repeats"), 0);
-}
-
 // With one plain FIFO reader, the overflows that the engine counts are the
 // elements that it missed, one for one, however slow the machine.
 TEST_F(GraphTest, TheOverflowsCountedAreTheElementsAFifoReaderMissed)
@@ -139,23 +93,6 @@ TEST_F(GraphTest, TheOverflowsCountedAreTheElementsAFifoReaderMissed)
     engine.Graph().Shutdown();
     EXPECT_GT(Figure("FifoReader.gaps"), 0);
     EXPECT_EQ(engine.GetNbFifoOverflows(), n - Figure("FifoReader.received"));
-}
-
-TEST_F(GraphTest, ASequentialComponentRunsOnItsWritersThread)
-{
-    Make("Generator", "gen");
-    Set("gen.count", "40");
-    Make("Doubler", "twice");
-    Make("Counter", "sink");
-    Set("sink.reader", "NeverSkippingReader");
-    Connect("gen.oValue", "twice.iValue");
-    Connect("twice.oValue", "sink.iValue");
-    Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("sink.received") == 40; }));
-    engine.Graph().Shutdown();
-    EXPECT_EQ(Figure("sink.last"), 80);
-    EXPECT_NE(Figure("gen.coreThread"), 0);
-    EXPECT_EQ(Figure("twice.coreThread"), Figure("gen.coreThread"));
 }
 
 TEST_F(GraphTest, APropertyThatNeedsSettingBlocksTheRun)

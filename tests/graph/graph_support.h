@@ -12,16 +12,12 @@
 #include <thread>
 
 #include "Engine.h"
+#include "quiet_engine.h"
+#include "scratch.h"
+
+using veldtest::Eventually;
 
 class GraphTest : public ::testing::Test {
-public:
-    static veldor::EngineOptions Quiet()
-    {
-        veldor::EngineOptions options;
-        options.printReports = false;
-        return options;
-    }
-
 protected:
     // A test whose scripts load the package themselves says so.
     explicit GraphTest(bool loadPackage = true) : engine(Quiet())
@@ -63,18 +59,6 @@ protected:
         long long value = engine.GetIntegerProperty(property.c_str(), &ok);
         EXPECT_TRUE(ok) << property;
         return value;
-    }
-
-    // Polls `done` for up to `seconds`: the bound is generous, the usual
-    // wait short.
-    static bool Eventually(const std::function<bool()>& done, double seconds = 20)
-    {
-        auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > until) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return true;
     }
 
     veldor::Engine engine;

@@ -125,7 +125,7 @@ TEST(ScriptMistakes, MistakesBeforeRunStopTheScriptWithTheirLine)
         {"load nothing.pck", nullptr},
     };
     for (const auto& c : cases) {
-        veldor::Engine engine(GraphTest::Quiet());
+        veldor::Engine engine(Quiet());
         std::string error = RunText(engine, std::string("load test_models.pck\ncreate Generator gen\ncreate Counter sink\n"
                                                 "create Labelled lab\n") +
                                     c.line + "\ncreate Generator later\nset lab.label x\nrun\nwait 10s\n");

@@ -13,6 +13,7 @@
 namespace {
 
 using bus_components::ComponentTest;
+using veldtest::Eventually;
 
 const long long kFirst = 1700000000000000;
 // What the generator's port carries: SOME/IP, whose segments are put

@@ -5,19 +5,13 @@
 #include <dlfcn.h>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld.h"
 #include "veld_definitions.h"
 #include "veld_pck.h"
 #include "veld_private.h"
 
 namespace {
-
-veldor::EngineOptions Quiet()
-{
-    veldor::EngineOptions options;
-    options.printReports = false;
-    return options;
-}
 
 // Instantiates the probe model; the probe reports through the kernel that
 // the package holds.

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld_definitions.h"
 #include "veld_property_value.h"
 
@@ -8,13 +9,7 @@ namespace {
 
 class EnumStruct : public ::testing::Test {
 protected:
-    EnumStruct() : engine(Options()) {}
-    static veldor::EngineOptions Options()
-    {
-        veldor::EngineOptions options;
-        options.printReports = false;
-        return options;
-    }
+    EnumStruct() : engine(Quiet()) {}
     size_t Reports() { return engine.GetConsole().Captured().size(); }
     bool Reported(const char* text) { return engine.GetConsole().Contains(text, VELD::Error); }
 

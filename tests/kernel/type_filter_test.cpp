@@ -149,14 +149,6 @@ TEST(ConstantFilters, VectorsPassFamilyAButNotFamilyB)
     EXPECT_TRUE(TypeFilter(single, FilterInteger));
 }
 
-TEST(ConstantFilters, SharedBitsOfStreamsAndUnsignedNumbersStayEqual)
-{
-    EXPECT_EQ(Stream8, UnsignedInteger8);
-    EXPECT_EQ(Stream16, UnsignedInteger16);
-    EXPECT_EQ(Stream32, UnsignedInteger32);
-    EXPECT_EQ(AnyType & (IgnoreNameFlag | IgnoreUnitFlag), IgnoreNameFlag | IgnoreUnitFlag);
-}
-
 TEST(TypeFilter, NameAndUnitExpressions)
 {
     VELDTypeFilterBase byName(0, 0, TypeMask, "^CAN", nullptr);

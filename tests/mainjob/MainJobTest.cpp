@@ -105,16 +105,6 @@ void WriteCapture(const std::string& path, const std::vector<veldor::pcaplog::In
     ASSERT_TRUE(writer->Close()) << writer->Error();
 }
 
-std::string ReadText(const std::string& path)
-{
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void WriteText(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-
 std::vector<Arrival> ReadArrivals(const std::string& path)
 {
     std::vector<Arrival> arrivals;
@@ -193,29 +183,9 @@ CommandResult Veldor::Wait(double seconds)
     return result;
 }
 
-std::string Veldor::Out() const { return ReadText(m_out); }
-
 CommandResult RunVeldor(const std::vector<std::string>& arguments, const std::string& folder, double seconds)
 {
     return Veldor(arguments, folder).Wait(seconds);
-}
-
-CommandTest::CommandTest()
-{
-    char pattern[] = "/tmp/veldor_command.XXXXXX";
-    m_folder = mkdtemp(pattern);
-}
-
-CommandTest::~CommandTest() { std::system(("rm -rf " + m_folder).c_str()); }
-
-bool CommandTest::Eventually(const std::function<bool()>& done, double seconds)
-{
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
 }
 
 }  // namespace mainjob

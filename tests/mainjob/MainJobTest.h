@@ -14,10 +14,14 @@
 
 #include "can_log/CanFrame.h"
 #include "pcap_log/Packet.h"
+#include "scratch.h"
 
 namespace mainjob {
 
 using veldor::canlog::CanFrame;
+using veldtest::Eventually;
+using veldtest::ReadText;
+using veldtest::WriteText;
 using Bytes = std::vector<std::uint8_t>;
 
 // `count` classic frames `period` apart from `start`, frame k carrying k in
@@ -25,7 +29,6 @@ using Bytes = std::vector<std::uint8_t>;
 std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std::int64_t start = 1700000000000000);
 void WriteLog(const std::string& path, const std::vector<CanFrame>& frames);
 std::vector<CanFrame> ReadLog(const std::string& path);
-std::string ReadText(const std::string& path);
 
 // An Ethernet frame of `length` bytes (at least 18) to nvxeth2's address, of
 // the local experimental type 0x88B5, carrying `counter` after its header
@@ -45,7 +48,6 @@ void WriteCapture(const std::string& path, const std::vector<veldor::pcaplog::In
                   const std::vector<CapturedFrame>& frames);
 veldor::pcaplog::Interface EthInterface(const std::string& name);
 veldor::pcaplog::Interface CanInterface(const std::string& name);
-void WriteText(const std::string& path, const std::string& text);
 
 // One line of a CanFrameStats csv file.
 struct Arrival {
@@ -72,8 +74,6 @@ public:
     void Interrupt();
     // Waits for the end, at most `seconds`; kills it after that.
     CommandResult Wait(double seconds = 60);
-    // What it printed so far.
-    std::string Out() const;
 
 private:
     pid_t m_pid;
@@ -88,18 +88,14 @@ CommandResult RunVeldor(const std::vector<std::string>& arguments, const std::st
 // A test of the commands, with a folder of its own for their files.
 class CommandTest : public ::testing::Test {
 protected:
-    CommandTest();
-    ~CommandTest() override;
-
-    std::string File(const std::string& name) const { return m_folder + "/" + name; }
+    std::string File(const std::string& name) const { return m_scratch.File(name); }
     CommandResult Veldor(const std::vector<std::string>& args, double seconds = 60)
     {
         return RunVeldor(args, m_folder, seconds);
     }
-    // Waits until `done` answers true; false after `seconds`.
-    static bool Eventually(const std::function<bool()>& done, double seconds = 10);
 
-    std::string m_folder;
+    veldtest::ScratchDir m_scratch{"veldor_command"};
+    const std::string m_folder = m_scratch.Path();
 };
 
 }  // namespace mainjob

@@ -372,8 +372,8 @@ TEST(NoBusLibrary, TheCommandSaysWhereItLookedAndFails)
 {
     if (access(NX_BUSAPI_CAN_LIBRARY_PATH, F_OK) == 0)
         GTEST_SKIP() << "a bus library is installed on this machine";
-    char pattern[] = "/tmp/no_bus.XXXXXX";
-    const std::string folder = mkdtemp(pattern);
+    const veldtest::ScratchDir scratch("no_bus");
+    const std::string folder = scratch.Path();
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{"channels"},
           std::vector<std::string>{"record", "can", "--channel", "NVX-CAN-1", folder + "/x.asc"}}) {
@@ -383,7 +383,6 @@ TEST(NoBusLibrary, TheCommandSaysWhereItLookedAndFails)
         EXPECT_NE(r.err.find("the CAN bus access library is not installed at "), std::string::npos) << r.err;
     }
     EXPECT_FALSE(access((folder + "/x.asc").c_str(), F_OK) == 0);
-    std::system(("rm -rf " + folder).c_str());
 }
 
 // Without a bus library a component's property sheet still works: discovery

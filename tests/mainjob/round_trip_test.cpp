@@ -34,8 +34,8 @@ const double kDriftP50 = 50000;
 
 TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
 {
-    char pattern[] = "/tmp/round_trip.XXXXXX";
-    const std::string folder = mkdtemp(pattern);
+    const veldtest::ScratchDir scratch("round_trip");
+    const std::string folder = scratch.Path();
     const veldor::sample::FrameDuration held = veldor::sample::SimulatedDuration();
     const std::vector<CanFrame> frames = veldor::sample::LoadedBus(3000, 0.8, held, 1700000000000000);
     ASSERT_NEAR(veldor::sample::BusLoad(frames, held), 0.8, 0.01);
@@ -63,7 +63,6 @@ TEST(RoundTrip, AtEightyPercentBusLoadNoFrameIsLostAndTheGapsStay)
     EXPECT_EQ(c.differing, 0u) << c.firstDifference;
     EXPECT_LT(c.gaps.p50, kGapP50);
     EXPECT_LT(c.relativeToFirst.p50, kDriftP50);
-    std::system(("rm -rf " + folder).c_str());
 }
 
 // Ethernet alone and both buses in one file, replayed in sync, each bus on
@@ -84,8 +83,8 @@ TEST_P(RoundTripOfBuses, LosesAndChangesNothing)
 {
     using veldor::cli::BusKind;
     const BusMix& m = GetParam();
-    char pattern[] = "/tmp/round_trip.XXXXXX";
-    const std::string folder = mkdtemp(pattern);
+    const veldtest::ScratchDir scratch("round_trip");
+    const std::string folder = scratch.Path();
     const std::vector<CanFrame> can =
         veldor::sample::LoadedBus(m.canFrames, 0.5, veldor::sample::SimulatedDuration(), 1700000000000000);
     const auto ethernet = veldor::sample::LoadedLink(m.ethernetFrames, 2000, 1700000000000000000);
@@ -117,7 +116,6 @@ TEST_P(RoundTripOfBuses, LosesAndChangesNothing)
         EXPECT_EQ(bus.comparison.differing, 0u) << bus.comparison.firstDifference;
     }
     EXPECT_EQ(outcome.strayMeasured, m.canFrames > 0 && m.ethernetFrames > 0);
-    std::system(("rm -rf " + folder).c_str());
 }
 
 INSTANTIATE_TEST_SUITE_P(Mixes, RoundTripOfBuses,

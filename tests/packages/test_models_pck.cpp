@@ -7,7 +7,6 @@
 //              (its Dynamic declares the input) and counts what it got:
 //              received, last, gaps (a value skipped), repeats (the same
 //              value again), decreases; `delay` makes it slow
-//   Doubler    sequential: writes twice each value it reads
 //   Merger     has as many inputs i0, i1... as its `inputs` property says
 //   Labelled   can't start until its `label` was set; has a property of each
 //              type and a Float output that nothing accepts
@@ -16,11 +15,7 @@
 //              outlives the main one that long
 //   Thrower    throws a std::exception from Birth, Core or Death
 //
-// Generator and Doubler tell the system id of the thread that runs their
-// Core in `coreThread`. Most counts are -1: the engine resolves them.
-#include <sys/syscall.h>
-#include <unistd.h>
-
+// Most counts are -1: the engine resolves them.
 #include <stdexcept>
 #include <string>
 
@@ -29,8 +24,6 @@
 #include "veld_model.h"
 
 namespace {
-
-VELDInt64 ThreadId() { return static_cast<VELDInt64>(syscall(SYS_gettid)); }
 
 // name, value, unit, needs initialising, modifiable after start, read-only,
 // locked
@@ -80,7 +73,6 @@ public:
 
     void Core() override
     {
-        DirectSet(Property("coreThread"), ThreadId());
         const VELDInt64 count = GetIntegerProperty("count");
         if (count == 0 || m_next <= count) {
             VELDIOElt* element = StartWriting(Output(0));
@@ -97,7 +89,7 @@ private:
 VELDOutputDefinition g_generatorOutputs[] = {IntegerOutput("oValue"), kNoOutput};
 VELDPropertyDefinition g_generatorProperties[] = {Setting("period", new VELDPropertyValue(VELDInt64(1000)), "us"),
                                                   Setting("count", new VELDPropertyValue(VELDInt64(0))),
-                                                  Figure("coreThread"), VELDPropertyDefinition()};
+                                                  VELDPropertyDefinition()};
 VELDComponentDefinition g_generator =
     Define<Generator>("Generator", "1.0.0", 0, nullptr, kAll, g_generatorOutputs, g_generatorProperties);
 
@@ -159,29 +151,6 @@ VELDActionDefinition g_counterActions[] = {
     VELDActionDefinition()};
 VELDComponentDefinition g_counter =
     Define<Counter>("Counter", "1.1.0", 0, g_counterInputs, 0, nullptr, g_counterProperties, g_counterActions);
-
-// ---------------------------------------------------------------------------
-
-class Doubler : public VELDModel<Doubler> {
-public:
-    using VELDModel::VELDModel;
-
-    void Core() override
-    {
-        DirectSet(Property("coreThread"), ThreadId());
-        VELDIOElt* in = StartReading(Input(0));
-        if (!in) return;
-        VELDIOElt* out = StartWriting(Output(0));
-        *out->Integer32(0) = 2 * *in->Integer32(0);
-        StopWriting(out);
-    }
-};
-
-VELDInputDefinition g_doublerInputs[] = {IntegerInput("iValue", VELD::FifoReader), kNoInput};
-VELDOutputDefinition g_doublerOutputs[] = {IntegerOutput("oValue"), kNoOutput};
-VELDPropertyDefinition g_doublerProperties[] = {Figure("coreThread"), VELDPropertyDefinition()};
-VELDComponentDefinition g_doubler = Define<Doubler>("Doubler", "1.0.0", kAll, g_doublerInputs, kAll, g_doublerOutputs,
-                                                    g_doublerProperties, nullptr, VELD::Sequential);
 
 // ---------------------------------------------------------------------------
 
@@ -301,7 +270,6 @@ VELDComponentDefinition g_thrower = Define<Thrower>("Thrower", "1.0.0", 0, nullp
 
 VELD_DECLARE_MODEL(Generator, g_generator, "Generator", "1.0.0");
 VELD_DECLARE_MODEL(Counter, g_counter, "Counter", "1.1.0");
-VELD_DECLARE_MODEL(Doubler, g_doubler, "Doubler", "1.0.0");
 VELD_DECLARE_MODEL(Merger, g_merger, "Merger", "1.0.0");
 VELD_DECLARE_MODEL(Labelled, g_labelled, "Labelled", "1.0.0");
 VELD_DECLARE_MODEL(Stubborn, g_stubborn, "Stubborn", "1.0.0");

@@ -1,6 +1,6 @@
 // The lifecycle of components: start and its refusals, the main thread's
 // loop, sequential components on the writer's thread, dying in every wait,
-// further threads, and a component that refuses to die.
+// and further threads. A component that refuses to die: graph/shutdown_test.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -213,26 +213,6 @@ TEST_F(Lifecycle, FurtherThreadsAreLivesOfTheComponent)
     EXPECT_EQ(component.loops.load(), 1);
     EXPECT_EQ(freeRuns.load(), 1);
     EXPECT_EQ(component.NbThreads(), 0);
-}
-
-TEST_F(Lifecycle, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
-{
-    std::atomic<bool> stubborn(true), entered(false);
-    Probe& component = engine.Make("c", sinkTables);
-    component.core = [&](Probe&) {
-        entered = true;
-        while (stubborn.load()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    };
-    component.Start();
-    while (!entered.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    const auto start = std::chrono::steady_clock::now();
-    component.Shutdown();
-    const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took, std::chrono::seconds(10));
-    EXPECT_LT(took, std::chrono::seconds(60));
-    EXPECT_TRUE(Reported("Component c refuses to die after 10 seconds. The component model TestModel must be bugged."));
-    stubborn = false;
-    EXPECT_TRUE(Dead(component));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "quiet_engine.h"
 #include "veld_io_elt.h"
 #include "veld_model.h"
 #include "veld_private.h"
@@ -172,13 +173,6 @@ private:
     std::map<std::string, VELDComponent*> m_components;
     std::vector<std::string> m_otherNames;
 };
-
-inline veldor::EngineOptions Quiet()
-{
-    veldor::EngineOptions options;
-    options.printReports = false;
-    return options;
-}
 
 // Values seen by a reader, from any thread.
 class Seen {
