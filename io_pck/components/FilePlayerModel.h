@@ -151,7 +151,11 @@ template <class Model>
 class FilePlayerModel : public VELDModel<Model>, public VELDTimeStateListener {
 public:
     using VELDModel<Model>::VELDModel;
+    // The clock stops telling the player of its changes when it dies, before
+    // anything of it is taken apart; the destructor covers a player that
+    // never lived.
     ~FilePlayerModel() override { this->Unregister(); }
+    void Death() override { this->Unregister(); }
 
     void Core() override
     {
