@@ -4,7 +4,8 @@
 // diagram of its own in the way. Frame k carries k in its first four payload
 // bytes, little-endian, and (k + i) & 0xFF in byte i from 4 on, as the io
 // package's CanGenerator does, so that its statistics and a recording can
-// tell loss and order.
+// tell loss and order; a frame without payload, the shortest a bus carries,
+// has k modulo 2048 as its identifier instead.
 //
 // Two paces: `rate` frames a second, spread evenly (a sender that fell
 // behind catches up at twice the rate at most, as no bus delivers a backlog
@@ -141,7 +142,7 @@ private:
                                                15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15, 15};
         std::memset(&m, 0, sizeof m);
         m.tMessageType = NXCAN_MESSAGE_TYPE_DATA;
-        m.ulCanIdentifier = 0x123;
+        m.ulCanIdentifier = m_length == 0 ? counter % 0x800 : 0x123;
         m.tCanIdentifierType = NXCAN_IDENTIFIER_TYPE_STD;
         m.ulFlags = m_fd ? 3 : 0;
         m.usDLC = kDlc[std::min(64u, m_length)];
