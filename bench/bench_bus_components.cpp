@@ -285,7 +285,9 @@ bool ManyChannelsApart()
 bool ManyChannels()
 {
     std::printf("\nMany channels: %d NxCanMonitoring on %d buses at full load at once (a sender keeps each\n"
-                "bus's wire busy), every frame counted by a CanFrameStats each; goal: nothing lost\n",
+                "bus's wire busy), every frame counted by a CanFrameStats each; the monitors as veldor record\n"
+                "sets them, goal: nothing lost; and, for comparison, as the component comes (event-based, an\n"
+                "element a frame, a FIFO of 16): a wake-up of the monitor and of its reader a frame\n",
                 kLoadedChannels, kLoadedChannels);
     std::printf("  %-8s %-26s %10s %8s %8s %8s %8s   goal\n", "frames", "monitor", "wire max/s", "rate/s",
                 "frames", "lost", "reads>256");
@@ -334,10 +336,11 @@ bool ManyChannels()
             const long long expected = count * kLoadedChannels;
             lost += expected - frames;
             const bool ok = sent == expected && lost == 0;
-            pass = pass && ok;
-            std::printf("  %-8s %-26s %10.0f %8.0f %8lld %8lld %8zu   nothing lost: %s\n", fd ? "FD 64 B" : "CAN 8 B",
-                        defaults ? "read each 1 ms, vectorised" : "event-based, a frame", wire,
-                        rate / kLoadedChannels, frames, lost, d.Told("Too many messages"), ok ? "pass" : "MISS");
+            if (defaults) pass = pass && ok;
+            const std::string goal = defaults ? std::string("nothing lost: ") + (ok ? "pass" : "MISS") : "-";
+            std::printf("  %-8s %-26s %10.0f %8.0f %8lld %8lld %8zu   %s\n", fd ? "FD 64 B" : "CAN 8 B",
+                        defaults ? "as veldor record sets it" : "as it comes", wire, rate / kLoadedChannels, frames,
+                        lost, d.Told("Too many messages"), goal.c_str());
             std::fflush(stdout);
         }
     return pass;
