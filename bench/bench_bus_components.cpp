@@ -44,6 +44,7 @@
 #include <thread>
 #include <vector>
 
+#include "BusDiagrams.h"
 #include "Engine.h"
 #include "EthLinkLoad.h"
 #include "NxBusLibraryPaths.h"
@@ -164,8 +165,8 @@ void RecordingDefaults(Diagram& d, const std::string& monitor)
 {
     d.Set(monitor + ".vectorize_frames", "true");
     d.Set(monitor + ".sampling_mode", "Polling");
-    d.Set(monitor + ".sampling_period", "1000");
-    d.Set(monitor + ".oCAN.fifosize", "256");
+    d.Set(monitor + ".sampling_period", std::to_string(veldor::cli::kCanReadPeriod));
+    d.Set(monitor + ".oCAN.fifosize", std::to_string(veldor::cli::kCanMonitorFifo));
 }
 
 struct Flow {
