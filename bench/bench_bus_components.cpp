@@ -186,6 +186,9 @@ bool Lossless(const Flow& flow, int rate, double* achieved)
     Diagram d;
     d.OnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", flow.fd);
     d.Set("rx.vectorize_frames", flow.vectorize ? "true" : "false");
+    // Room for a read of 256 frames, one an element: the reader downstream,
+    // which is the harness, does not hold the monitor back.
+    d.Set("rx.oCAN.fifosize", std::to_string(veldor::cli::kCanMonitorFifo));
     if (flow.polling) {
         d.Set("rx.sampling_mode", "Polling");
         d.Set("rx.sampling_period", "1000");
