@@ -127,7 +127,7 @@ TEST_F(Command, ARecordingKeepsEveryFrameOfAFullBus)
         std::vector<std::string> args{"record", "can", "--channel", bus + "-RX", "--bitrate", "1M", File(bus + ".blf")};
         if (fd) args.insert(args.end() - 1, {"--fd", "--data-bitrate", "8M"});
         mainjob::Veldor recorder(args, m_folder);
-        std::this_thread::sleep_for(std::chrono::milliseconds(700));  // its channel is open by then
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // its channel is open by then
         ASSERT_EQ(sender.Send(count, 0), count) << sender.Error();
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         recorder.Interrupt();
