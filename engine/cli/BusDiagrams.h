@@ -33,9 +33,10 @@ struct RecordSettings {
     std::vector<ChannelOptions> channels;
     // CAN monitors. By default they read their channel each millisecond into
     // one element a read, with room for 256 elements: at the most frames that
-    // a bus carries (about 20000 a second, classic at 1 Mbit/s or FD at 1/8
-    // Mbit/s) a read holds some 20 frames, far from the 256 that one read
-    // takes, and the recorder may fall a quarter of a second behind.
+    // a bus carries (empty frames back to back: 18000 a second classic at
+    // 1 Mbit/s, 26000 FD at 1/8 Mbit/s) a read holds some 20 frames, far from
+    // the 256 that one read takes, and the recorder may fall a quarter of a
+    // second behind.
     std::string outputType = "universal";  // "classic", "fd" or "universal"
     bool vectorize = true;
     bool canEvents = false;       // read CAN channels on their events, not periodically
