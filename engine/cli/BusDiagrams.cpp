@@ -60,14 +60,18 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
         const std::string monitor = MonitorName(k);
         if (settings.outputType == "fd") channel.fd = true;
         if (!s.MakeOnChannel(false, monitor, channel, "", error)) return false;
-        if (channel.kind == BusKind::Can) {
+        const bool can = channel.kind == BusKind::Can;
+        if (can) {
             const char* record = settings.outputType == "universal" ? "Universal CAN" : "CAN/CAN FD";
             if (!s.Set(monitor + ".output_type", record, error)) return false;
         }
         if (!s.Set(monitor + ".vectorize_frames", settings.vectorize ? "true" : "false", error)) return false;
-        if (settings.pollingPeriod > 0 &&
-            ((channel.kind == BusKind::Can && !s.Set(monitor + ".sampling_mode", "Polling", error)) ||
-             !s.Set(monitor + ".sampling_period", std::to_string(settings.pollingPeriod), error)))
+        const long long period = settings.pollingPeriod > 0 ? settings.pollingPeriod : can ? kCanReadPeriod : 0;
+        if (can && (!s.Set(monitor + ".oCAN.fifosize", std::to_string(kCanMonitorFifo), error) ||
+                    (!settings.canEvents && !s.Set(monitor + ".sampling_mode", "Polling", error))))
+            return false;
+        if (period > 0 && !(can && settings.canEvents) &&
+            !s.Set(monitor + ".sampling_period", std::to_string(period), error))
             return false;
         if (!s.Connect(monitor + "." + InfoOf(channel.kind).monitorOutput, "recorder." + (*inputs)[k], error))
             return false;

@@ -31,11 +31,20 @@ namespace veldor::cli {
 struct RecordSettings {
     std::string file;
     std::vector<ChannelOptions> channels;
-    // CAN monitors
+    // CAN monitors. By default they read their channel each millisecond into
+    // one element a read, with room for 256 elements: at the most frames that
+    // a bus carries (empty frames back to back: 18000 a second classic at
+    // 1 Mbit/s, 26000 FD at 1/8 Mbit/s) a read holds some 20 frames, far from
+    // the 256 that one read takes, and the recorder may fall a quarter of a
+    // second behind.
     std::string outputType = "universal";  // "classic", "fd" or "universal"
-    bool vectorize = false;
-    long long pollingPeriod = 0;  // microseconds; 0 reads on the channel's events
+    bool vectorize = true;
+    bool canEvents = false;       // read CAN channels on their events, not periodically
+    long long pollingPeriod = 0;  // microseconds; 0: kCanReadPeriod for CAN, the monitor's own for Ethernet
 };
+
+const long long kCanReadPeriod = 1000;  // microseconds
+const int kCanMonitorFifo = 256;        // elements
 
 std::string MonitorName(std::size_t k);
 // The recorder is made first, so that it runs before the monitors do.

@@ -69,9 +69,10 @@ const char* RecordCommand::Usage()
         ChannelOptionsUsage(nullptr) +
         "  --output-type T      the CAN frame record read from the channel: universal (default),\n"
         "                       classic or fd (fd implies --fd)\n"
-        "  --vectorize          one element per read of the channel, not one per frame\n"
-        "  --polling PERIOD     read CAN channels every PERIOD (5ms), not on their events; the\n"
-        "                       period at which Ethernet interfaces are read (5ms)\n"
+        "  --polling PERIOD     read CAN channels every PERIOD (1ms); the period at which\n"
+        "                       Ethernet interfaces are read (5ms)\n"
+        "  --events             read CAN channels on their events, not every PERIOD\n"
+        "  --one-frame          one element per frame, not one per read of the channel\n"
         "  --duration D         stop after D (30s, 2m, 500ms)\n";
     return text.c_str();
 }
@@ -80,7 +81,8 @@ int RecordCommand::Run(int argc, char** argv)
 {
     CommandLine line;
     DeclareChannelOptions(line);
-    line.Value("--output-type").Flag("--vectorize").Value("--polling").Value("--duration");
+    line.Value("--output-type").Flag("--vectorize").Flag("--one-frame").Flag("--events").Value("--polling").Value(
+        "--duration");
     std::string error;
     RecordSettings settings;
     std::vector<std::string> inputs;
@@ -95,7 +97,9 @@ int RecordCommand::Run(int argc, char** argv)
     settings.outputType = line.Get("--output-type", "universal");
     if (settings.outputType != "universal" && settings.outputType != "classic" && settings.outputType != "fd")
         return session.Fail("--output-type is universal, classic or fd, not \"" + settings.outputType + "\"") + 1;
-    settings.vectorize = line.Has("--vectorize");
+    // --vectorize, the default, stays accepted.
+    settings.vectorize = !line.Has("--one-frame");
+    settings.canEvents = line.Has("--events");
     if (line.Has("--duration") && (!ParseDuration(line.Get("--duration"), &duration) || duration <= 0))
         return session.Fail("--duration takes a time such as 30s or 2m, not \"" + line.Get("--duration") + "\"") + 1;
     if (line.Has("--polling") && (!ParseDuration(line.Get("--polling"), &polling) || polling <= 0))

@@ -12,6 +12,8 @@
 #include <tuple>
 
 #include "MainJobTest.h"
+#include "NxBusLibraryPaths.h"
+#include "can_load.h"
 #include "can_log/CanFrame.h"
 
 namespace mainjob {
@@ -96,6 +98,46 @@ TEST_F(Command, AChannelInUseIsRefusedAndTheOtherUserGoesOn)
         EXPECT_NE(r.out.find("into " + File("first" + extension) + "; dropped 0 (interrupted)"), std::string::npos)
             << r.out;
     }
+}
+
+// With its defaults, a recording keeps every frame of a bus that carries the
+// most frames its bit timing allows: empty frames back to back, whose
+// identifiers count them, classic at 1 Mbit/s and FD at 1/8 Mbit/s.
+TEST_F(Command, ARecordingKeepsEveryFrameOfAFullBus)
+{
+    std::string config;
+    for (const std::string bus : {"CLASSIC", "FD"}) {
+        config += "[bus " + bus + "]\naddress = 127.0.0.1\nbitrate = 1000000\ndata_bitrate = 8000000\n";
+        for (const char* end : {"-TX", "-RX"})
+            config += "[channel " + bus + end + "]\nbus = " + bus + "\nvendor = Norvex\ninterface = Bench\n";
+    }
+    WriteText(File("sim.conf"), config);
+    setenv("NXBUSAPI_SIM_CONFIG", File("sim.conf").c_str(), 1);
+    const std::uint64_t count = 20000;  // about a second of the bus
+    for (const bool fd : {false, true}) {
+        const std::string bus = fd ? "FD" : "CLASSIC";
+        SCOPED_TRACE(bus);
+        veldor_test::CanLoad sender(NX_BUSAPI_CAN_LIBRARY_PATH, bus + "-TX", "Norvex", "Bench");
+        ASSERT_EQ(sender.Error(), "");
+        sender.SetFrames(fd, 0);
+        std::vector<std::string> args{"record", "can", "--channel", bus + "-RX", "--bitrate", "1M", File(bus + ".blf")};
+        if (fd) args.insert(args.end() - 1, {"--fd", "--data-bitrate", "8M"});
+        mainjob::Veldor recorder(args, m_folder);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // its channel is open by then
+        ASSERT_EQ(sender.Send(count, 0), count) << sender.Error();
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        recorder.Interrupt();
+        const CommandResult r = recorder.Wait(20);
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_EQ(r.err, "");
+        const std::vector<CanFrame> copy = ReadLog(File(bus + ".blf"));
+        ASSERT_EQ(copy.size(), count) << r.out;
+        for (std::size_t k = 0; k < copy.size(); ++k) {
+            ASSERT_EQ(copy[k].id, k % 0x800) << k;
+            ASSERT_EQ(copy[k].fd, fd) << k;
+        }
+    }
+    unsetenv("NXBUSAPI_SIM_CONFIG");
 }
 
 // One bad input: a file's text (none: the file does not exist) and the
