@@ -417,17 +417,21 @@ VELDTimestamp NxEthApiWrapper::CopyFrame(std::vector<std::uint8_t>& out, VELDpca
 
 void NxEthApiWrapper::CopyFrame(NXSEthRawFrame* raw, const std::uint8_t* data, const VELDpcap_packet_header_t* header)
 {
-    NXSEthRawFrameHeader& head = raw->tHeader;
+    // Frames of a block lie back to back: the header is written byte-wise, as
+    // it need not be aligned.
+    NXSEthRawFrameHeader head{};
     head.tFrameType = NXETH_FRAME_TYPE_ETHERNET_FRAME;
     head.ulFlags = 0;
     head.ui64Timestamp = MicrosecondsToTicks(*header);
     head.ui64ControllerTimestamp = 0;
     head.ulRawDataLength = header->len + NXETH_FCS_SIZE;
     head.reserved = 0;
+    std::uint8_t* bytes = reinterpret_cast<std::uint8_t*>(raw);
+    std::memcpy(bytes, &head, sizeof head);
     const std::uint32_t stored = StoredBytes(*header);
-    std::memcpy(raw->tRawData, data, stored);
+    std::memcpy(bytes + sizeof head, data, stored);
     // The room of the check sequence, and of bytes not captured, holds zeros.
-    std::memset(raw->tRawData + stored, 0, header->len - stored + NXETH_FCS_SIZE);
+    std::memset(bytes + sizeof head + stored, 0, header->len - stored + NXETH_FCS_SIZE);
 }
 
 // ---------------------------------------------------------------------------
