@@ -2,7 +2,7 @@
 // "recording" (times L, L + P, L + 2P...), a ReplayTimeSource gives the
 // replay start S a lead after the run's start, and the simulator emits frame
 // k at S + kP. A monitor on another channel stamps each frame with hardware
-// time (the engine's clock, on this bus) at its end; a probe reads the
+// time (the engine's clock, on this bus) at its start; a probe reads the
 // injector's replay state records.
 #include <string>
 #include <vector>
