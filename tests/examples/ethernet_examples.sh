@@ -1,6 +1,6 @@
 #!/bin/sh
 # The Ethernet examples, each briefly, on the simulated link (run under
-# tools/with-sim-bus): the live monitor fed by the sender for a few seconds,
+# tools/with-sim-bus): the live monitor fed by the sender until it shows traffic,
 # then the synchronised replay to its end. The scripts are run from copies
 # that load the packages of this build.
 #   ethernet_examples.sh VELDOR EXAMPLES_FOLDER PACKAGES_FOLDER
@@ -18,11 +18,22 @@ for script in ethernet_monitor ethernet_sender ethernet_replay; do
     sed "s#^load \.\./build/packages/#load $packages/#" "$examples/$script.vdl" >"$out/$script.vdl" || exit 1
 done
 
-# Live monitoring, with traffic from the same launch.
+# Live monitoring, with traffic from the same launch, until the monitor has
+# printed five datagrams (30 s at most: a loaded or instrumented build starts
+# slowly).
 "$veldor" run -q "$out/ethernet_sender.vdl" >"$out/sender.txt" 2>&1 &
 sender=$!
-timeout --preserve-status -s INT 3 "$veldor" run -q "$out/ethernet_monitor.vdl" >"$out/monitor.txt" 2>&1 ||
-    fail "the monitor failed: $(cat "$out/monitor.txt")"
+"$veldor" run -q "$out/ethernet_monitor.vdl" >"$out/monitor.txt" 2>&1 &
+monitor=$!
+n=0
+for _ in $(seq 150); do
+    n=$(grep -c "UDP" "$out/monitor.txt")
+    [ "$n" -ge 5 ] && break
+    kill -0 $monitor 2>/dev/null || break
+    sleep 0.2
+done
+kill -INT $monitor 2>/dev/null
+wait $monitor || fail "the monitor failed: $(cat "$out/monitor.txt")"
 kill -INT $sender
 wait $sender || fail "the sender failed: $(cat "$out/sender.txt")"
 n=$(grep -c "UDP" "$out/monitor.txt")
