@@ -216,57 +216,62 @@ int main(int argc, char** argv)
     for (const auto& f : frames) writer->Write(f);
     if (!writer->Close()) return std::fprintf(stderr, "%s\n", writer->Error().c_str()), 1;
 
-    veldor::cli::BusSession session("bench_round_trip");
-    if (!session.Open({veldor::cli::BusKind::Can}, &error)) return std::fprintf(stderr, "%s\n", error.c_str()), 1;
-    veldor::cli::RoundTripSettings settings;
-    settings.original = original;
-    settings.recording = folder + "/recorded.log";
-    settings.replayChannel.channel = "NVX-CAN-1";
-    settings.recordChannel.channel = "NVX-CAN-2";
-    veldor::cli::RoundTripOutcome outcome;
-    veldor_bench::ThreadCpuWatch replayThread("nxsim-replay");
-    outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
-    const double replaySeconds = static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6;
-    std::vector<veldor::canlog::CanFrame> recorded;
-    veldor::cli::ReadFrames(settings.recording, &recorded, &error);
-    const auto onBus = veldor::sample::SimulatedDuration();
-    std::vector<double> starts;
-    double due = 0;  // relative to the first frame's start, as are the starts
-    for (std::size_t k = 0; k < std::min(recorded.size(), frames.size()); ++k) {
-        if (k > 0)
-            due = std::max(static_cast<double>(frames[k].timestamp - frames[0].timestamp),
-                           due + static_cast<double>(onBus(frames[k - 1])) / 1000);
-        const double start = static_cast<double>(recorded[k].timestamp - recorded[0].timestamp);
-        starts.push_back(start - due);
+    // A package serves one engine of a process at a time: each run's session
+    // goes before the next one's comes.
+    bool lossless = false, timed = false;
+    {
+        veldor::cli::BusSession session("bench_round_trip");
+        if (!session.Open({veldor::cli::BusKind::Can}, &error)) return std::fprintf(stderr, "%s\n", error.c_str()), 1;
+        veldor::cli::RoundTripSettings settings;
+        settings.original = original;
+        settings.recording = folder + "/recorded.log";
+        settings.replayChannel.channel = "NVX-CAN-1";
+        settings.recordChannel.channel = "NVX-CAN-2";
+        veldor::cli::RoundTripOutcome outcome;
+        veldor_bench::ThreadCpuWatch replayThread("nxsim-replay");
+        outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
+        const double replaySeconds = static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6;
+        std::vector<veldor::canlog::CanFrame> recorded;
+        veldor::cli::ReadFrames(settings.recording, &recorded, &error);
+        const auto onBus = veldor::sample::SimulatedDuration();
+        std::vector<double> starts;
+        double due = 0;  // relative to the first frame's start, as are the starts
+        for (std::size_t k = 0; k < std::min(recorded.size(), frames.size()); ++k) {
+            if (k > 0)
+                due = std::max(static_cast<double>(frames[k].timestamp - frames[0].timestamp),
+                               due + static_cast<double>(onBus(frames[k - 1])) / 1000);
+            const double start = static_cast<double>(recorded[k].timestamp - recorded[0].timestamp);
+            starts.push_back(start - due);
+        }
+        const veldor::cli::ErrorFigures e = veldor::cli::Figures(starts);
+        if (!outcome.compared) return std::fprintf(stderr, "round trip failed: %s\n", outcome.failure.c_str()), 1;
+        const auto& c = outcome.comparison;
+        std::printf("CAN alone: %zu frames, %.1f s of bus time at %.1f %% load, took %.1f s\n", count,
+                    static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6,
+                    veldor::sample::BusLoad(frames, veldor::sample::SimulatedDuration()) * 100, outcome.seconds);
+        std::printf("  replayed %lld, recorded %zu (of %zu), differing %zu, dropped %lld, late %lld\n", outcome.replayed,
+                    c.recordedFrames, c.originalFrames, c.differing, outcome.dropped, outcome.late);
+        std::printf("  gap error:               p50 %6.0f us  p99 %6.0f us  max %6.0f us\n", c.gaps.p50, c.gaps.p99,
+                    c.gaps.max);
+        std::printf("  each frame's time relative to the first: p50 %.0f us, p99 %.0f us, p99.9 %.0f us, max %.0f us\n",
+                    c.relativeToFirst.p50, c.relativeToFirst.p99, c.relativeToFirst.p999, c.relativeToFirst.max);
+        std::printf("  emission error, each frame's start against when it was due: p50 %.0f us, p99 %.0f us (goal < %.0f: %s), "
+                    "p99.9 %.0f us (goal < %.0f: %s), max %.0f us\n",
+                    e.p50, e.p99, kEmissionP99, Verdict(e.p99 < kEmissionP99), e.p999, kEmissionP999,
+                    Verdict(e.p999 < kEmissionP999), e.max);
+        std::printf("  replay thread (%s): %.1f %% of a core over the replay\n",
+                    replayThread.RealTime() ? "real-time priority" : "normal priority",
+                    static_cast<double>(replayThread.Ns()) / 1e7 / replaySeconds);
+        const veldor_bench::WakeLatency w = veldor_bench::MeasureWakeLatency();
+        std::printf("  peer: how late this machine wakes a %s thread from a timed sleep: p50 %.0f us, p99 %.0f us, "
+                    "p99.9 %.0f us, max %.0f us\n",
+                    w.realtime ? "real-time" : "normal", w.p50, w.p99, w.p999, w.max);
+        lossless = c.recordedFrames == c.originalFrames && c.differing == 0 && outcome.dropped == 0;
+        timed = c.gaps.p50 <= kGapP50 && c.gaps.p99 <= kGapP99;
+        std::printf("  %s; gaps %s the stated tolerance (p50 <= %.0f us, p99 <= %.0f us)\n",
+                    lossless ? "nothing lost or changed" : "FRAMES LOST OR CHANGED", timed ? "within" : "OUTSIDE", kGapP50,
+                    kGapP99);
     }
-    const veldor::cli::ErrorFigures e = veldor::cli::Figures(starts);
-    if (!outcome.compared) return std::fprintf(stderr, "round trip failed: %s\n", outcome.failure.c_str()), 1;
-    const auto& c = outcome.comparison;
-    std::printf("CAN alone: %zu frames, %.1f s of bus time at %.1f %% load, took %.1f s\n", count,
-                static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6,
-                veldor::sample::BusLoad(frames, veldor::sample::SimulatedDuration()) * 100, outcome.seconds);
-    std::printf("  replayed %lld, recorded %zu (of %zu), differing %zu, dropped %lld, late %lld\n", outcome.replayed,
-                c.recordedFrames, c.originalFrames, c.differing, outcome.dropped, outcome.late);
-    std::printf("  gap error:               p50 %6.0f us  p99 %6.0f us  max %6.0f us\n", c.gaps.p50, c.gaps.p99,
-                c.gaps.max);
-    std::printf("  each frame's time relative to the first: p50 %.0f us, p99 %.0f us, p99.9 %.0f us, max %.0f us\n",
-                c.relativeToFirst.p50, c.relativeToFirst.p99, c.relativeToFirst.p999, c.relativeToFirst.max);
-    std::printf("  emission error, each frame's start against when it was due: p50 %.0f us, p99 %.0f us (goal < %.0f: %s), "
-                "p99.9 %.0f us (goal < %.0f: %s), max %.0f us\n",
-                e.p50, e.p99, kEmissionP99, Verdict(e.p99 < kEmissionP99), e.p999, kEmissionP999,
-                Verdict(e.p999 < kEmissionP999), e.max);
-    std::printf("  replay thread (%s): %.1f %% of a core over the replay\n",
-                replayThread.RealTime() ? "real-time priority" : "normal priority",
-                static_cast<double>(replayThread.Ns()) / 1e7 / replaySeconds);
-    const veldor_bench::WakeLatency w = veldor_bench::MeasureWakeLatency();
-    std::printf("  peer: how late this machine wakes a %s thread from a timed sleep: p50 %.0f us, p99 %.0f us, "
-                "p99.9 %.0f us, max %.0f us\n",
-                w.realtime ? "real-time" : "normal", w.p50, w.p99, w.p999, w.max);
-    const bool lossless = c.recordedFrames == c.originalFrames && c.differing == 0 && outcome.dropped == 0;
-    const bool timed = c.gaps.p50 <= kGapP50 && c.gaps.p99 <= kGapP99;
-    std::printf("  %s; gaps %s the stated tolerance (p50 <= %.0f us, p99 <= %.0f us)\n",
-                lossless ? "nothing lost or changed" : "FRAMES LOST OR CHANGED", timed ? "within" : "OUTSIDE", kGapP50,
-                kGapP99);
     const bool ethernet = EthernetAlone(count, folder);
     const bool multi = MultiBus(count, folder);
     std::system(("rm -rf " + folder).c_str());
