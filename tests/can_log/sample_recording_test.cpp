@@ -81,9 +81,9 @@ TEST(SampleRecording, FramesNeverOverlapOnTheBus)
     EXPECT_GT(stats.meanLoad, 0.02);
     EXPECT_LT(stats.peakLoad, 0.8);
     for (std::size_t i = 1; i < frames.size(); ++i) {
-        // A frame is stamped at its end, so the gap to the one before is at
-        // least its own time on the bus (to the microsecond).
-        const std::int64_t onBus = veldor::sample::TimeOnBus(frames[i], settings.rates).nanoseconds / 1000;
+        // A frame is stamped at its start, so the gap to the one before is at
+        // least that one's time on the bus (to the microsecond).
+        const std::int64_t onBus = veldor::sample::TimeOnBus(frames[i - 1], settings.rates).nanoseconds / 1000;
         ASSERT_GE(frames[i].timestamp - frames[i - 1].timestamp, onBus - 1) << "frame " << i;
     }
 }

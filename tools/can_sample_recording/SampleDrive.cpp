@@ -284,9 +284,8 @@ std::vector<CanFrame> SimulateDrive(const DriveSettings& settings, DriveStats& s
         busFree = now + onBus.nanoseconds;
         busy += onBus.nanoseconds;
         busyPerWindow[static_cast<std::size_t>(now / (100 * kMs * kNsPerUs))] += static_cast<double>(onBus.nanoseconds);
-        // Stamped when the frame is complete, before the interframe space.
-        const std::int64_t stamp = busFree - 3 * 1000000000ll / settings.rates.arbitration;
-        frame.timestamp = settings.start + stamp / kNsPerUs;
+        // Stamped at its start of frame, as the bus's receivers stamp it.
+        frame.timestamp = settings.start + now / kNsPerUs;
         frames.push_back(frame);
 
         if (next->period > 0) {

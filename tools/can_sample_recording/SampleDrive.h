@@ -68,7 +68,7 @@ struct DriveStats {
     double peakLoad = 0;          // the same in the busiest 100 ms
 };
 
-// The frames in the order they left the bus, time-stamped at their end.
+// The frames in the order they left the bus, time-stamped at their start.
 std::vector<canlog::CanFrame> SimulateDrive(const DriveSettings& settings, DriveStats& stats);
 
 }  // namespace veldor::sample
