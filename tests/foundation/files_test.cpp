@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "scoped_env.h"
 #include "scratch.h"
 #include "veld_os_helpers.h"
 
@@ -233,13 +234,14 @@ INSTANTIATE_TEST_SUITE_P(FileAndFolder, Locks, ::testing::Bool());
 TEST(SystemPaths, TempHomeAndThisProgram)
 {
     EXPECT_STREQ(VELD::GetTempFolder(), "/tmp");
-    const char* before = std::getenv("HOME");
-    const std::string saved = before ? before : "";
-    setenv("HOME", "/home/tester", 1);
-    EXPECT_STREQ(VELD::GetUserHomeFolder(), "/home/tester");
-    unsetenv("HOME");
-    EXPECT_STREQ(VELD::GetUserHomeFolder(), "");
-    if (before) setenv("HOME", saved.c_str(), 1);
+    {
+        veldor_test::ScopedEnv home("HOME", "/home/tester");
+        EXPECT_STREQ(VELD::GetUserHomeFolder(), "/home/tester");
+    }
+    {
+        veldor_test::ScopedEnv home("HOME", nullptr);
+        EXPECT_STREQ(VELD::GetUserHomeFolder(), "");
+    }
     EXPECT_STREQ(VELDFile(VELD::GetCurrentBinaryPath()).GetName(), "foundation_tests");
     EXPECT_STREQ(VELDFile(VELD::GetSymbolFilePath(reinterpret_cast<const void*>(&ReadText))).GetName(),
                  "foundation_tests");

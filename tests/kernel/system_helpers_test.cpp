@@ -3,37 +3,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "scoped_env.h"
 #include "veld_os_helpers.h"
-
-namespace {
-
-// Sets or clears an environment variable for the life of the object.
-class EnvironmentVariable {
-public:
-    EnvironmentVariable(const char* name, const char* value) : m_name(name)
-    {
-        const char* old = std::getenv(name);
-        m_had = old != nullptr;
-        if (old) m_old = old;
-        if (value)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~EnvironmentVariable()
-    {
-        if (m_had)
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        else
-            unsetenv(m_name.c_str());
-    }
-
-private:
-    std::string m_name, m_old;
-    bool m_had;
-};
-
-}  // namespace
 
 TEST(TimestampText, DurationsWithAndWithoutHours)
 {
@@ -124,7 +95,7 @@ TEST(RegExp, CopiesShareTheRecordUntilOneIsChanged)
 
 TEST(MsgBox, SilentPrintsAndOpensNothing)
 {
-    EnvironmentVariable silent("SILENT", "1");
+    veldor_test::ScopedEnv silent("SILENT", "1");
     testing::internal::CaptureStdout();
     VELD::MsgBox("Title", "some text", 1);
     VELD::MsgBox("Title", "plain", 0);
@@ -137,9 +108,9 @@ TEST(MsgBox, SilentPrintsAndOpensNothing)
 
 TEST(MsgBox, WithoutADisplayItStillReturns)
 {
-    EnvironmentVariable silent("SILENT", nullptr);
-    EnvironmentVariable quiet("VELDOR_SILENT", nullptr);
-    EnvironmentVariable display("DISPLAY", ":97");  // nothing listens there
+    veldor_test::ScopedEnv silent("SILENT", nullptr);
+    veldor_test::ScopedEnv quiet("VELDOR_SILENT", nullptr);
+    veldor_test::ScopedEnv display("DISPLAY", ":97");  // nothing listens there
     testing::internal::CaptureStdout();
     VELD::MsgBox("Title", "no window", 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Title: no window\n");

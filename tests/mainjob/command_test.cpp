@@ -8,11 +8,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <memory>
 #include <thread>
 #include <tuple>
 
 #include "MainJobTest.h"
+#include "scoped_env.h"
 #include "NxBusLibraryPaths.h"
 #include "can_load.h"
 #include "can_log/CanFrame.h"
@@ -119,9 +119,8 @@ TEST_F(Command, ARecordingKeepsEveryFrameOfAFullBus)
             config += "[channel " + bus + end + "]\nbus = " + bus + "\nvendor = Norvex\ninterface = Bench\n";
     }
     WriteText(File("sim.conf"), config);
-    setenv("NXBUSAPI_SIM_CONFIG", File("sim.conf").c_str(), 1);
     // The other tests run on the default buses, whatever becomes of this one.
-    const std::unique_ptr<void, void (*)(void*)> restore(this, [](void*) { unsetenv("NXBUSAPI_SIM_CONFIG"); });
+    const veldor_test::ScopedEnv buses("NXBUSAPI_SIM_CONFIG", File("sim.conf").c_str());
     const std::uint64_t count = 20000;  // about a second of the bus
     for (const bool fd : {false, true}) {
         const std::string bus = fd ? "FD" : "CLASSIC";
