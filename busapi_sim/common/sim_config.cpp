@@ -253,6 +253,10 @@ struct Parser {
             if (!Number(key, value, 1, 1u << 20, u))
                 return false;
             bus.replayQueueLimit = static_cast<uint32_t>(u);
+        } else if (key == "delivery_interval_us") {
+            if (!Number(key, value, 0, 1000000, u))
+                return false;
+            bus.deliveryIntervalUs = static_cast<uint32_t>(u);
         } else {
             return Fail("unknown key '" + key + "' in a bus section");
         }

@@ -32,6 +32,7 @@ struct BusConfig {
     uint32_t dataBitrate = 2000000;   // CAN FD data phase
     uint32_t txQueueLimit = 2048;     // frames offered but not yet on the wire, per channel
     uint32_t replayQueueLimit = 4096; // records, per replay channel
+    uint32_t deliveryIntervalUs = 500; // a receiving process takes a busy bus's frames at most this often
     std::vector<size_t> channels;     // indices into Config::channels
 };
 

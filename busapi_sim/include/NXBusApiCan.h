@@ -41,9 +41,11 @@
  *   all channels of all processes together; identifier arbitration is not
  *   modelled: a frame that finds the wire busy waits for the frames offered
  *   before it, whatever its identifier. A received frame's timestamp is the
- *   hardware time of its start of frame (it is delivered at its end of
- *   frame), the instant at which a replay schedules a frame: a recording
- *   replays onto the wire where it was, on every bus alike. A channel does
+ *   hardware time of its start of frame, the instant at which a replay
+ *   schedules a frame: a recording replays onto the wire where it was, on
+ *   every bus alike. A frame is delivered at its end of frame; on a busy
+ *   bus, frames are delivered together at most every delivery_interval_us
+ *   (default 500), as a controller moderates its interrupts. A channel does
  *   not receive its own frames. A channel whose interface is "Virtual" takes no bus time: its
  *   frames end the moment they are offered, or with the last frame already
  *   on the wire, whichever is later.

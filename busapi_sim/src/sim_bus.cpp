@@ -277,7 +277,7 @@ void Bus::RemoveReceiver(const Channel* channel)
 
 void Bus::DeliveryLoop(uint64_t firstSeq)
 {
-    PrepareTimingThread("nxsim-delivery", 0);  // deliver close to the end of frame
+    PrepareTimingThread("nxsim-delivery", 0);  // deliver close to the deadline
     SharedSegment& seg = *m_segment;
     const uint64_t capacity = m_ringCapacity;
     std::vector<WireFrame> batch;
@@ -285,6 +285,12 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
     std::vector<std::shared_ptr<Channel>> receivers;
 
     uint64_t cursor = firstSeq;
+    // Like a controller that moderates its interrupts: after a delivery,
+    // the frames that end within the interval wait for its end and go
+    // together, so that a busy bus wakes its receivers some thousand times a
+    // second, not once a frame. The frames keep their own stamps.
+    const int64_t interval = static_cast<int64_t>(m_config.deliveryIntervalUs) * 1000;
+    int64_t heldUntil = 0;
 
     while (!m_stop) {
         seg.Lock();
@@ -307,8 +313,8 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
                 ++cursor;
                 continue;
             }
-            if (f.endNs > now) {
-                deadline = std::min(deadline, f.endNs);
+            if (f.endNs > now || heldUntil > now) {
+                deadline = std::min(deadline, std::max(f.endNs, heldUntil));
                 break;
             }
             batch.push_back(f);
@@ -326,6 +332,8 @@ void Bus::DeliveryLoop(uint64_t firstSeq)
             for (const auto& channel : receivers)
                 channel->Deliver(batch.data(), batch.size(), load, lost);
             receivers.clear();
+            if (!batch.empty())
+                heldUntil = now + interval;
             batch.clear();
             continue;
         }
