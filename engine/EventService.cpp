@@ -1,9 +1,14 @@
 #include "EventService.h"
 
+#include <pthread.h>
+#include <sched.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
-#include <chrono>
+#include <mutex>
 
 #include "veld_event.h"
 
@@ -20,18 +25,48 @@ VELDTimestamp Now()
 
 }  // namespace
 
+InheritingMutex::InheritingMutex()
+{
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+    pthread_mutex_init(&m_mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    pthread_condattr_t condition;
+    pthread_condattr_init(&condition);
+    pthread_condattr_setclock(&condition, CLOCK_MONOTONIC);
+    pthread_cond_init(&m_condition, &condition);
+    pthread_condattr_destroy(&condition);
+}
+
+InheritingMutex::~InheritingMutex()
+{
+    pthread_cond_destroy(&m_condition);
+    pthread_mutex_destroy(&m_mutex);
+}
+
+void InheritingMutex::Wait(VELDTimestamp deadline)
+{
+    if (deadline == 0) {
+        pthread_cond_wait(&m_condition, &m_mutex);
+        return;
+    }
+    const timespec until = {static_cast<time_t>(deadline / 1000000), static_cast<long>(deadline % 1000000) * 1000};
+    pthread_cond_timedwait(&m_condition, &m_mutex, &until);
+}
+
 EventService::EventService() : m_stop(false), m_thread(&EventService::TimerThread, this) {}
 
 EventService::~EventService()
 {
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<InheritingMutex> lock(m_mutex);
         m_stop = true;
         for (auto& entry : m_schedule) entry.second->SetInTimerList(false);
         m_schedule.clear();
         m_pending.clear();
     }
-    m_wake.notify_all();
+    m_mutex.Notify();
     m_thread.join();
 }
 
@@ -49,19 +84,19 @@ bool EventService::SetTrigger(VELDEvent* event, VELDTimestamp when)
     if (!event) return false;
     bool first;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<InheritingMutex> lock(m_mutex);
         RemoveLocked(event);
         m_pending[event] = m_schedule.emplace(when, event);
         event->SetInTimerList(true);
         first = m_schedule.begin()->second == event;
     }
-    if (first) m_wake.notify_one();
+    if (first) m_mutex.Notify();
     return true;
 }
 
 void EventService::ResetTrigger(VELDEvent* event)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<InheritingMutex> lock(m_mutex);
     RemoveLocked(event);
 }
 
@@ -72,7 +107,7 @@ int EventService::WaitForEvents(int count, VELDEvent** events, VELDDelay timeout
 
 size_t EventService::PendingTriggers()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<InheritingMutex> lock(m_mutex);
     return m_schedule.size();
 }
 
@@ -83,10 +118,19 @@ void EventService::TimerThread()
 {
     // The default slack of 50 microseconds would make every trigger late.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    std::unique_lock<std::mutex> lock(m_mutex);
+    pthread_setname_np(pthread_self(), "veldor-timer");
+    // Every timed wait of every module ends here: where the system allows
+    // it, this thread runs as soon as a trigger is due, one real-time level
+    // above the components that take real time, else at the lowest nice
+    // value allowed.
+    sched_param param{};
+    param.sched_priority = 2;
+    if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) != 0)
+        setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), -20);
+    std::lock_guard<InheritingMutex> lock(m_mutex);
     while (!m_stop) {
         if (m_schedule.empty()) {
-            m_wake.wait(lock);
+            m_mutex.Wait(0);
             continue;
         }
         auto first = m_schedule.begin();
@@ -99,7 +143,7 @@ void EventService::TimerThread()
             event->SetInTimerList(false);
             continue;
         }
-        m_wake.wait_for(lock, std::chrono::microseconds(first->first - now));
+        m_mutex.Wait(first->first);
     }
 }
 

@@ -4,15 +4,37 @@
 #ifndef VELDOR_ENGINE_EVENT_SERVICE_H
 #define VELDOR_ENGINE_EVENT_SERVICE_H
 
-#include <condition_variable>
+#include <pthread.h>
+
 #include <map>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 
 #include "veld_kernel_services.h"
 
 namespace veldor {
+
+// A mutex that lends its waiters' priority to its holder: the timer thread
+// runs at real-time priority, and a component thread that holds the lock
+// while it sets a trigger must not keep it waiting a time slice when the
+// machine is busy. With the condition the timer thread sleeps on.
+class InheritingMutex {
+public:
+    InheritingMutex();
+    InheritingMutex(const InheritingMutex&) = delete;
+    InheritingMutex& operator=(const InheritingMutex&) = delete;
+    ~InheritingMutex();
+    void lock() { pthread_mutex_lock(&m_mutex); }
+    void unlock() { pthread_mutex_unlock(&m_mutex); }
+    // With the mutex held: sleeps until notified or until `deadline` (the
+    // monotonic clock, microseconds; 0: no limit).
+    void Wait(VELDTimestamp deadline);
+    void Notify() { pthread_cond_signal(&m_condition); }
+
+private:
+    pthread_mutex_t m_mutex;
+    pthread_cond_t m_condition;
+};
 
 class EventService : public VELDEventService {
 public:
@@ -37,8 +59,7 @@ private:
     void TimerThread();
     void RemoveLocked(VELDEvent* event);
 
-    std::mutex m_mutex;
-    std::condition_variable m_wake;
+    InheritingMutex m_mutex;
     Schedule m_schedule;
     std::unordered_map<VELDEvent*, Schedule::iterator> m_pending;
     bool m_stop;

@@ -19,8 +19,10 @@ public:
     VELDThread& operator=(const VELDThread&) = delete;
 
     // 0 to 255, 128 being the normal priority. Mapped to the thread's nice
-    // value (a higher priority, a lower nice value); refused quietly where
-    // the system does not allow it. False when refused.
+    // value (a higher priority, a lower nice value); from kRealTimePriority
+    // up, to real-time scheduling where the system allows it. Refused
+    // quietly where the system does not allow it. False when refused.
+    static const int kRealTimePriority = 250;
     bool SetPriority(int priority);
     // Binds the thread to one processor, or frees it with -1. False when
     // refused (no such processor).

@@ -172,7 +172,8 @@
  *   Emission: the replay thread sleeps until shortly before a frame's time
  *   (timer slack 1 ns), then spins to it; it runs at real-time priority
  *   (SCHED_FIFO, replay_realtime_priority, default 10) where the system
- *   allows it, and without where not.
+ *   allows it, and without where not. The thread that delivers received
+ *   frames runs at the same priority.
  *
  * ERRORS
  *   Every operation returns 0 or an error code. -1 means a vendor-specific

@@ -30,8 +30,9 @@ constexpr int64_t kIdleWaitNs = 50000000;  // re-check at least this often
 }  // namespace
 
 Bus::Bus(const BusConfig& config, const std::vector<ChannelConfig>& channels, const std::string& nameSpace,
-         const HardwareClock& clock)
+         const HardwareClock& clock, int realtimePriority)
     : m_config(config),
+      m_realtimePriority(realtimePriority),
       m_clock(clock),
       m_shmName("/nxbusapi-sim." + nameSpace + "." + config.name),
       m_txLimit(config.txQueueLimit)
@@ -277,7 +278,9 @@ void Bus::RemoveReceiver(const Channel* channel)
 
 void Bus::DeliveryLoop(uint64_t firstSeq)
 {
-    PrepareTimingThread("nxsim-delivery", 0);  // deliver close to the deadline
+    // The wire hands frames to the receivers whatever else the machine does,
+    // as a controller's memory access would.
+    PrepareTimingThread("nxsim-delivery", m_realtimePriority);
     SharedSegment& seg = *m_segment;
     const uint64_t capacity = m_ringCapacity;
     std::vector<WireFrame> batch;

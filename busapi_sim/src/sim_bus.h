@@ -72,8 +72,9 @@ struct BusState {
 
 class Bus {
 public:
+    // `realtimePriority`: of the delivery thread, where the system allows it.
     Bus(const BusConfig& config, const std::vector<ChannelConfig>& channels, const std::string& nameSpace,
-        const HardwareClock& clock);
+        const HardwareClock& clock, int realtimePriority);
     ~Bus();
 
     Bus(const Bus&) = delete;
@@ -117,6 +118,7 @@ private:
     WireFrame& Ring(uint64_t seq) const { return m_ring[seq & (m_ringCapacity - 1)]; }
 
     BusConfig m_config;
+    int m_realtimePriority;
     HardwareClock m_clock;
     std::string m_shmName;
     SegmentLayout m_layout;

@@ -76,7 +76,8 @@ void Simulator::Build()
 {
     const Config& config = GetConfig();
     for (const BusConfig& bus : config.buses)
-        m_buses.push_back(std::make_unique<Bus>(bus, config.channels, config.nameSpace, Clock()));
+        m_buses.push_back(std::make_unique<Bus>(bus, config.channels, config.nameSpace, Clock(),
+                                                      config.replayRealtimePriority));
 }
 
 std::vector<const ChannelConfig*> Simulator::Search(uint32_t attributeCount,

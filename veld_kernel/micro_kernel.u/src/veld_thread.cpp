@@ -27,6 +27,24 @@ VELDThread::VELDThread()
 bool VELDThread::SetPriority(int priority)
 {
     m_priority = priority;
+    // The top of the range is real time, where the system allows it: such a
+    // thread runs as soon as it wakes, first in, first out, at the lowest
+    // real-time level (below the engine's timer and any hardware's threads).
+    // A time-sharing thread, however favoured, may wait out the running
+    // thread's slice, milliseconds on a busy machine. Real time suits
+    // threads that wake often and work briefly, such as a bus monitor's
+    // reader.
+    sched_param param{};
+    if (priority >= kRealTimePriority) {
+        param.sched_priority = 1;
+        if (pthread_setschedparam(m_id, SCHED_FIFO, &param) == 0) return true;
+    } else {
+        int policy = SCHED_OTHER;
+        if (pthread_getschedparam(m_id, &policy, &param) == 0 && policy == SCHED_FIFO) {
+            param.sched_priority = 0;
+            pthread_setschedparam(m_id, SCHED_OTHER, &param);
+        }
+    }
     // 128 is the nice value 0; each 13 steps above or below move it by one,
     // within the system's -20 to 19.
     int nice = (128 - priority) / 13;
