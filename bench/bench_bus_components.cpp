@@ -167,6 +167,7 @@ void RecordingDefaults(Diagram& d, const std::string& monitor)
     d.Set(monitor + ".sampling_mode", "Polling");
     d.Set(monitor + ".sampling_period", std::to_string(veldor::cli::kCanReadPeriod));
     d.Set(monitor + ".oCAN.fifosize", std::to_string(veldor::cli::kCanMonitorFifo));
+    d.Set(monitor + ".priority", std::to_string(veldor::cli::kMonitorPriority));
 }
 
 struct Flow {

@@ -65,7 +65,9 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
             const char* record = settings.outputType == "universal" ? "Universal CAN" : "CAN/CAN FD";
             if (!s.Set(monitor + ".output_type", record, error)) return false;
         }
-        if (!s.Set(monitor + ".vectorize_frames", settings.vectorize ? "true" : "false", error)) return false;
+        if (!s.Set(monitor + ".vectorize_frames", settings.vectorize ? "true" : "false", error) ||
+            !s.Set(monitor + ".priority", std::to_string(kMonitorPriority), error))
+            return false;
         const long long period = settings.pollingPeriod > 0 ? settings.pollingPeriod : can ? kCanReadPeriod : 0;
         if (can && (!s.Set(monitor + ".oCAN.fifosize", std::to_string(kCanMonitorFifo), error) ||
                     (!settings.canEvents && !s.Set(monitor + ".sampling_mode", "Polling", error))))

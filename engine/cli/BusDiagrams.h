@@ -45,6 +45,11 @@ struct RecordSettings {
 
 const long long kCanReadPeriod = 1000;  // microseconds
 const int kCanMonitorFifo = 256;        // elements
+// A monitor has a read's 256 frames of margin (10 ms of a full CAN FD bus),
+// the recorder a FIFO's 256 elements: the monitors' threads come first
+// when the machine is busy (the highest priority a component takes, where
+// the system lets the process raise it).
+const int kMonitorPriority = 255;
 
 std::string MonitorName(std::size_t k);
 // The recorder is made first, so that it runs before the monitors do.
