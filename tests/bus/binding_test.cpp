@@ -201,7 +201,7 @@ TEST_F(Binding, UnloadClearsTheTableAndLetsOnlyThePreProcessingLibraryGo)
 TEST_F(Binding, DiscoveryWithoutALibraryListsNothing)
 {
     can.Fake().AddChannel({"Norvex", "PCIe", "SN", "ch1", 0});
-    eth.Eth().AddInterface({"Norvex", "veth", "SN", "eth1"});
+    eth.Eth().AddChannel({"Norvex", "veth", "SN", "eth1"});
     can.Object().absent = true;
     eth.EthObject().absent = true;
     EXPECT_TRUE(NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", false).empty());

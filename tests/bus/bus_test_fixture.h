@@ -18,45 +18,62 @@
 #include "NxEthApiWrapper.h"
 #include "veld_constants.h"
 
-// An engine that captures what is reported, for every bus test.
+using Calls = std::vector<std::string>;
+
+// `order` appears within `calls` in that order (other calls between).
+inline void ExpectInOrder(const Calls& calls, const Calls& order)
+{
+    auto at = calls.begin();
+    for (const std::string& name : order) {
+        at = std::find(at, calls.end(), name);
+        ASSERT_NE(at, calls.end()) << name << " missing or out of order in " << testing::PrintToString(calls);
+    }
+}
+
+// What a call throws, as text.
+template <class F>
+std::string Thrown(F f)
+{
+    try {
+        f();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "no exception";
+}
+
+// An engine that captures what is reported; the calls made since a mark,
+// in the log that all doubles share.
 class EngineTest : public ::testing::Test {
 protected:
     EngineTest() : engine(Quiet()) {}
 
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-};
-
-// A wrapper that went through Initialize successfully.
-template <class Wrapper, class Settings>
-std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
-{
-    auto wrapper = std::make_unique<Wrapper>(settings);
-    bool highSpeed = false;
-    NxBusError result = wrapper->Initialize(&highSpeed);
-    EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
-    return wrapper;
-}
-
-// Calls made since a mark, in the log that all doubles share.
-class CallMark {
-public:
-    void Mark() { m_mark = Log().Calls().size(); }
-    std::vector<std::string> CallsSinceMark() const
+    void Mark() { m_mark = nxtest::FakeCanLibrary::Instance().Calls().size(); }
+    Calls CallsSinceMark() const
     {
-        std::vector<std::string> names = Log().CallNames();
-        return std::vector<std::string>(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+        Calls names = nxtest::FakeCanLibrary::Instance().CallNames();
+        return Calls(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+    }
+    // A wrapper that went through Initialize successfully.
+    template <class Wrapper, class Settings>
+    static std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
+    {
+        auto wrapper = std::make_unique<Wrapper>(settings);
+        bool highSpeed = false;
+        NxBusError result = wrapper->Initialize(&highSpeed);
+        EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
+        return wrapper;
     }
 
+    veldor::Engine engine;
+
 private:
-    static nxtest::FakeLibrary& Log() { return nxtest::FakeCanLibrary::Instance(); }
     std::size_t m_mark = 0;
 };
 
-class BusTest : public EngineTest, public CallMark {
+class BusTest : public EngineTest {
 protected:
-
     nxtest::FakeCanLibrary& Fake() { return bus.Fake(); }
 
     // One real channel "ch1" at the default address.
@@ -88,15 +105,15 @@ protected:
 };
 
 // The Ethernet twin: one interface "eth1" unless a test adds others.
-class EthBusTest : public EngineTest, public CallMark {
+class EthBusTest : public EngineTest {
 protected:
     nxtest::FakeEthLibrary& Eth() { return bus.Eth(); }
     nxtest::FakeDrPreLibrary& Stage() { return bus.Stage(); }
 
     void AddInterface(const std::string& identifier = "eth1", std::uint32_t capabilities = 0,
-                      const std::string& provider = "Norvex")
+                      const std::string& provider = "Norvex", const std::string& interfaceName = "veth")
     {
-        Eth().AddInterface({provider, "veth", "SN-" + identifier, identifier, capabilities});
+        Eth().AddChannel({provider, interfaceName, "SN-" + identifier, identifier, capabilities});
     }
 
     static NxEthApiWrapperSettings Monitoring(const std::string& identifier = "eth1")

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Calls = std::vector<std::string>;
-
 const Calls kDiscovery = {"NXETH_GetAvailableInterfacesCount", "NXETH_GetAvailableInterfaces"};
 
 Calls BringUp(bool replay)
@@ -148,7 +146,7 @@ TEST_F(EthWrapper, OnlyTheLastWrapperLetsTheLibrariesGo)
 TEST_F(EthWrapper, ErrorMessagesTakeTheProviderBranchOnlyWithAnInterface)
 {
     AddInterface();
-    Eth().SetProviderError(42, "provider says no");
+    Eth().SetVendorError(42, "provider says no");
     auto idle = Make(Monitoring());
     auto ready = Ready(Monitoring());
     struct Case {
@@ -201,7 +199,7 @@ TEST_F(EthWrapper, TimeGoesToTheLibraryInTicksAndComesBackInMicroseconds)
 TEST_F(EthWrapper, DiscoveryFiltersByProviderAlone)
 {
     AddInterface("n1", 0x100);
-    Eth().AddInterface({"Norvex", "Virtual", "", "v1"});
+    Eth().AddChannel({"Norvex", "Virtual", "", "v1"});
     AddInterface("o1", 0, "Other");
     auto norvex = NxEthApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", true);
     ASSERT_EQ(norvex.size(), 2u);  // virtual interfaces stay

@@ -1,9 +1,9 @@
 // Recording doubles of the Ethernet bus access library (24 operations) and
-// of the replay pre-processing library (6 operations), on the symbol-keyed
-// double of FakeLibrary.h: one log shows how their calls interleave.
+// of the replay pre-processing library (6 operations), on the doubles of
+// FakeLibrary.h: one log shows how their calls interleave.
 //
 //     nxtest::ScopedFakeEthLibrary bus;        // both doubles, both bindings
-//     bus.Eth().AddInterface({"Norvex", "veth", "SN1", "eth1"});
+//     bus.Eth().AddChannel({"Norvex", "veth", "SN1", "eth1"});
 //     bus.Stage().SetResult("NxDRPP_InsertFrames", NXDRPP_BUFFER_FULL);
 //
 // The Ethernet double makes replay records by the rule both open libraries
@@ -13,66 +13,31 @@
 #ifndef NXTEST_FAKE_ETH_LIBRARY_H
 #define NXTEST_FAKE_ETH_LIBRARY_H
 
-#include <cstdint>
-#include <deque>
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "FakeLibrary.h"
 #include "NxDrPreApi.h"
 #include "NxEthApi.h"
 
 namespace nxtest {
 
-// A record of a replay stream, as the Ethernet library makes it.
-struct EthRecord {
-    NXSEthReplayData head;
-    std::vector<std::uint8_t> frame;  // ulRawDataLength bytes from byte 48
-};
-
-// Splits a stream of records at their sizes.
+// A record of a replay stream; payload: the frame, from byte 48.
+using EthRecord = StreamedRecord<NXSEthReplayData>;
 std::vector<EthRecord> SplitRecords(const std::vector<std::uint8_t>& stream);
 
-class FakeEthLibrary : public FakeLibrary {
+class FakeEthLibrary : public FakeBusLibrary {
 public:
     static FakeEthLibrary& Instance();
     void Reset();
 
-    void AddInterface(const FakeChannel& interface);
-    void SetProviderError(std::int32_t code, const std::string& text);
-    void SetAccessible(bool accessible) { Locked(m_accessible, accessible); }
-    void SetResolution(std::uint64_t ticksPerSecond) { Locked(m_resolution, ticksPerSecond); }
-    void SetTicks(std::uint64_t ticks) { Locked(m_ticks, ticks); }
-    void SetReplayStatus(const NXSEthReplayStatusInfo& status) { Locked(m_replayStatus, status); }
     // The block that the next reads return.
     void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
-    // Bytes taken of an offered replay block; by default all of them.
-    void SetConsumption(std::function<std::uint32_t(std::uint32_t offered)> consume)
-    {
-        Locked(m_consume, std::move(consume));
-    }
-
     std::vector<std::uint8_t> Transmitted() const { return Copy(m_transmitted); }
-    std::vector<std::uint8_t> Streamed() const { return Copy(m_streamed); }
-    std::string RegisteredIdentifier() const { return Copy(m_registered); }
 
 private:
+    FakeEthLibrary() : FakeBusLibrary(1000000000) {}
     struct Ops;
 
-    std::vector<FakeChannel> m_interfaces;
-    std::int32_t m_providerCode = 0;
-    std::string m_providerText;
-    bool m_accessible = true;
-    std::uint64_t m_resolution = 1000000000;
-    std::uint64_t m_ticks = 0;
-    NXSEthReplayStatusInfo m_replayStatus = {};
     std::vector<std::uint8_t> m_readBlock;
-    std::function<std::uint32_t(std::uint32_t)> m_consume;
     std::vector<std::uint8_t> m_transmitted;
-    std::vector<std::uint8_t> m_streamed;
-    std::string m_registered;
 };
 
 class FakeDrPreLibrary : public FakeLibrary {

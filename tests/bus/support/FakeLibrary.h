@@ -20,10 +20,12 @@
 #ifndef NXTEST_FAKE_LIBRARY_H
 #define NXTEST_FAKE_LIBRARY_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -52,6 +54,10 @@ struct FakeCall {
     std::string name;
     std::vector<std::uint64_t> args;
 };
+
+// Arguments of a call as the log keeps them.
+inline std::uint64_t U(std::int64_t v) { return static_cast<std::uint64_t>(v); }
+inline std::uint64_t P(const void* pointer) { return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer)); }
 
 class FakeLibrary {
 public:
@@ -119,6 +125,137 @@ protected:
     }
 };
 
+// What the CAN and Ethernet doubles share: the channels (interfaces) found
+// at an address, the provider's last error, the answers about a registered
+// channel, and the replay stream taken. Each operation locks, logs its call
+// and answers.
+class FakeBusLibrary : public FakeLibrary {
+public:
+    void AddChannel(const FakeChannel& channel)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        m_channels.push_back(channel);
+    }
+    // What the provider-specific error operation answers.
+    void SetVendorError(std::int32_t code, const std::string& text)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        m_vendorCode = code;
+        m_vendorText = text;
+    }
+    void SetAccessible(bool accessible) { Locked(m_accessible, accessible); }
+    void SetResolution(std::uint64_t ticksPerSecond) { Locked(m_resolution, ticksPerSecond); }
+    void SetTicks(std::uint64_t ticks) { Locked(m_ticks, ticks); }
+    // Bytes taken of an offered replay block; by default all of them.
+    void SetConsumption(std::function<std::uint32_t(std::uint32_t offered)> consume)
+    {
+        Locked(m_consume, std::move(consume));
+    }
+
+    std::vector<std::uint8_t> Streamed() const { return Copy(m_streamed); }
+    // The channel identifier of the last registration, the last address searched.
+    std::string RegisteredIdentifier() const { return Copy(m_registered); }
+    std::string LastSearchAddress() const { return Copy(m_searchAddress); }
+
+protected:
+    explicit FakeBusLibrary(std::uint64_t resolution) : m_resolution(resolution) {}
+
+    std::int32_t Count(const char* symbol, std::uint32_t* count, std::uint32_t attributeCount, std::uint64_t type,
+                       const char* address)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        m_searchAddress = address;
+        *count = CountAt(m_channels, address);
+        return Record(symbol, {attributeCount, type});
+    }
+    template <class Info, class Fill>
+    std::int32_t List(const char* symbol, std::uint32_t* count, Info* records, std::uint32_t attributeCount,
+                      const char* address, Fill fill)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        std::int32_t code = Record(symbol, {*count, attributeCount});
+        if (code == 0) *count = ListAt(m_channels, address, *count, records, fill);
+        return code;
+    }
+    template <class Handle>
+    std::int32_t Register(const char* symbol, const char* identifier, Handle* handle, Handle value,
+                          std::vector<std::uint64_t> args)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        m_registered = identifier;
+        std::int32_t code = Record(symbol, std::move(args));
+        if (code == 0) *handle = value;
+        return code;
+    }
+    // Hands out a field of the double's state.
+    template <class T, class F>
+    static std::int32_t Answer(const char* symbol, std::vector<std::uint64_t> args, T* out, const F& field)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        *out = field;
+        return Record(symbol, std::move(args));
+    }
+    std::int32_t Stream(const char* symbol, std::int64_t handle, std::uint32_t* size, const std::uint8_t* data)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        std::int32_t code = Record(symbol, {U(handle), *size});
+        const std::uint32_t taken = code == 0 ? std::min(*size, m_consume(*size)) : 0;
+        m_streamed.insert(m_streamed.end(), data, data + taken);
+        *size = taken;
+        return code;
+    }
+    std::int32_t LastError(const char* symbol, std::int64_t handle, std::int32_t* code, char* text)
+    {
+        std::lock_guard<std::mutex> lock(Mutex());
+        *code = m_vendorCode;
+        std::snprintf(text, 2048, "%s", m_vendorText.c_str());
+        return Record(symbol, {U(handle)});
+    }
+    static std::int32_t ErrorText(const char* symbol, std::int32_t error, char* text)
+    {
+        std::snprintf(text, 2048, "library text of %d", error);
+        return Simple(symbol, {U(error)});
+    }
+
+    std::vector<FakeChannel> m_channels;
+    std::int32_t m_vendorCode = 0;
+    std::string m_vendorText;
+    bool m_accessible = true;
+    std::uint64_t m_resolution;
+    std::uint64_t m_ticks = 0;
+    std::function<std::uint32_t(std::uint32_t)> m_consume = [](std::uint32_t offered) { return offered; };
+    std::vector<std::uint8_t> m_streamed;
+    std::string m_registered;
+    std::string m_searchAddress;
+};
+
+// A record of a replay stream: its head, and the bytes that follow from
+// `payloadAt`, `length(head, size)` of them.
+template <class Head>
+struct StreamedRecord {
+    Head head;
+    std::vector<std::uint8_t> payload;
+};
+
+// Splits a stream at the sizes its heads give.
+template <class Head, class Length>
+std::vector<StreamedRecord<Head>> SplitStream(const std::vector<std::uint8_t>& stream, std::size_t payloadAt,
+                                              Length length)
+{
+    std::vector<StreamedRecord<Head>> records;
+    for (std::size_t at = 0; at + sizeof(Head) <= stream.size();) {
+        StreamedRecord<Head> record;
+        std::memcpy(&record.head, stream.data() + at, sizeof record.head);
+        const std::size_t size = record.head.tHeader.ulSize;
+        const std::size_t end = payloadAt + length(record.head, size);
+        if (size < sizeof record.head || at + size > stream.size() || end > size) break;
+        record.payload.assign(stream.begin() + at + payloadAt, stream.begin() + at + end);
+        records.push_back(std::move(record));
+        at += size;
+    }
+    return records;
+}
+
 // The library object behind a table: "loads" without touching the file
 // system and answers each symbol with the doubles' function.
 class FakeLibraryObject : public NxLibraryObject {
@@ -165,10 +302,6 @@ private:
     std::uint32_t m_savedUsers;
     FakeLibraryObject* m_object;
 };
-
-// Arguments of a call as the log keeps them.
-inline std::uint64_t U(std::int64_t v) { return static_cast<std::uint64_t>(v); }
-inline std::uint64_t P(const void* pointer) { return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer)); }
 
 }  // namespace nxtest
 
