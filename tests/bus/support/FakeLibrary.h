@@ -1,22 +1,19 @@
-// The recording double of a closed library, keyed by symbol name, which the
-// doubles of the CAN, Ethernet and pre-processing libraries are made of.
-//
-// Each double defines its operations under their symbol names and keeps the
-// state of its own bus; what they share lives here: one log of the calls of
-// all doubled libraries, in order (so that a test sees how the Ethernet and
-// the pre-processing calls interleave), the results the test chose per
-// symbol, and the library object that hands the functions to the package's
-// real loading code in place of a shared object.
+// The recording doubles of the closed libraries, keyed by symbol name. Each
+// double defines its operations under their symbol names and keeps the state
+// of its own bus; what they share lives here: one log of the calls of all
+// doubled libraries, in order (so that a test sees how the Ethernet and the
+// pre-processing calls interleave), the results the test chose per symbol,
+// and the library object that hands the functions to the package's real
+// loading code in place of a shared object.
 //
 //     nxtest::ScopedFakeLibrary guard(EthLibrary(), InitEthFunctionPointers);
 //     guard.Object().absent = true;            // no file at the fixed path
 //     ... LoadEthLibrary() ...                 // 1, nothing loaded
 //
 // A double never exists as a file: it is reachable only through a guard, in
-// the test's own process, so no test writes anything at a fixed path.
-//
-// All state is behind one mutex, so that threads of a component under test
-// may call the doubles while the test configures or inspects them.
+// the test's own process, so no test writes anything at a fixed path. All
+// state is behind one mutex, so that threads of a component under test may
+// call the doubles while the test configures or inspects them.
 #ifndef NXTEST_FAKE_LIBRARY_H
 #define NXTEST_FAKE_LIBRARY_H
 
@@ -26,7 +23,6 @@
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -63,24 +59,18 @@ class FakeLibrary {
 public:
     // No calls, every symbol answering 0.
     static void ResetLog();
-
-    // --- results -----------------------------------------------------------------------
     // Every call of the operation (full symbol name) returns `code`.
     void SetResult(const std::string& symbol, std::int32_t code);
     // The next calls return these codes in turn, then SetResult's again.
     void ScriptResults(const std::string& symbol, std::vector<std::int32_t> codes);
 
-    // --- what happened -------------------------------------------------------------------
     std::vector<FakeCall> Calls() const;
     std::vector<std::string> CallNames() const;
-    // Calls of one operation, in order.
     std::vector<FakeCall> CallsTo(const std::string& symbol) const;
-
     // The function that answers a symbol, null for a name no double defines.
     static void* Symbol(const std::string& symbol);
 
 protected:
-    // Makes `function` the answer to `symbol`.
     static void Define(const std::string& symbol, void* function);
     // The lock of the log and of every double's state.
     static std::mutex& Mutex();
@@ -100,22 +90,6 @@ protected:
     {
         std::lock_guard<std::mutex> lock(Mutex());
         return field;
-    }
-
-    // What the listing operations find under an address: how many, and up to
-    // `room` records, zeroed and filled by `fill`; returns how many it gave.
-    static std::uint32_t CountAt(const std::vector<FakeChannel>& channels, const std::string& ip);
-    template <class Info, class Fill>
-    static std::uint32_t ListAt(const std::vector<FakeChannel>& channels, const std::string& ip, std::uint32_t room,
-                                Info* records, Fill fill)
-    {
-        std::uint32_t n = 0;
-        for (const FakeChannel& channel : channels) {
-            if (channel.ip != ip || n == room) continue;
-            std::memset(&records[n], 0, sizeof records[n]);
-            fill(records[n++], channel);
-        }
-        return n;
     }
     // A text into a fixed-size field of a record.
     template <std::size_t N>
@@ -165,17 +139,27 @@ protected:
     {
         std::lock_guard<std::mutex> lock(Mutex());
         m_searchAddress = address;
-        *count = CountAt(m_channels, address);
+        *count = static_cast<std::uint32_t>(std::count_if(m_channels.begin(), m_channels.end(),
+                                                          [&](const FakeChannel& c) { return c.ip == address; }));
         return Record(symbol, {attributeCount, type});
     }
+    // Up to *count records of the channels at the address, zeroed and
+    // filled by `fill`.
     template <class Info, class Fill>
     std::int32_t List(const char* symbol, std::uint32_t* count, Info* records, std::uint32_t attributeCount,
                       const char* address, Fill fill)
     {
         std::lock_guard<std::mutex> lock(Mutex());
         std::int32_t code = Record(symbol, {*count, attributeCount});
-        if (code == 0) *count = ListAt(m_channels, address, *count, records, fill);
-        return code;
+        if (code != 0) return code;
+        std::uint32_t n = 0;
+        for (const FakeChannel& channel : m_channels) {
+            if (channel.ip != address || n == *count) continue;
+            std::memset(&records[n], 0, sizeof records[n]);
+            fill(records[n++], channel);
+        }
+        *count = n;
+        return 0;
     }
     template <class Handle>
     std::int32_t Register(const char* symbol, const char* identifier, Handle* handle, Handle value,
@@ -229,8 +213,8 @@ protected:
     std::string m_searchAddress;
 };
 
-// A record of a replay stream: its head, and the bytes that follow from
-// `payloadAt`, `length(head, size)` of them.
+// A record of a replay stream: its head, and `length(head, size)` bytes
+// from `payloadAt`.
 template <class Head>
 struct StreamedRecord {
     Head head;
@@ -271,10 +255,8 @@ public:
     std::vector<std::string> loads;
     std::vector<std::string> requested;
     int unloads = 0;
-    // No file at any path: the state of a machine without the library.
-    bool absent = false;
-    // A load that raises Boost's error, as a file that is no library does.
-    bool failLoad = false;
+    bool absent = false;    // no file at any path: a machine without the library
+    bool failLoad = false;  // a load raises Boost's error, as for a file that is no library
     // Symbols answered with null, symbols that raise Boost's error.
     std::set<std::string> missing;
     std::set<std::string> throwing;
