@@ -3,8 +3,12 @@
 // partial_stream.conf: NVX-ETH-1 on one end; NVX-ETH-2 (frames with their
 // check sequence) and NVX-ETH-2-RAW (without) on the other. What the
 // components show on the same link: bus_components/eth_*.
+#include <chrono>
 #include <cstring>
+#include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "NxEthApiWrapper.h"
 #include "SimBusTest.h"
