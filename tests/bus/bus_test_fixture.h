@@ -42,8 +42,19 @@ std::string Thrown(F f)
     return "no exception";
 }
 
+template <class Settings>
+struct WrapperOf;
+template <>
+struct WrapperOf<NxCanApiWrapperSettings> {
+    using type = NxCanApiWrapper;
+};
+template <>
+struct WrapperOf<NxEthApiWrapperSettings> {
+    using type = NxEthApiWrapper;
+};
+
 // An engine that captures what is reported; the calls made since a mark,
-// in the log that all doubles share.
+// in the log that all doubles share; wrappers made, and made ready.
 class EngineTest : public ::testing::Test {
 protected:
     EngineTest() : engine(Quiet()) {}
@@ -55,11 +66,16 @@ protected:
         Calls names = nxtest::FakeCanLibrary::Instance().CallNames();
         return Calls(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
     }
-    // A wrapper that went through Initialize successfully.
-    template <class Wrapper, class Settings>
-    static std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
+    template <class Settings>
+    static auto Make(const Settings& settings)
     {
-        auto wrapper = std::make_unique<Wrapper>(settings);
+        return std::make_unique<typename WrapperOf<Settings>::type>(settings);
+    }
+    // A wrapper that went through Initialize successfully.
+    template <class Settings>
+    static auto Ready(const Settings& settings)
+    {
+        auto wrapper = Make(settings);
         bool highSpeed = false;
         NxBusError result = wrapper->Initialize(&highSpeed);
         EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
@@ -82,7 +98,6 @@ protected:
     {
         Fake().AddChannel({vendor, interfaceName, "SN-" + identifier, identifier, capabilities});
     }
-
     static NxCanApiWrapperSettings Monitoring(const std::string& channel = "ch1", bool canFd = false)
     {
         return NxCanApiWrapperSettings("127.0.0.1", channel, canFd, 2000000, 500000, false, false);
@@ -90,15 +105,6 @@ protected:
     static NxCanApiWrapperSettings Replay(const std::string& channel = "ch1")
     {
         return NxCanApiWrapperSettings("127.0.0.1", channel, false, 1000000, 500000, false, true);
-    }
-
-    static std::unique_ptr<NxCanApiWrapper> Make(const NxCanApiWrapperSettings& settings)
-    {
-        return std::make_unique<NxCanApiWrapper>(settings);
-    }
-    std::unique_ptr<NxCanApiWrapper> Ready(const NxCanApiWrapperSettings& settings)
-    {
-        return ReadyWrapper<NxCanApiWrapper>(settings);
     }
 
     nxtest::ScopedFakeCanLibrary bus;
@@ -111,11 +117,10 @@ protected:
     nxtest::FakeDrPreLibrary& Stage() { return bus.Stage(); }
 
     void AddInterface(const std::string& identifier = "eth1", std::uint32_t capabilities = 0,
-                      const std::string& provider = "Norvex", const std::string& interfaceName = "veth")
+                      const std::string& provider = "Norvex")
     {
-        Eth().AddChannel({provider, interfaceName, "SN-" + identifier, identifier, capabilities});
+        Eth().AddChannel({provider, "veth", "SN-" + identifier, identifier, capabilities});
     }
-
     static NxEthApiWrapperSettings Monitoring(const std::string& identifier = "eth1")
     {
         return NxEthApiWrapperSettings("127.0.0.1", identifier, false, false);
@@ -125,15 +130,6 @@ protected:
         NxEthApiWrapperSettings settings("127.0.0.1", identifier, false, true);
         settings.SetProtocolType(NXDRPP_UDP);
         return settings;
-    }
-
-    static std::unique_ptr<NxEthApiWrapper> Make(const NxEthApiWrapperSettings& settings)
-    {
-        return std::make_unique<NxEthApiWrapper>(settings);
-    }
-    std::unique_ptr<NxEthApiWrapper> Ready(const NxEthApiWrapperSettings& settings)
-    {
-        return ReadyWrapper<NxEthApiWrapper>(settings);
     }
 
     nxtest::ScopedFakeEthLibrary bus;
