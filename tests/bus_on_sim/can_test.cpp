@@ -2,6 +2,7 @@
 // its default topology: bus CAN1 at 127.0.0.1 with NVX-CAN-1, NVX-CAN-2,
 // NVX-VIRT-1, ORV-CAN-1 and NVX-ZIRA-1, at 500 kbit/s and 2 Mbit/s.
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
@@ -12,10 +13,26 @@
 
 #include "NxCanApi.h"
 #include "NxCanApiWrapper.h"
-#include "SimBusTest.h"
+#include "Engine.h"
+#include "veld_constants.h"
 
 namespace nxbus_on_sim {
 namespace {
+
+const char* const kAddress = "127.0.0.1";  // where the simulated bus is found
+
+class CanOnSim : public ::testing::Test {
+protected:
+    // The package reports invalid lengths and DLCs through the kernel; none
+    // of the traffic here has any.
+    void TearDown() override
+    {
+        for (const veldor::ReportRecord& report : engine.GetConsole().Captured())
+            EXPECT_NE(report.level, VELD::Error) << "reported: " << report.text;
+    }
+
+    veldor::Engine engine;  // the kernel of the package code
+};
 
 // The record through which a frame reaches the wrapper.
 enum class Record { Classic, Fd, Universal };
@@ -161,8 +178,6 @@ void ExpectReceived(const std::vector<FrameFields>& sent, const std::vector<NXSC
         }
     }
 }
-
-using CanOnSim = SimBusTest;
 
 bool Mapped()
 {
