@@ -19,6 +19,7 @@
 #include "veld_constants.h"
 
 using Calls = std::vector<std::string>;
+using Args = std::vector<std::uint64_t>;  // of a logged call
 
 // `order` appears within `calls` in that order (other calls between).
 inline void ExpectInOrder(const Calls& calls, const Calls& order)

@@ -189,7 +189,7 @@ TEST_F(CanTransport, ReadingNeedsAnInitialisedWrapperAndThrowsLibraryErrors)
     EXPECT_EQ(Thrown([&] { Make(Monitoring())->ReadReceiveQueue(); }), "CAN Handle is not initialized");
     auto wrapper = Ready(Monitoring());
     EXPECT_EQ(wrapper->ReadReceiveQueue(), 0u);
-    EXPECT_EQ(Fake().CallsTo("NXCAN_ReadReceiveQueue")[0].args, (std::vector<std::uint64_t>{7, 32768}));
+    EXPECT_EQ(Fake().CallsTo("NXCAN_ReadReceiveQueue")[0].args, (Args{7, 32768}));
     for (std::uint32_t i = 0; i < 3; ++i) Fake().Receive(nxtest::MakeMessage(i, false, 8, i));
     EXPECT_EQ(wrapper->ReadReceiveQueue(), 3u);
     EXPECT_EQ(wrapper->GetCanChannelMsgBuffer()[2].ulCanIdentifier, 2u);

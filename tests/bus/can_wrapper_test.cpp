@@ -6,8 +6,6 @@
 
 namespace {
 
-using Args = std::vector<std::uint64_t>;
-
 // What the closed library depends on: a channel registered, then
 // initialised, filtered and notified, then activated; deactivated before it
 // is unregistered.

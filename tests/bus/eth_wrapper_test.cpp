@@ -43,10 +43,10 @@ TEST_F(EthWrapper, BringsUpAndReleasesMonitoringAndReplayInterfacesInTheLibrarys
         EXPECT_EQ(uEthApiWrapperCount, 1u);
         EXPECT_EQ(uDrPreApiWrapperCount, replay ? 1u : 0u);
         if (replay) {
-            EXPECT_EQ(Eth().CallsTo("NxDRPP_CreateHandle")[0].args, (std::vector<std::uint64_t>{10, 1000, NXDRPP_UDP}));
+            EXPECT_EQ(Eth().CallsTo("NxDRPP_CreateHandle")[0].args, (Args{10, 1000, NXDRPP_UDP}));
             // Hardware that offers the high-speed path, settings that do not ask for it.
             EXPECT_TRUE(highSpeed);
-            EXPECT_EQ(Eth().CallsTo("NXETH_RegisterReplayInterface")[0].args, (std::vector<std::uint64_t>{0, 0}));
+            EXPECT_EQ(Eth().CallsTo("NXETH_RegisterReplayInterface")[0].args, (Args{0, 0}));
         }
 
         Mark();
@@ -176,13 +176,12 @@ TEST_F(EthWrapper, TimeGoesToTheLibraryInTicksAndComesBackInMicroseconds)
 
     EXPECT_EQ(wrapper->SetLogStartTime(7).severity, NxBusErrorSeverity::NotDefined);
     EXPECT_EQ(Eth().CallsTo("NXETH_SetReplayStartTime").back().args,
-              (std::vector<std::uint64_t>{5, 0, 7000, NXETH_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0}));
-    Eth().SetResult("NXETH_SetReplayStartTime", -1);
+              (Args{5, 0, 7000, NXETH_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0}));
+    Eth().ScriptResults("NXETH_SetReplayStartTime", {-1});
     EXPECT_EQ(wrapper->SetLogStartTime(7).severity, NxBusErrorSeverity::Warning);
-    Eth().SetResult("NXETH_SetReplayStartTime", 0);
     wrapper->SetReplayStartTime(3, 2);
     EXPECT_EQ(Eth().CallsTo("NXETH_SetReplayStartTime").back().args,
-              (std::vector<std::uint64_t>{5, 3000, 2000, NXETH_REPLAY_OPTION_NONE, 0}));
+              (Args{5, 3000, 2000, NXETH_REPLAY_OPTION_NONE, 0}));
 }
 
 TEST_F(EthWrapper, DiscoveryFiltersByProviderAlone)
