@@ -30,14 +30,12 @@ public:
 
     // The block that the next reads return.
     void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
-    std::vector<std::uint8_t> Transmitted() const { return Copy(m_transmitted); }
 
 private:
     FakeEthLibrary() : FakeBusLibrary(1000000000) {}
     struct Ops;
 
     std::vector<std::uint8_t> m_readBlock;
-    std::vector<std::uint8_t> m_transmitted;
 };
 
 class FakeDrPreLibrary : public FakeLibrary {
