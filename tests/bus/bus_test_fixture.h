@@ -12,8 +12,7 @@
 
 #include "Engine.h"
 #include "quiet_engine.h"
-#include "FakeCanLibrary.h"
-#include "FakeEthLibrary.h"
+#include "FakeLibrary.h"
 #include "NxCanApiWrapper.h"
 #include "NxEthApiWrapper.h"
 #include "veld_constants.h"

@@ -1,4 +1,4 @@
-#include "FakeCanLibrary.h"
+#include "FakeLibrary.h"
 
 #include <cstddef>
 

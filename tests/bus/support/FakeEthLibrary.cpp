@@ -1,4 +1,4 @@
-#include "FakeEthLibrary.h"
+#include "FakeLibrary.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// The recording doubles of the closed libraries, keyed by symbol name. Each
+// The recording doubles of the three closed libraries, keyed by symbol name. Each
 // double defines its operations under their symbol names and keeps the state
 // of its own bus; what they share lives here: one log of the calls of all
 // doubled libraries, in order (so that a test sees how the Ethernet and the
@@ -30,6 +30,9 @@
 #include <utility>
 #include <vector>
 
+#include "NxCanApi.h"
+#include "NxDrPreApi.h"
+#include "NxEthApi.h"
 #include "NxLibraryBinding.h"
 
 namespace nxtest {
@@ -283,6 +286,133 @@ private:
     std::unique_ptr<NxLibraryObject> m_saved;
     std::uint32_t m_savedUsers;
     FakeLibraryObject* m_object;
+};
+
+// ---------------------------------------------------------------------------
+// The CAN bus access library: its 28 operations and the state of a bus
+// behind them.
+//
+//     nxtest::ScopedFakeCanLibrary bus;             // installs the double
+//     bus.Fake().AddChannel({"Norvex", "PCIe", "SN1", "ch1", 0});
+//     NxCanApiWrapper wrapper(settings);            // loads through the double
+
+using StreamRecord = StreamedRecord<NXSCanReplayData>;  // payload: the bytes after the head's first 56
+
+class FakeCanLibrary : public FakeBusLibrary {
+public:
+    static FakeCanLibrary& Instance();
+    // Back to a bus with no channels and default answers.
+    void Reset();
+
+    void SetReplayStatus(const NXSCanReplayStatusInfo& status) { Locked(m_replayStatus, status); }
+    // Size of a replay record for a DLC; by default the head plus the
+    // payload rounded up to 8 bytes, at least 64.
+    void SetRecordSize(std::function<std::uint32_t(std::uint16_t dlc, bool endOfFile)> size)
+    {
+        Locked(m_recordSize, std::move(size));
+    }
+    // Queues a received message and signals the event of event-based
+    // reception, as the library does when messages arrive.
+    void Receive(const NXSCanMessage& message);
+    // The event that the wrapper handed over, null if none.
+    EventHandle* Event() const { return Copy(m_event); }
+
+    std::vector<NXSCanMessage> Transmitted() const { return Copy(m_transmitted); }
+    std::vector<StreamRecord> StreamRecords() const;
+    NXSCanBitTimingParameters LastArbitrationTiming() const { return Copy(m_arbitration); }
+    NXSCanBitTimingParameters LastDataTiming() const { return Copy(m_data); }
+
+private:
+    FakeCanLibrary() : FakeBusLibrary(80000000) {}
+    struct Ops;  // the 28 operations, called through the table
+
+    NXSCanReplayStatusInfo m_replayStatus = {};
+    std::function<std::uint32_t(std::uint16_t, bool)> m_recordSize;
+    std::deque<NXSCanMessage> m_receiveQueue;
+    std::vector<NXSCanMessage> m_transmitted;
+    NXSCanBitTimingParameters m_arbitration = {};
+    NXSCanBitTimingParameters m_data = {};
+    EventHandle* m_event = nullptr;
+};
+
+// Installs the double, reset and with a log of its own, for its lifetime.
+class ScopedFakeCanLibrary : public ScopedFakeLibrary {
+public:
+    ScopedFakeCanLibrary();
+    FakeCanLibrary& Fake() { return FakeCanLibrary::Instance(); }
+};
+
+// A received message as the library delivers it.
+NXSCanMessage MakeMessage(std::uint32_t id, bool extended, std::uint16_t dlc, std::uint64_t ticks,
+                          std::uint32_t flags = 0);
+
+// ---------------------------------------------------------------------------
+// The Ethernet bus access library (24 operations) and the replay
+// pre-processing library (6 operations): one log shows how their calls
+// interleave.
+//
+//     nxtest::ScopedFakeEthLibrary bus;        // both doubles, both bindings
+//     bus.Eth().AddChannel({"Norvex", "veth", "SN1", "eth1"});
+//     bus.Stage().SetResult("NxDRPP_InsertFrames", NXDRPP_BUFFER_FULL);
+//
+// The Ethernet double makes replay records by the rule both open libraries
+// keep: a 56-byte head, the frame from byte 48, the size rounded up to 8.
+// The pre-processing double passes records through unchanged, once it holds
+// as many as the fill level the stage was made with, or the closing record.
+
+// A record of a replay stream; payload: the frame, from byte 48.
+using EthRecord = StreamedRecord<NXSEthReplayData>;
+std::vector<EthRecord> SplitRecords(const std::vector<std::uint8_t>& stream);
+
+class FakeEthLibrary : public FakeBusLibrary {
+public:
+    static FakeEthLibrary& Instance();
+    void Reset();
+
+    // The block that the next reads return.
+    void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
+
+private:
+    FakeEthLibrary() : FakeBusLibrary(1000000000) {}
+    struct Ops;
+
+    std::vector<std::uint8_t> m_readBlock;
+};
+
+class FakeDrPreLibrary : public FakeLibrary {
+public:
+    static FakeDrPreLibrary& Instance();
+    void Reset();
+
+    // NxDRPP_GetFrames throws, as a library written in C++ may.
+    void SetGetFramesThrows(bool throws) { Locked(m_throws, throws); }
+    // Records held by the stages.
+    std::size_t Held() const { return Copy(m_held).size(); }
+
+private:
+    struct Ops;
+
+    std::deque<std::vector<std::uint8_t>> m_held;
+    std::uint64_t m_minFillLevel = 0;
+    bool m_closed = false;
+    bool m_throws = false;
+    std::uintptr_t m_nextHandle = 0x1000;
+};
+
+// Installs both doubles, reset, for its lifetime: the Ethernet library at
+// its fixed path, the pre-processing library beside the package.
+class ScopedFakeEthLibrary {
+public:
+    ScopedFakeEthLibrary();
+
+    FakeEthLibrary& Eth() { return FakeEthLibrary::Instance(); }
+    FakeDrPreLibrary& Stage() { return FakeDrPreLibrary::Instance(); }
+    FakeLibraryObject& EthObject() { return m_eth.Object(); }
+    FakeLibraryObject& StageObject() { return m_stage.Object(); }
+
+private:
+    ScopedFakeLibrary m_eth;
+    ScopedFakeLibrary m_stage;
 };
 
 }  // namespace nxtest
