@@ -12,51 +12,84 @@
 
 #include "Engine.h"
 #include "quiet_engine.h"
-#include "FakeCanLibrary.h"
-#include "FakeEthLibrary.h"
+#include "FakeLibrary.h"
 #include "NxCanApiWrapper.h"
 #include "NxEthApiWrapper.h"
 #include "veld_constants.h"
 
-// An engine that captures what is reported, for every bus test.
+using Calls = std::vector<std::string>;
+using Args = std::vector<std::uint64_t>;  // of a logged call
+
+// `order` appears within `calls` in that order (other calls between).
+inline void ExpectInOrder(const Calls& calls, const Calls& order)
+{
+    auto at = calls.begin();
+    for (const std::string& name : order) {
+        at = std::find(at, calls.end(), name);
+        ASSERT_NE(at, calls.end()) << name << " missing or out of order in " << testing::PrintToString(calls);
+    }
+}
+
+// What a call throws, as text.
+template <class F>
+std::string Thrown(F f)
+{
+    try {
+        f();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "no exception";
+}
+
+template <class Settings>
+struct WrapperOf;
+template <>
+struct WrapperOf<NxCanApiWrapperSettings> {
+    using type = NxCanApiWrapper;
+};
+template <>
+struct WrapperOf<NxEthApiWrapperSettings> {
+    using type = NxEthApiWrapper;
+};
+
+// An engine that captures what is reported; the calls made since a mark,
+// in the log that all doubles share; wrappers made, and made ready.
 class EngineTest : public ::testing::Test {
 protected:
     EngineTest() : engine(Quiet()) {}
 
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-};
-
-// A wrapper that went through Initialize successfully.
-template <class Wrapper, class Settings>
-std::unique_ptr<Wrapper> ReadyWrapper(const Settings& settings)
-{
-    auto wrapper = std::make_unique<Wrapper>(settings);
-    bool highSpeed = false;
-    NxBusError result = wrapper->Initialize(&highSpeed);
-    EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
-    return wrapper;
-}
-
-// Calls made since a mark, in the log that all doubles share.
-class CallMark {
-public:
-    void Mark() { m_mark = Log().Calls().size(); }
-    std::vector<std::string> CallsSinceMark() const
+    void Mark() { m_mark = nxtest::FakeCanLibrary::Instance().Calls().size(); }
+    Calls CallsSinceMark() const
     {
-        std::vector<std::string> names = Log().CallNames();
-        return std::vector<std::string>(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+        Calls names = nxtest::FakeCanLibrary::Instance().CallNames();
+        return Calls(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+    }
+    template <class Settings>
+    static auto Make(const Settings& settings)
+    {
+        return std::make_unique<typename WrapperOf<Settings>::type>(settings);
+    }
+    // A wrapper that went through Initialize successfully.
+    template <class Settings>
+    static auto Ready(const Settings& settings)
+    {
+        auto wrapper = Make(settings);
+        bool highSpeed = false;
+        NxBusError result = wrapper->Initialize(&highSpeed);
+        EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
+        return wrapper;
     }
 
+    veldor::Engine engine;
+
 private:
-    static nxtest::FakeLibrary& Log() { return nxtest::FakeCanLibrary::Instance(); }
     std::size_t m_mark = 0;
 };
 
-class BusTest : public EngineTest, public CallMark {
+class BusTest : public EngineTest {
 protected:
-
     nxtest::FakeCanLibrary& Fake() { return bus.Fake(); }
 
     // One real channel "ch1" at the default address.
@@ -65,7 +98,6 @@ protected:
     {
         Fake().AddChannel({vendor, interfaceName, "SN-" + identifier, identifier, capabilities});
     }
-
     static NxCanApiWrapperSettings Monitoring(const std::string& channel = "ch1", bool canFd = false)
     {
         return NxCanApiWrapperSettings("127.0.0.1", channel, canFd, 2000000, 500000, false, false);
@@ -75,20 +107,11 @@ protected:
         return NxCanApiWrapperSettings("127.0.0.1", channel, false, 1000000, 500000, false, true);
     }
 
-    static std::unique_ptr<NxCanApiWrapper> Make(const NxCanApiWrapperSettings& settings)
-    {
-        return std::make_unique<NxCanApiWrapper>(settings);
-    }
-    std::unique_ptr<NxCanApiWrapper> Ready(const NxCanApiWrapperSettings& settings)
-    {
-        return ReadyWrapper<NxCanApiWrapper>(settings);
-    }
-
     nxtest::ScopedFakeCanLibrary bus;
 };
 
 // The Ethernet twin: one interface "eth1" unless a test adds others.
-class EthBusTest : public EngineTest, public CallMark {
+class EthBusTest : public EngineTest {
 protected:
     nxtest::FakeEthLibrary& Eth() { return bus.Eth(); }
     nxtest::FakeDrPreLibrary& Stage() { return bus.Stage(); }
@@ -96,9 +119,8 @@ protected:
     void AddInterface(const std::string& identifier = "eth1", std::uint32_t capabilities = 0,
                       const std::string& provider = "Norvex")
     {
-        Eth().AddInterface({provider, "veth", "SN-" + identifier, identifier, capabilities});
+        Eth().AddChannel({provider, "veth", "SN-" + identifier, identifier, capabilities});
     }
-
     static NxEthApiWrapperSettings Monitoring(const std::string& identifier = "eth1")
     {
         return NxEthApiWrapperSettings("127.0.0.1", identifier, false, false);
@@ -108,15 +130,6 @@ protected:
         NxEthApiWrapperSettings settings("127.0.0.1", identifier, false, true);
         settings.SetProtocolType(NXDRPP_UDP);
         return settings;
-    }
-
-    static std::unique_ptr<NxEthApiWrapper> Make(const NxEthApiWrapperSettings& settings)
-    {
-        return std::make_unique<NxEthApiWrapper>(settings);
-    }
-    std::unique_ptr<NxEthApiWrapper> Ready(const NxEthApiWrapperSettings& settings)
-    {
-        return ReadyWrapper<NxEthApiWrapper>(settings);
     }
 
     nxtest::ScopedFakeEthLibrary bus;

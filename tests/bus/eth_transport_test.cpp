@@ -24,17 +24,6 @@ Packet MakePacket(std::uint32_t length, std::uint8_t first, std::uint64_t micros
 
 const auto kNeverStop = [] { return false; };
 
-template <class F>
-std::string Thrown(F f)
-{
-    try {
-        f();
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    return "no exception";
-}
-
 }  // namespace
 
 TEST_F(EthTransport, TheTwoNotInitialisedMessagesDifferByOneCapital)
@@ -139,7 +128,7 @@ TEST_F(EthTransport, FramesLeaveTheStageOnlyFromItsFillLevelOnAndStreamByteForBy
     std::vector<nxtest::EthRecord> records = nxtest::SplitRecords(Eth().Streamed());
     ASSERT_EQ(records.size(), 10u);
     for (std::size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].frame, packets[i].bytes) << i;
+        EXPECT_EQ(records[i].payload, packets[i].bytes) << i;
         EXPECT_EQ(records[i].head.tMsgHeader.tFrameType, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS);
         EXPECT_EQ(records[i].head.tHeader.ui64Timestamp, (1000 + i) * 1000) << i;
     }
@@ -201,7 +190,7 @@ TEST_F(EthTransport, APartialStreamKeepsTheRestAtTheFrontAndHoldsBackNewFrames)
     EXPECT_TRUE(wrapper->GetTransmitFramesAllowed());
     std::vector<nxtest::EthRecord> records = nxtest::SplitRecords(Eth().Streamed());
     ASSERT_EQ(records.size(), 10u);
-    for (std::uint8_t i = 0; i < 10; ++i) EXPECT_EQ(records[i].frame[0], i);
+    for (std::uint8_t i = 0; i < 10; ++i) EXPECT_EQ(records[i].payload[0], i);
 }
 
 TEST_F(EthTransport, TheClosingRecordGoesThroughTheStageAndLeavesLast)

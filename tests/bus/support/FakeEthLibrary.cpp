@@ -1,4 +1,4 @@
-#include "FakeEthLibrary.h"
+#include "FakeLibrary.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -28,42 +28,16 @@ std::uint32_t SizeAt(const std::uint8_t* record)
 
 std::vector<EthRecord> SplitRecords(const std::vector<std::uint8_t>& stream)
 {
-    std::vector<EthRecord> records;
-    for (std::size_t at = 0; at + sizeof(NXSEthReplayData) <= stream.size();) {
-        EthRecord record;
-        std::memcpy(&record.head, stream.data() + at, sizeof record.head);
-        const std::size_t size = record.head.tHeader.ulSize;
-        const std::size_t frameAt = at + offsetof(NXSEthReplayData, ui64StartOfFrameData);
-        const std::size_t frameEnd = frameAt + record.head.tMsgHeader.ulRawDataLength;
-        if (size < sizeof record.head || at + size > stream.size() || frameEnd > at + size) break;
-        record.frame.assign(stream.begin() + frameAt, stream.begin() + frameEnd);
-        records.push_back(record);
-        at += size;
-    }
-    return records;
+    return SplitStream<NXSEthReplayData>(stream, offsetof(NXSEthReplayData, ui64StartOfFrameData),
+                                         [](const NXSEthReplayData& head, std::size_t) {
+                                             return head.tMsgHeader.ulRawDataLength;
+                                         });
 }
-
-// ---------------------------------------------------------------------------
-// The Ethernet library
 
 void FakeEthLibrary::Reset()
 {
     std::lock_guard<std::mutex> lock(Mutex());
     *this = FakeEthLibrary();
-    m_consume = [](std::uint32_t offered) { return offered; };
-}
-
-void FakeEthLibrary::AddInterface(const FakeChannel& interface)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_interfaces.push_back(interface);
-}
-
-void FakeEthLibrary::SetProviderError(std::int32_t code, const std::string& text)
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    m_providerCode = code;
-    m_providerText = text;
 }
 
 struct FakeEthLibrary::Ops {
@@ -73,17 +47,13 @@ struct FakeEthLibrary::Ops {
     static NXTEthError GetAvailableInterfacesCount(std::uint32_t* count, std::uint32_t attributeCount,
                                                    NXSEthInterfacesSearchAttribute* attributes)
     {
-        Lock lock(Mutex());
-        *count = CountAt(F().m_interfaces, attributes->szSearchAttribute);
-        return Record("NXETH_GetAvailableInterfacesCount", {attributeCount, U(attributes->tSearchAttributeType)});
+        return F().Count("NXETH_GetAvailableInterfacesCount", count, attributeCount,
+                         U(attributes->tSearchAttributeType), attributes->szSearchAttribute);
     }
     static NXTEthError GetAvailableInterfaces(std::uint32_t* count, NXSEthInterfaceInfo* interfaces,
                                               std::uint32_t attributeCount, NXSEthInterfacesSearchAttribute* attributes)
     {
-        Lock lock(Mutex());
-        NXTEthError code = Record("NXETH_GetAvailableInterfaces", {*count, attributeCount});
-        if (code != 0) return code;
-        *count = ListAt(F().m_interfaces, attributes->szSearchAttribute, *count, interfaces,
+        return F().List("NXETH_GetAvailableInterfaces", count, interfaces, attributeCount, attributes->szSearchAttribute,
                         [](NXSEthInterfaceInfo& info, const FakeChannel& interface) {
                             CopyText(info.szAccessProviderName, interface.vendor);
                             CopyText(info.szInterfaceName, interface.interfaceName);
@@ -91,25 +61,15 @@ struct FakeEthLibrary::Ops {
                             CopyText(info.szInterfaceIdentifier, interface.identifier);
                             info.ulInterfaceCapabilities = interface.capabilities;
                         });
-        return 0;
-    }
-    static NXTEthError Register(const char* symbol, const char* identifier, NXTEthHandle* handle,
-                                std::vector<std::uint64_t> args)
-    {
-        Lock lock(Mutex());
-        F().m_registered = identifier;
-        NXTEthError code = Record(symbol, std::move(args));
-        if (code == 0) *handle = 5;
-        return code;
     }
     static NXTEthError RegisterInterface(char*, char*, char*, char* identifier, NXTEthHandle* handle)
     {
-        return Register("NXETH_RegisterInterface", identifier, handle, {});
+        return F().Register("NXETH_RegisterInterface", identifier, handle, NXTEthHandle(5), {});
     }
     static NXTEthError RegisterReplayInterface(char*, char*, char*, char* identifier, NXTEthHandle* handle,
                                                bool highSpeed, std::uint64_t reserved)
     {
-        return Register("NXETH_RegisterReplayInterface", identifier, handle, {highSpeed, reserved});
+        return F().Register("NXETH_RegisterReplayInterface", identifier, handle, NXTEthHandle(5), {highSpeed, reserved});
     }
     static NXTEthError UnregisterInterface(NXTEthHandle h) { return Simple("NXETH_UnregisterInterface", {U(h)}); }
     static NXTEthError GetInterfaceBufferSize(NXTEthHandle h, std::uint32_t* size)
@@ -119,24 +79,18 @@ struct FakeEthLibrary::Ops {
     }
     static NXTEthError IsInterfaceAccessible(NXTEthHandle h, bool* accessible)
     {
-        Lock lock(Mutex());
-        *accessible = F().m_accessible;
-        return Record("NXETH_IsInterfaceAccessible", {U(h)});
+        return Answer("NXETH_IsInterfaceAccessible", {U(h)}, accessible, F().m_accessible);
     }
     static NXTEthError InitInterface(NXTEthHandle h) { return Simple("NXETH_InitInterface", {U(h)}); }
     static NXTEthError ActivateInterface(NXTEthHandle h) { return Simple("NXETH_ActivateInterface", {U(h)}); }
     static NXTEthError DeactivateInterface(NXTEthHandle h) { return Simple("NXETH_DeactivateInterface", {U(h)}); }
     static NXTEthError GetTimeResolution(NXTEthHandle h, std::uint64_t* ticksPerSecond, std::uint64_t*)
     {
-        Lock lock(Mutex());
-        *ticksPerSecond = F().m_resolution;
-        return Record("NXETH_GetTimeResolution", {U(h)});
+        return Answer("NXETH_GetTimeResolution", {U(h)}, ticksPerSecond, F().m_resolution);
     }
     static NXTEthError GetTime(NXTEthHandle h, std::uint64_t* ticks, std::uint64_t*)
     {
-        Lock lock(Mutex());
-        *ticks = F().m_ticks;
-        return Record("NXETH_GetTime", {U(h)});
+        return Answer("NXETH_GetTime", {U(h)}, ticks, F().m_ticks);
     }
     static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t* buffer, std::uint32_t* third)
     {
@@ -147,25 +101,15 @@ struct FakeEthLibrary::Ops {
         return Record("NXETH_ReadFrames", {U(h), bufferSize});
     }
     static NXTEthError FlushReceiveQueue(NXTEthHandle h) { return Simple("NXETH_FlushReceiveQueue", {U(h)}); }
-    static NXTEthError TransmitFrames(NXTEthHandle h, std::uint32_t size, std::uint8_t* frames, std::uint32_t*)
+    static NXTEthError TransmitFrames(NXTEthHandle h, std::uint32_t count, std::uint8_t*, std::uint32_t*)
     {
-        Lock lock(Mutex());
-        NXTEthError code = Record("NXETH_TransmitFrames", {U(h), size});
-        if (code == 0) F().m_transmitted.insert(F().m_transmitted.end(), frames, frames + size);
-        return code;
+        return Simple("NXETH_TransmitFrames", {U(h), count});
     }
     static NXTEthError FlushTransmitQueue(NXTEthHandle h) { return Simple("NXETH_FlushTransmitQueue", {U(h)}); }
-    static NXTEthError GetErrorText(NXTEthError error, char* text)
-    {
-        std::snprintf(text, 2048, "library text of %d", error);
-        return Simple("NXETH_GetErrorText", {U(error)});
-    }
+    static NXTEthError GetErrorText(NXTEthError error, char* text) { return ErrorText("NXETH_GetErrorText", error, text); }
     static NXTEthError GetLastAccessProviderSpecificError(NXTEthHandle h, std::int32_t* code, char* text)
     {
-        Lock lock(Mutex());
-        *code = F().m_providerCode;
-        std::snprintf(text, 2048, "%s", F().m_providerText.c_str());
-        return Record("NXETH_GetLastAccessProviderSpecificError", {U(h)});
+        return F().LastError("NXETH_GetLastAccessProviderSpecificError", h, code, text);
     }
     static NXTEthError SetFilter(NXTEthHandle h, char*) { return Simple("NXETH_SetFilter", {U(h)}); }
     static NXTEthError SetReplayStartTime(NXTEthHandle h, std::uint64_t start, std::uint64_t offset,
@@ -179,18 +123,12 @@ struct FakeEthLibrary::Ops {
     }
     static NXTEthError ReplayStreamData(NXTEthHandle h, std::uint32_t* size, std::uint8_t* data)
     {
-        Lock lock(Mutex());
-        NXTEthError code = Record("NXETH_ReplayStreamData", {U(h), *size});
-        std::uint32_t taken = code == 0 ? std::min(*size, F().m_consume(*size)) : 0;
-        F().m_streamed.insert(F().m_streamed.end(), data, data + taken);
-        *size = taken;
-        return code;
+        return F().Stream("NXETH_ReplayStreamData", h, size, data);
     }
     static NXTEthError ReplayInitHeader(NXSEthReplayData* record, bool endOfFile, std::uint16_t length,
                                         std::uint32_t* size)
     {
-        Lock lock(Mutex());
-        NXTEthError code = Record("NXETH_ReplayInitHeader", {endOfFile, length});
+        NXTEthError code = Simple("NXETH_ReplayInitHeader", {endOfFile, length});
         if (code != 0) return code;
         std::memset(record, 0, sizeof *record);
         record->tHeader.reserved1 = kRecordMark | (endOfFile ? 1 : 0);
@@ -201,9 +139,8 @@ struct FakeEthLibrary::Ops {
     }
     static NXTEthError GetReplayStateInfo(NXTEthHandle h, NXSEthReplayStatusInfo* info)
     {
-        Lock lock(Mutex());
-        *info = F().m_replayStatus;
-        return Record("NXETH_GetReplayStateInfo", {U(h)});
+        *info = NXSEthReplayStatusInfo();
+        return Simple("NXETH_GetReplayStateInfo", {U(h)});
     }
 };
 

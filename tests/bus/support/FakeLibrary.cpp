@@ -3,6 +3,7 @@
 #include <boost/system/system_error.hpp>
 
 #include <cerrno>
+#include <map>
 
 namespace nxtest {
 
@@ -48,11 +49,7 @@ void FakeLibrary::ScriptResults(const std::string& symbol, std::vector<std::int3
     TheLog().scripted[symbol].assign(codes.begin(), codes.end());
 }
 
-std::vector<FakeCall> FakeLibrary::Calls() const
-{
-    std::lock_guard<std::mutex> lock(Mutex());
-    return TheLog().calls;
-}
+std::vector<FakeCall> FakeLibrary::Calls() const { return Copy(TheLog().calls); }
 
 std::vector<std::string> FakeLibrary::CallNames() const
 {
@@ -100,13 +97,6 @@ std::int32_t FakeLibrary::Simple(const std::string& symbol, std::vector<std::uin
 {
     std::lock_guard<std::mutex> lock(Mutex());
     return Record(symbol, std::move(args));
-}
-
-std::uint32_t FakeLibrary::CountAt(const std::vector<FakeChannel>& channels, const std::string& ip)
-{
-    std::uint32_t n = 0;
-    for (const FakeChannel& channel : channels) n += channel.ip == ip ? 1 : 0;
-    return n;
 }
 
 // ---------------------------------------------------------------------------
