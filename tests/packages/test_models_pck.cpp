@@ -11,8 +11,7 @@
 //   Labelled   can't start until its `label` was set; has a property of each
 //              type and a Float output that nothing accepts
 //   Stubborn   with `refusal`, its Core ignores death that long (`deaf`
-//              tells that it is in there); with `linger`, a further thread
-//              outlives the main one that long
+//              tells that it is in there)
 //   Thrower    throws a std::exception from Birth, Core or Death
 //
 // Most counts are -1: the engine resolves them.
@@ -63,8 +62,6 @@ VELDComponentDefinition Define(const char* name, const char* version, VELDUInt32
 const VELDInputDefinition kNoInput = {nullptr, 0, nullptr, 0, 0};
 const VELDOutputDefinition kNoOutput = {nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0};
 
-// ---------------------------------------------------------------------------
-
 class Generator : public VELDModel<Generator> {
 public:
     using VELDModel::VELDModel;
@@ -92,8 +89,6 @@ VELDPropertyDefinition g_generatorProperties[] = {Setting("period", new VELDProp
                                                   VELDPropertyDefinition()};
 VELDComponentDefinition g_generator =
     Define<Generator>("Generator", "1.0.0", 0, nullptr, kAll, g_generatorOutputs, g_generatorProperties);
-
-// ---------------------------------------------------------------------------
 
 class Counter : public VELDModel<Counter> {
 public:
@@ -152,8 +147,6 @@ VELDActionDefinition g_counterActions[] = {
 VELDComponentDefinition g_counter =
     Define<Counter>("Counter", "1.1.0", 0, g_counterInputs, 0, nullptr, g_counterProperties, g_counterActions);
 
-// ---------------------------------------------------------------------------
-
 class Merger : public VELDModel<Merger> {
 public:
     using VELDModel::VELDModel;
@@ -182,8 +175,6 @@ VELDPropertyDefinition g_mergerProperties[] = {Setting("inputs", new VELDPropert
                                                Figure("received"), VELDPropertyDefinition()};
 VELDComponentDefinition g_merger = Define<Merger>("Merger", "1.0.0", 0, g_mergerInputs, 0, nullptr, g_mergerProperties);
 
-// ---------------------------------------------------------------------------
-
 class Labelled : public VELDModel<Labelled> {
 public:
     using VELDModel::VELDModel;
@@ -200,16 +191,9 @@ VELDPropertyDefinition g_labelledProperties[] = {
 VELDComponentDefinition g_labelled =
     Define<Labelled>("Labelled", "1.0.0", 0, nullptr, kAll, g_labelledOutputs, g_labelledProperties);
 
-// ---------------------------------------------------------------------------
-
 class Stubborn : public VELDModel<Stubborn> {
 public:
     using VELDModel::VELDModel;
-
-    void Birth() override
-    {
-        if (GetIntegerProperty("linger") > 0) CreateThread(static_cast<VELDThreadFunction>(&Stubborn::Linger));
-    }
 
     void Core() override
     {
@@ -221,26 +205,12 @@ public:
         }
         Rest(1000);
     }
-
-private:
-    void Linger()
-    {
-        try {
-            for (;;) Rest(1000000);
-        } catch (int) {
-            // dying
-        }
-        VELD::Sleep(GetIntegerProperty("linger"));
-    }
 };
 
 VELDPropertyDefinition g_stubbornProperties[] = {Setting("refusal", new VELDPropertyValue(VELDInt64(0)), "us"),
-                                                 Setting("linger", new VELDPropertyValue(VELDInt64(0)), "us"),
                                                  Figure("deaf"), VELDPropertyDefinition()};
 VELDComponentDefinition g_stubborn =
     Define<Stubborn>("Stubborn", "1.0.0", 0, nullptr, 0, nullptr, g_stubbornProperties);
-
-// ---------------------------------------------------------------------------
 
 class Thrower : public VELDModel<Thrower> {
 public:
