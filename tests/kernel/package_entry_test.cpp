@@ -128,12 +128,3 @@ TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
     EXPECT_FALSE(missing.Open("/nonexistent/library.so"));
     EXPECT_NE(std::string(missing.GetErrorMessage()), "");
 }
-
-TEST(PackageEntry, IdentityOfTheFramework)
-{
-    EXPECT_STREQ(VELD::KernelVersion, "4.10");
-    EXPECT_STREQ(VELD::VeldorMinorVersion, "4");
-    EXPECT_STREQ(VELD::DiagramVersion, "4.8.0");
-    EXPECT_STREQ(VELD::ProductName, "Veldor");
-    EXPECT_EQ(VELD::KernelBuild >> 16, 4);
-}

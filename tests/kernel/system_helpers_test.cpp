@@ -106,13 +106,3 @@ TEST(MsgBox, WithoutADisplayItStillReturns)
     VELD::MsgBox("Title", "no window", 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Title: no window\n");
 }
-
-TEST(Sleep, LastsAtLeastTheTimeAsked)
-{
-    timespec before, after;
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    VELD::Sleep(20000);
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    long elapsed = (after.tv_sec - before.tv_sec) * 1000000L + (after.tv_nsec - before.tv_nsec) / 1000;
-    EXPECT_GE(elapsed, 20000);
-}

@@ -45,27 +45,6 @@ protected:
     VELDPropertyDefinition* extra = nullptr;
 };
 
-TEST_F(Redefinition, ASetRunsDynamicAgain)
-{
-    EXPECT_EQ(component->NbInputs(), 3);
-    component->Property("nbInputs").Set(VELDInt64(5));
-    EXPECT_EQ(component->NbInputs(), 5);
-    EXPECT_TRUE(component->HasInput("i4"));
-    EXPECT_TRUE(component->HasProperty("i4.subsampling"));
-    EXPECT_NE(engine.FindSymbol("c.i4"), nullptr);
-}
-
-TEST_F(Redefinition, AnElementDeclaredAgainKeepsItsIdentityAndConnection)
-{
-    VELDInput& kept = component->Input("i1");
-    ASSERT_TRUE(VELD::Attach(source->Output("oOut"), kept));
-    component->Property("i1.subsampling").Set(VELDInt64(2));
-    component->Property("nbInputs").Set(VELDInt64(4));
-    EXPECT_EQ(&component->Input("i1"), &kept);
-    EXPECT_TRUE(kept.IsConnected());
-    EXPECT_EQ(component->Property("i1.subsampling").IntegerValue(), 2);
-}
-
 TEST_F(Redefinition, AnElementNoLongerDeclaredGoesWithItsConnection)
 {
     ASSERT_TRUE(VELD::Attach(source->Output("oOut"), component->Input("i0")));
