@@ -170,7 +170,6 @@ TEST_F(ScriptTest, ValuesOfEveryType)
 TEST_F(ScriptTest, AScriptRunsWaitsAndShutsItsDiagramDown)
 {
     veldor::Script script;
-    std::string error;
     ASSERT_TRUE(veldor::Script::ParseFile(std::string(VELDOR_TEST_SCRIPTS) + "/counting.vdl", &script, &error))
         << error;
     veldor::ScriptRunner runner(engine);

@@ -5,8 +5,7 @@
 //              them (0: no end)
 //   Counter    reads iValue with the reader type of its `reader` property
 //              (its Dynamic declares the input) and counts what it got:
-//              received, last, gaps (a value skipped), repeats (the same
-//              value again), decreases; `delay` makes it slow
+//              received, last, gaps (a value skipped); `delay` makes it slow
 //   Merger     has as many inputs i0, i1... as its `inputs` property says
 //   Labelled   can't start until its `label` was set; has a property of each
 //              type and a Float output that nothing accepts
@@ -109,8 +108,6 @@ public:
         const VELDInt64 value = *element->Integer32(0);
         StopReading(Input(0));
         Count("received", 1);
-        if (value == m_last) Count("repeats", 1);
-        if (value < m_last) Count("decreases", 1);
         if (value > m_last + 1) Count("gaps", 1);
         m_last = value;
         DirectSet(Property("last"), value);
@@ -137,8 +134,6 @@ VELDPropertyDefinition g_counterProperties[] = {
     Figure("received"),
     Figure("last"),
     Figure("gaps"),
-    Figure("repeats"),
-    Figure("decreases"),
     VELDPropertyDefinition()};
 VELDActionDefinition g_counterActions[] = {
     VELDActionDefinition("renameAfterUpstream",
