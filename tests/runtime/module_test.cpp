@@ -119,7 +119,7 @@ TEST_F(Modules, LookUpsNameTheUnknown)
     EXPECT_EQ(&module.Input(0), &module.Input("iA"));
 }
 
-TEST_F(Modules, NamesAreCheckedAndUnique)
+TEST_F(Modules, NamesAreCheckedAndUniqueAndADyingModuleDeclaresNothing)
 {
     VELDModule module("m", false, false);
     EXPECT_EQ(Thrown([&] { module.NewInput(IntegerInput("iA"), "9bad"); }), VELD::ErrorException);
@@ -136,12 +136,7 @@ TEST_F(Modules, NamesAreCheckedAndUnique)
     engine.Symbols().Register("m.taken", VELDSymbol::OtherSymbol, nullptr, nullptr);
     EXPECT_EQ(Thrown([&] { module.NewProperty(IntegerProperty("taken", 1)); }), VELD::ErrorException);
     EXPECT_TRUE(engine.GetConsole().Contains("Can't create property m.taken. The symbol already exists."));
-}
-
-TEST_F(Modules, ADyingModuleDeclaresNothing)
-{
-    VELDModule module("m", false, false);
-    module.Die();
+    module.Die();  // a dying module declares nothing
     EXPECT_EQ(Thrown([&] { module.NewProperty(IntegerProperty("p", 1)); }), VELD::ModuleDied);
 }
 
