@@ -1,23 +1,13 @@
 // The FIFO of an output under scripted interleavings: what each reader type
 // gets and skips, when the writer overwrites, stalls or fails, what the
 // counting queries say, and the host's registration of readers by number.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
-#include <memory>
 #include <thread>
-#include <vector>
 
-#include "Engine.h"
-#include "fifo_reading.h"
+#include "output_fixture.h"
 #include "scratch.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "thrown.h"
 #include "veld.h"
-#include "veld_output_impl.h"
-#include "veld_output_writing.h"
 
 namespace {
 
@@ -25,25 +15,13 @@ using veldor::FifoReaders;
 using veldtest::Eventually;
 typedef std::vector<long> Values;
 
-class Fifo : public ::testing::Test {
+class Fifo : public OutputTest {
 protected:
-    Fifo() : engine(Quiet()) {}
     ~Fifo() override
     {
         for (std::thread& t : threads)
             if (t.joinable()) t.join();
     }
-
-    std::unique_ptr<VELDOutputImplementation> New(int fifoSize, int subsampling = 1)
-    {
-        std::unique_ptr<VELDOutputImplementation> o(new VELDOutputImplementation(
-            "m.o", OutputDefinition(VELD::Integer64, 1, fifoSize, subsampling), &module.death));
-        o->AllocOutputBuffer(1, true);
-        return o;
-    }
-    void Make(int fifoSize, int subsampling = 1) { output = New(fifoSize, subsampling); }
-    TestFifo& F() { return *output->monitor; }
-    int Reader(int type, int subsampling = 1) { return FifoReaders::Register(F(), type, subsampling); }
 
     void Write(long value, VELDOutputImplementation* to = nullptr)
     {
@@ -105,11 +83,6 @@ protected:
         }
         return values;
     }
-    bool Reported(const char* text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
     std::vector<std::thread> threads;
 };
 

@@ -1,48 +1,23 @@
 // The allocation family of an output: the size and layout that each type
 // gets, the structured headers laid out in every slot, and the failures.
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <memory>
-#include <vector>
 
-#include "Engine.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "thrown.h"
+#include "output_fixture.h"
 #include "veld_io_records.h"
-#include "veld_output_impl.h"
 
 namespace {
 
 const int kFifoSize = 3;
 
-class OutputBuffer : public ::testing::Test {
+class OutputBuffer : public OutputTest {
 protected:
-    OutputBuffer() : engine(Quiet()) {}
-
     VELDOutputImplementation& Make(VELDTypeInfoValue type, int fifoSize = kFifoSize)
     {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(type, 1, fifoSize), &module.death));
-        return *output;
-    }
-    // The elements from the head of the ring.
-    std::vector<VELDIOEltImplementation*> Elements()
-    {
-        std::vector<VELDIOEltImplementation*> elements;
-        VELDIOMonitor& monitor = *output->Monitor();
-        for (VELDListIterator it = monitor.InitBegin(); it.ptr; monitor.InitNext(it))
-            elements.push_back(static_cast<VELDIOEltImplementation*>(&monitor[it]));
-        return elements;
+        return OutputTest::Make(fifoSize, 1, type, false);
     }
     unsigned char* Data(int slot) { return static_cast<unsigned char*>(Elements()[slot]->data); }
     // The distance between the payloads of two neighbouring slots.
     long Stride() { return Data(1) - Data(0); }
-    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
 };
 
 // ---------------------------------------------------------------------------
