@@ -3,22 +3,11 @@
 // checked against what its type allows, and every element against tearing:
 // a reader must never see an element that the writer is filling. Then the
 // wake-ups, on a ring so small that both sides block all the time.
-#include <gtest/gtest.h>
-
 #include <chrono>
-#include <memory>
-#include <mutex>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "Engine.h"
-#include "fifo_reading.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "veld_output_impl.h"
-#include "veld_output_writing.h"
+#include "output_fixture.h"
 
 namespace {
 
@@ -55,10 +44,8 @@ bool Increasing(const std::vector<long>& v, bool strictly)
     return true;
 }
 
-class FifoStress : public ::testing::TestWithParam<std::vector<int>> {
+class FifoStress : public OutputTest, public ::testing::WithParamInterface<std::vector<int>> {
 protected:
-    FifoStress() : engine(Quiet()) {}
-
     // Writes 1 to `elements` on a ring of `ring` slots, read by one reader of
     // each of `types`. A writer that is blocked 30 seconds tells which side
     // slept through: a reader through an element, or itself through a freed
@@ -130,9 +117,6 @@ protected:
         ADD_FAILURE() << "reader of type " << run.type << " never got the last element";
     }
 
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
     std::vector<ReaderRun> runs;
     std::mutex m_seenMutex;
 };
