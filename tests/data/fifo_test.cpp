@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 
 #include "output_fixture.h"
 #include "scratch.h"
@@ -467,10 +468,9 @@ TEST_F(Fifo, EachReaderGetsTheLowestFreeNumberAndTheMarksOfItsType)
     }
     EXPECT_EQ(Reader(5), -1);
     EXPECT_EQ(Reader(-1), -1);
-    EXPECT_EQ(F().registeredMask, 0x1Fu);
-    EXPECT_EQ(F().fifoMask, 0x7u);
-    EXPECT_EQ(F().neverSkippingMask, 0x2u);
-    EXPECT_EQ(F().lastOrNextMask, 0x4u);
+    // Registered, FIFO kinds, never-skipping, last-or-next.
+    EXPECT_EQ(std::make_tuple(F().registeredMask, F().fifoMask, F().neverSkippingMask, F().lastOrNextMask),
+              std::make_tuple(0x1Fu, 0x7u, 0x2u, 0x4u));
     for (int r = 5; r < 32; ++r) EXPECT_EQ(Reader(VELD::SamplingReader), r);
     EXPECT_EQ(Reader(VELD::FifoReader), -1);
 }
