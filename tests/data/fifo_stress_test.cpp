@@ -3,26 +3,14 @@
 // checked against what its type allows, and every element against tearing:
 // a reader must never see an element that the writer is filling. Then the
 // wake-ups, on a ring so small that both sides block all the time.
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <chrono>
-#include <memory>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "Engine.h"
-#include "fifo_reading.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "veld_output_impl.h"
-#include "veld_output_writing.h"
+#include "output_fixture.h"
 
 namespace {
 
-const long kElements = 3000;
 const long kTimestampOffset = 1000000;
 
 // A short pause now and then, different on every thread.
@@ -49,39 +37,56 @@ struct ReaderRun {
     long torn = 0;  // elements whose contents disagreed with their number
 };
 
-class FifoStress : public ::testing::TestWithParam<std::vector<int>> {
-protected:
-    FifoStress() : engine(Quiet()) {}
+bool Increasing(const std::vector<long>& v, bool strictly)
+{
+    for (size_t i = 1; i < v.size(); ++i)
+        if (strictly ? v[i] <= v[i - 1] : v[i] < v[i - 1]) return false;
+    return true;
+}
 
-    void Run(const std::vector<int>& types)
+class FifoStress : public OutputTest, public ::testing::WithParamInterface<std::vector<int>> {
+protected:
+    // Writes 1 to `elements` on a ring of `ring` slots, read by one reader of
+    // each of `types`. A writer that is blocked 30 seconds tells which side
+    // slept through: a reader through an element, or itself through a freed
+    // slot. Readers that wait for what comes next may miss the last element:
+    // they are told to stop once the others have it all.
+    std::string Run(const std::vector<int>& types, int ring, long elements)
     {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(VELD::Integer64, 2, 8), &module.death));
+        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(VELD::Integer64, 2, ring), &module.death));
         output->AllocOutputBuffer(2, true);
         TestFifo& fifo = *output->monitor;
+        fifo.writeTimeout = 30000000;
         for (int type : types) runs.push_back(ReaderRun{type, veldor::FifoReaders::Register(fifo, type, 1), {}, 0});
-
         VELDEvent stop;
         std::vector<std::thread> readers;
         for (size_t i = 0; i < runs.size(); ++i)
-            readers.emplace_back([this, &fifo, &stop, i] { Read(fifo, runs[i], &stop, 17 + static_cast<unsigned>(i)); });
+            readers.emplace_back([&, i] { Read(fifo, runs[i], &stop, 17 + static_cast<unsigned>(i), elements); });
 
         Jitter jitter(5);
-        for (long n = 1; n <= kElements; ++n) {
-            VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, *output, n + kTimestampOffset);
-            *element->Integer64(0) = n;
-            jitter();
-            *element->Integer64(1) = -n;
-            VELDOutputWriting::StopWriting(module.owner, element, false);
+        std::string lost;
+        for (long n = 1; n <= elements && lost.empty(); ++n) {
+            try {
+                VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, *output, n + kTimestampOffset);
+                *element->Integer64(0) = n;
+                jitter();
+                *element->Integer64(1) = -n;
+                VELDOutputWriting::StopWriting(module.owner, element, false);
+            } catch (int) {
+                bool readerSlept = false;
+                for (ReaderRun& run : runs) readerSlept = readerSlept || fifo.DataAvailableInFIFO(run.number);
+                lost = "the hand-over stopped at element " + std::to_string(n) + " (" + module.LastError() + "): " +
+                       (readerSlept ? "a reader slept through an element" : "the writer slept through a freed slot");
+            }
         }
-        // Readers that wait for what comes next may have missed the last
-        // one: they are told to stop once the others have it all.
         for (ReaderRun& run : runs)
-            if (run.type != VELD::Wait4NextReader) WaitForLast(run);
+            if (lost.empty() && run.type != VELD::Wait4NextReader) WaitForLast(run, elements);
         stop.Set();
         for (std::thread& t : readers) t.join();
+        return lost;
     }
 
-    void Read(TestFifo& fifo, ReaderRun& run, VELDEvent* stop, unsigned seed)
+    void Read(TestFifo& fifo, ReaderRun& run, VELDEvent* stop, unsigned seed, long elements)
     {
         Jitter jitter(seed);
         for (;;) {
@@ -96,39 +101,30 @@ protected:
                 std::lock_guard<std::mutex> lock(m_seenMutex);
                 run.seen.push_back(n);
             }
-            if (n == kElements && run.type != VELD::Wait4NextReader) return;
+            if (n == elements && run.type != VELD::Wait4NextReader) return;
         }
     }
 
-    void WaitForLast(ReaderRun& run)
+    void WaitForLast(ReaderRun& run, long elements)
     {
         for (int i = 0; i < 20000; ++i) {
             {
                 std::lock_guard<std::mutex> lock(m_seenMutex);
-                if (!run.seen.empty() && run.seen.back() == kElements) return;
+                if (!run.seen.empty() && run.seen.back() == elements) return;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         ADD_FAILURE() << "reader of type " << run.type << " never got the last element";
     }
 
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
     std::vector<ReaderRun> runs;
     std::mutex m_seenMutex;
 };
 
-bool Increasing(const std::vector<long>& v, bool strictly)
-{
-    for (size_t i = 1; i < v.size(); ++i)
-        if (strictly ? v[i] <= v[i - 1] : v[i] < v[i - 1]) return false;
-    return true;
-}
-
 TEST_P(FifoStress, EachReaderGetsWhatItsTypeAllows)
 {
-    Run(GetParam());
+    const long kElements = 3000;
+    ASSERT_EQ(Run(GetParam(), 8, kElements), "");
     long overflows = output->NbFIFOOverflows();
     EXPECT_EQ(engine.GetNbFifoOverflows(), overflows);
     for (const ReaderRun& run : runs) {
@@ -173,71 +169,26 @@ INSTANTIATE_TEST_SUITE_P(
         std::vector<int>{VELD::NeverSkippingReader, VELD::NeverSkippingReader, VELD::FifoReader,
                          VELD::LastOrNextReader}));
 
-// ---------------------------------------------------------------------------
 // Wake-ups. On a ring with one slot more than it has readers, each of them
-// never-skipping or skipping, nearly every element makes a reader block
-// just as the writer publishes, and the writer block just as a reader
-// releases a slot. A wake-up lost on either side stops the hand-over for
-// good: the writer, which waits at most 30 seconds, then tells which side
-// slept through.
-
-class WakeUps : public ::testing::TestWithParam<std::vector<int>> {};
+// never-skipping or skipping, nearly every element makes a reader block just
+// as the writer publishes, and the writer block just as a reader releases a
+// slot. A wake-up lost on either side stops the hand-over for good.
+class WakeUps : public FifoStress {};
 
 TEST_P(WakeUps, NoSideSleepsThroughAnElementOrAFreedSlot)
 {
     const long kHandOvers = 20000;
-    veldor::Engine engine(Quiet());
-    TestModule module;
-    const int ring = static_cast<int>(GetParam().size()) + 1;  // a slot for the writer, whatever readers hold
-    VELDOutputImplementation output("m.o", OutputDefinition(VELD::Integer64, 1, ring), &module.death);
-    output.AllocOutputBuffer(1, true);
-    TestFifo& fifo = *output.monitor;
-    fifo.writeTimeout = 30000000;
-    std::vector<int> numbers;
-    for (int type : GetParam()) numbers.push_back(veldor::FifoReaders::Register(fifo, type, 1));
-
-    VELDEvent stop;
-    std::vector<std::vector<long>> seen(numbers.size());
-    std::vector<std::thread> readers;
-    for (size_t i = 0; i < numbers.size(); ++i) {
-        readers.emplace_back([&, i] {
-            Jitter jitter(31 + static_cast<unsigned>(i));
-            for (long n = 0; n < kHandOvers;) {
-                VELDListIterator slot = BlockingRead(fifo, numbers[i], &stop);
-                if (!slot.ptr) return;
-                n = *fifo[slot].Integer64(0);
-                jitter();
-                fifo.StopReading(numbers[i], slot);
-                seen[i].push_back(n);
-            }
-        });
-    }
-    Jitter jitter(3);
-    std::string lost;
-    for (long n = 1; n <= kHandOvers && lost.empty(); ++n) {
-        try {
-            VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, output);
-            *element->Integer64(0) = n;
-            jitter();
-            VELDOutputWriting::StopWriting(module.owner, element, false);
-        } catch (int) {
-            lost = "the hand-over stopped at element " + std::to_string(n) + " (" + module.LastError() + "): ";
-            bool readerSlept = false;
-            for (int reader : numbers) readerSlept = readerSlept || fifo.DataAvailableInFIFO(reader);
-            lost += readerSlept ? "a reader slept through an element" : "the writer slept through a freed slot";
-        }
-    }
-    stop.Set();
-    for (std::thread& t : readers) t.join();
-    EXPECT_EQ(lost, "");
-    for (size_t i = 0; i < numbers.size(); ++i) {
-        SCOPED_TRACE("reader " + std::to_string(i));
-        if (GetParam()[i] == VELD::NeverSkippingReader) {
-            ASSERT_EQ(seen[i].size(), static_cast<size_t>(kHandOvers));
-            for (long n = 0; n < kHandOvers; ++n) ASSERT_EQ(seen[i][n], n + 1);
+    // A slot for the writer, whatever the readers hold.
+    EXPECT_EQ(Run(GetParam(), static_cast<int>(GetParam().size()) + 1, kHandOvers), "");
+    for (const ReaderRun& run : runs) {
+        SCOPED_TRACE("reader type " + std::to_string(run.type));
+        EXPECT_EQ(run.torn, 0);
+        if (run.type == VELD::NeverSkippingReader) {
+            ASSERT_EQ(run.seen.size(), static_cast<size_t>(kHandOvers));
+            for (long n = 0; n < kHandOvers; ++n) ASSERT_EQ(run.seen[n], n + 1);
         } else {
-            EXPECT_TRUE(Increasing(seen[i], true));
-            EXPECT_EQ(seen[i].back(), kHandOvers);
+            EXPECT_TRUE(Increasing(run.seen, true));
+            EXPECT_EQ(run.seen.back(), kHandOvers);
         }
     }
 }

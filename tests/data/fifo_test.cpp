@@ -1,51 +1,32 @@
 // The FIFO of an output under scripted interleavings: what each reader type
-// gets and skips, when the writer overwrites, stalls or fails, and what the
-// counting queries say.
-#include <gtest/gtest.h>
-
+// gets and skips, when the writer overwrites, stalls or fails, what the
+// counting queries say, and the host's registration of readers by number.
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <memory>
 #include <thread>
-#include <vector>
+#include <tuple>
 
-#include "Engine.h"
-#include "fifo_reading.h"
+#include "output_fixture.h"
 #include "scratch.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "thrown.h"
-#include "veld_output_impl.h"
-#include "veld_output_writing.h"
+#include "veld.h"
 
 namespace {
 
 using veldor::FifoReaders;
-
 using veldtest::Eventually;
+typedef std::vector<long> Values;
 
-class Fifo : public ::testing::Test {
+class Fifo : public OutputTest {
 protected:
-    Fifo() : engine(Quiet()) {}
     ~Fifo() override
     {
         for (std::thread& t : threads)
             if (t.joinable()) t.join();
     }
 
-    void Make(int fifoSize, int subsampling = 1)
+    void Write(long value, VELDOutputImplementation* to = nullptr)
     {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(VELD::Integer64, 1, fifoSize, subsampling),
-                                                  &module.death));
-        output->AllocOutputBuffer(1, true);
-    }
-    TestFifo& F() { return *output->monitor; }
-    int Reader(int type) { return FifoReaders::Register(F(), type, 1); }
-
-    void Write(long value)
-    {
-        VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, *output);
+        VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, to ? *to : *output);
         *element->Integer64(0) = value;
         VELDOutputWriting::StopWriting(module.owner, element, false);
     }
@@ -85,33 +66,27 @@ protected:
         return value;
     }
     // Everything the reader gets without waiting.
-    std::vector<long> Drain(int reader)
+    Values Drain(int reader)
     {
-        std::vector<long> values;
+        Values values;
         for (long v = ReadNow(reader); v >= 0; v = ReadNow(reader)) values.push_back(v);
         return values;
     }
     int Overflows() { return output->NbFIFOOverflows(); }
     // A reader's data as the ring holds it, newest first: -1 for a slot
     // without data.
-    std::vector<long> Ring()
+    Values Ring()
     {
-        std::vector<long> values;
+        Values values;
         for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor) {
             const TestFifo::Slot& slot = VELDList<TestFifo::Slot>::Value(it);
             values.push_back(VELDFastIOSlot::HasData(slot.state) ? *static_cast<long*>(slot.elt.data) : -1);
         }
         return values;
     }
-    bool Reported(const char* text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
     std::vector<std::thread> threads;
 };
 
-typedef std::vector<long> Values;
 
 // ---------------------------------------------------------------------------
 // Reader types
@@ -130,14 +105,6 @@ TEST_F(Fifo, ASlowFifoReaderLosesOnlyWhatWasOverwrittenAndEachLossCountsOnce)
     EXPECT_EQ(Drain(reader), (Values{4, 5, 6, 7}));
     for (long v = 8; v <= 11; ++v) Write(v);
     EXPECT_EQ(Overflows(), 2);
-}
-
-TEST_F(Fifo, WithNoReaderSlotsAreReusedSilently)
-{
-    Make(2);
-    for (long v = 1; v <= 10; ++v) Write(v);
-    EXPECT_EQ(Overflows(), 0);
-    EXPECT_EQ(Ring(), (Values{10, 9}));
 }
 
 TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
@@ -159,6 +126,14 @@ TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
     EXPECT_TRUE(Eventually([&] { return written.load(); }));
     EXPECT_EQ(Drain(reader), (Values{2, 3}));
     EXPECT_EQ(Overflows(), 0);
+}
+
+TEST_F(Fifo, WithNoReaderSlotsAreReusedSilently)
+{
+    Make(2);
+    for (long v = 1; v <= 10; ++v) Write(v);
+    EXPECT_EQ(Overflows(), 0);
+    EXPECT_EQ(Ring(), (Values{10, 9}));
 }
 
 TEST_F(Fifo, APlainReaderNeverStallsTheWriter)
@@ -470,6 +445,82 @@ TEST_F(Fifo, ResettingTheSizeDiscardsTheContent)
     EXPECT_EQ(ReadNow(reader), -1);
     F().ResetFifoSize(0);
     EXPECT_EQ(Thrown([&] { F().StartWriting(nullptr); }), VELD::ErrorException);  // no slot for anyone
+}
+
+
+// ---------------------------------------------------------------------------
+// The host's registration of readers
+
+TEST_F(Fifo, EachReaderGetsTheLowestFreeNumberAndTheMarksOfItsType)
+{
+    Make(2);
+    const struct {
+        int type, subsampling, number, param;  // param: a FIFO reader's subsampling - 1, within 0 to 255
+    } readers[] = {{VELD::FifoReader, 3, 0, 2},
+                   {VELD::NeverSkippingReader, 1, 1, 0},
+                   {VELD::LastOrNextReader, 300, 2, 255},
+                   {VELD::Wait4NextReader, 5, 3, VELD::Wait4NextReader},
+                   {VELD::SamplingReader, 1, 4, VELD::SamplingReader}};
+    for (const auto& r : readers) {
+        EXPECT_EQ(Reader(r.type, r.subsampling), r.number);
+        EXPECT_EQ(F().readerParam[r.number], r.param);
+        EXPECT_NE(F().condition->events[r.number], nullptr);
+    }
+    EXPECT_EQ(Reader(5), -1);
+    EXPECT_EQ(Reader(-1), -1);
+    // Registered, FIFO kinds, never-skipping, last-or-next.
+    EXPECT_EQ(std::make_tuple(F().registeredMask, F().fifoMask, F().neverSkippingMask, F().lastOrNextMask),
+              std::make_tuple(0x1Fu, 0x7u, 0x2u, 0x4u));
+    for (int r = 5; r < 32; ++r) EXPECT_EQ(Reader(VELD::SamplingReader), r);
+    EXPECT_EQ(Reader(VELD::FifoReader), -1);
+}
+
+TEST_F(Fifo, UnregisteringReleasesWhatTheReaderHeldAndTheWriterBlockedOnIt)
+{
+    int plain, never;
+    PlainAndNeverSkipping(plain, never);
+    ASSERT_TRUE(TryRead(F(), never).ptr);
+    std::atomic<bool> written(false);
+    WriteOnThread(3, written);  // steps over the held 1 and blocks on 2
+    ExpectBlocked(written);
+    FifoReaders::Unregister(F(), never);
+    EXPECT_TRUE(Eventually([&] { return written.load(); }));
+    EXPECT_EQ(F().registeredMask, 1u << plain);
+    EXPECT_EQ(F().neverSkippingMask, 0u);
+    for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor) {
+        const TestFifo::Slot& slot = VELDList<TestFifo::Slot>::Value(it);
+        EXPECT_EQ(slot.readingMask, 0u);
+        EXPECT_NE(slot.state, VELDFastIOSlot::Reading);
+    }
+    FifoReaders::Unregister(F(), never);  // twice, or a number never given: nothing happens
+    FifoReaders::Unregister(F(), 40);
+    // The number comes back, and its new reader starts from the oldest
+    // element there is, untroubled by what the old one had read.
+    EXPECT_EQ(Reader(VELD::FifoReader), never);
+    EXPECT_EQ(Drain(never), (Values{2, 3}));
+
+    // Unregistering the last slow reader ends a handshake.
+    Write(4);
+    std::thread handshake([&] { VELDOutputWriting::Wait4Handshake(module.owner, *output); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    FifoReaders::Unregister(F(), plain);
+    FifoReaders::Unregister(F(), never);
+    handshake.join();
+}
+
+TEST_F(Fifo, OverflowsAreCountedForEachOutputAndInTotal)
+{
+    Make(2);
+    std::unique_ptr<VELDOutputImplementation> second = New(2);
+    Reader(VELD::FifoReader);
+    FifoReaders::Register(*second->monitor, VELD::LastOrNextReader, 1);
+    for (long v = 1; v <= 5; ++v) Write(v);
+    for (long v = 1; v <= 4; ++v) Write(v, second.get());
+    EXPECT_EQ(Overflows(), 3);
+    EXPECT_EQ(second->NbFIFOOverflows(), 2);
+    EXPECT_EQ(VELD::GetNbFifoOverflows(), 5);
+    engine.SignalFifoOverflow(nullptr);  // a FIFO of no output counts in the total only
+    EXPECT_EQ(engine.GetNbFifoOverflows(), 6);
 }
 
 }  // namespace

@@ -39,21 +39,17 @@ protected:
 // ---------------------------------------------------------------------------
 // The access check
 
-TEST_F(IOElt, AtCheckLevelOneTheIndexIsBoundedByTheBufferNotTheVector)
+TEST_F(IOElt, AtCheckLevelOneTheIndexIsBoundedByTheBufferAndTheTypeIsChecked)
 {
     engine.SetCheckLevel(1);
     Make(VELD::Integer32 | VELD::VectorFlag, 4, 0);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer32(3)), At(12));
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer32(3)), At(12));  // the buffer, not the vector
     EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer(3)), At(12));
     EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer32(-1)), At(-4));  // a negative index isn't tested
     EXPECT_EQ(Checks(), 0u);
     EXPECT_THROW(elt.Integer32(4), int);
     EXPECT_TRUE(Reported("Check error : Bad vector index during I/O element access."));
-}
 
-TEST_F(IOElt, AtCheckLevelOneAWrongTypeIsRefused)
-{
-    engine.SetCheckLevel(1);
     Make(VELD::TextUnicode, 8, 0);
     EXPECT_THROW(elt.Text(), int);
     EXPECT_THROW(elt.TextAscii(), int);
@@ -65,18 +61,7 @@ TEST_F(IOElt, AtCheckLevelOneAWrongTypeIsRefused)
     EXPECT_EQ(elt.TextAscii(), reinterpret_cast<char*>(At(0)));
 }
 
-TEST_F(IOElt, AtCheckLevelZeroNothingIsChecked)
-{
-    engine.SetCheckLevel(0);
-    Make(VELD::Integer32, 4, 0);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer32(4)), At(16));  // past the payload, silently
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Float64(1)), At(8));     // wrong type, silently
-    VELDIOEltImplementation::Check(nullptr, VELD::FilterIntegers32);
-    VELDIOEltImplementation::Check(&elt, VELD::FilterFloats64, 9);
-    EXPECT_EQ(Checks(), 0u);
-}
-
-TEST_F(IOElt, TheStaticChecksAlsoRefuseANullElement)
+TEST_F(IOElt, TheStaticChecksRefuseANullElementAndAtLevelZeroNothingIsChecked)
 {
     engine.SetCheckLevel(1);
     Make(VELD::Integer32, 4, 0);
@@ -88,23 +73,31 @@ TEST_F(IOElt, TheStaticChecksAlsoRefuseANullElement)
     EXPECT_THROW(VELDIOEltImplementation::Check(&elt, VELD::FilterIntegers32, 4), int);
     VELDIOEltImplementation::Check(&elt, VELD::FilterIntegers32, 3);
     EXPECT_EQ(Checks(), 4u);
+
+    engine.SetCheckLevel(0);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer32(4)), At(16));  // past the payload, silently
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Float64(1)), At(8));     // wrong type, silently
+    VELDIOEltImplementation::Check(nullptr, VELD::FilterIntegers32);
+    VELDIOEltImplementation::Check(&elt, VELD::FilterFloats64, 9);
+    EXPECT_EQ(Checks(), 4u);
 }
 
 TEST_F(IOElt, EachIndexedAccessorStepsByItsItemSize)
 {
     engine.SetCheckLevel(1);
-    Make(VELD::Integer64, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Integer64(3)), At(24));
-    Make(VELD::Float32, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Float32(3)), At(12));
-    Make(VELD::Float64, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.Float64(3)), At(24));
-    Make(VELD::CANFrame, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.CANFrame(3)), At(72));
-    Make(VELD::DrawingObject, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.DrawingObject(3)), At(288));
-    Make(VELD::RealObject, 4, 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(elt.RealObject(3)), At(960));
+    const struct {
+        VELDTypeInfoValue type;
+        void* (*third)(VELDIOEltImplementation&);
+        int offset;
+    } cases[] = {
+        {VELD::Integer64, [](VELDIOEltImplementation& e) -> void* { return e.Integer64(3); }, 24},
+        {VELD::Float32, [](VELDIOEltImplementation& e) -> void* { return e.Float32(3); }, 12},
+        {VELD::Float64, [](VELDIOEltImplementation& e) -> void* { return e.Float64(3); }, 24},
+        {VELD::CANFrame, [](VELDIOEltImplementation& e) -> void* { return e.CANFrame(3); }, 72},
+        {VELD::DrawingObject, [](VELDIOEltImplementation& e) -> void* { return e.DrawingObject(3); }, 288},
+        {VELD::RealObject, [](VELDIOEltImplementation& e) -> void* { return e.RealObject(3); }, 960},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.third(Make(c.type, 4, 4)), At(c.offset)) << c.offset;
     EXPECT_EQ(Checks(), 0u);
 }
 

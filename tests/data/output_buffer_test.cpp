@@ -1,48 +1,23 @@
 // The allocation family of an output: the size and layout that each type
 // gets, the structured headers laid out in every slot, and the failures.
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <memory>
-#include <vector>
 
-#include "Engine.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "thrown.h"
+#include "output_fixture.h"
 #include "veld_io_records.h"
-#include "veld_output_impl.h"
 
 namespace {
 
 const int kFifoSize = 3;
 
-class OutputBuffer : public ::testing::Test {
+class OutputBuffer : public OutputTest {
 protected:
-    OutputBuffer() : engine(Quiet()) {}
-
     VELDOutputImplementation& Make(VELDTypeInfoValue type, int fifoSize = kFifoSize)
     {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(type, 1, fifoSize), &module.death));
-        return *output;
-    }
-    // The elements from the head of the ring.
-    std::vector<VELDIOEltImplementation*> Elements()
-    {
-        std::vector<VELDIOEltImplementation*> elements;
-        VELDIOMonitor& monitor = *output->Monitor();
-        for (VELDListIterator it = monitor.InitBegin(); it.ptr; monitor.InitNext(it))
-            elements.push_back(static_cast<VELDIOEltImplementation*>(&monitor[it]));
-        return elements;
+        return OutputTest::Make(fifoSize, 1, type, false);
     }
     unsigned char* Data(int slot) { return static_cast<unsigned char*>(Elements()[slot]->data); }
     // The distance between the payloads of two neighbouring slots.
     long Stride() { return Data(1) - Data(0); }
-    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
 };
 
 // ---------------------------------------------------------------------------
@@ -115,7 +90,7 @@ TEST_F(OutputBuffer, AVectorWithoutItsFlagIsReportedButAllocated)
 // ---------------------------------------------------------------------------
 // AllocOutputBuffer, structured rows
 
-TEST_F(OutputBuffer, AMatrixGetsItsHeaderAndTwoClearedBlocks)
+TEST_F(OutputBuffer, AMatrixGetsItsHeaderAndTwoClearedBlocksOfGivenDimensions)
 {
     Make(VELD::Matrix);
     output->AllocOutputBuffer(6, true);
@@ -131,66 +106,8 @@ TEST_F(OutputBuffer, AMatrixGetsItsHeaderAndTwoClearedBlocks)
         EXPECT_EQ(reinterpret_cast<unsigned char*>(matrix->im), data + 40 + 48);
         for (int k = 0; k < 6; ++k) EXPECT_EQ(matrix->re[k] + matrix->im[k], 0.0);
     }
-}
 
-TEST_F(OutputBuffer, ImageRowsNeedTwoItemsAtLeast)
-{
-    Make(VELD::VELDImage);
-    output->AllocOutputBuffer(1, true);
-    EXPECT_EQ(output->bufferSizeItems, 0);
-    EXPECT_EQ(output->sharedMemory, nullptr);
-    EXPECT_EQ(Elements()[0]->data, nullptr);
-
-    output->AllocOutputBuffer(2, true);  // nothing was allocated: this one is allowed
-    EXPECT_EQ(output->bufferSizeItems, -1);
-    EXPECT_EQ(output->IOEltSizeBytes(), 50);
-    EXPECT_EQ(Stride(), 56);  // a header stands on an 8-byte boundary
-    VELDImage* image = static_cast<VELDImage*>(Elements()[1]->data);
-    EXPECT_EQ(image->bufferSize, 2);
-    EXPECT_EQ(image->imageData, Data(1) + 48);
-    EXPECT_EQ(std::memcmp(image->imageCoding, "????", 4), 0);
-}
-
-TEST_F(OutputBuffer, AnImageOfThePlanarModelGetsItsRegionOfInterestBehindItsHeader)
-{
-    Make(VELD::IplImage);
-    output->AllocOutputBuffer(100, true);
-    EXPECT_EQ(output->IOEltSizeBytes(), 264);
-    EXPECT_EQ(Stride(), 264);
-    _IplImage* image = static_cast<_IplImage*>(Elements()[2]->data);
-    EXPECT_EQ(std::memcmp(image->colorModel, "????", 4), 0);
-    EXPECT_EQ(std::memcmp(image->channelSeq, "????", 4), 0);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(image->roi), Data(2) + 144);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(image->imageData), Data(2) + 164);
-    EXPECT_EQ(image->roi->width + image->roi->height + image->roi->coi, 0);
-    EXPECT_EQ(image->width, 0);
-}
-
-TEST_F(OutputBuffer, AMeshAndASoundGetTheirBlocksBehindTheirHeaders)
-{
-    Make(VELD::Triangles3D);
-    output->AllocOutputBuffer(4, true);
-    EXPECT_EQ(output->IOEltSizeBytes(), 56 * 4 + 48);
-    VELDTriangles3D* mesh = static_cast<VELDTriangles3D*>(Elements()[1]->data);
-    EXPECT_EQ(mesh->nbPoints + mesh->nbTriangles + mesh->nbObjects, 0);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->points), Data(1) + 48);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->triangles), Data(1) + 48 + 24 * 4);
-    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->objects), Data(1) + 48 + 40 * 4);
-
-    Make(VELD::AudioSignal);
-    output->AllocOutputBuffer(50, true);
-    EXPECT_EQ(output->IOEltSizeBytes(), 74);
-    EXPECT_EQ(output->bufferSizeItems, -1);
-    VELDAudioSignal* audio = static_cast<VELDAudioSignal*>(Elements()[1]->data);
-    EXPECT_EQ(audio->streamSizeInBytes, 50u);
-    EXPECT_EQ(audio->streamData, Data(1) + 24);
-}
-
-// ---------------------------------------------------------------------------
-// The other members of the family
-
-TEST_F(OutputBuffer, AMatrixOfGivenDimensions)
-{
+    // Of given dimensions.
     Make(VELD::Matrix);
     EXPECT_EQ(Thrown([&] { output->AllocOutputBufferMatrix(-1, 3); }), VELD::ErrorException);
     EXPECT_TRUE(Reported("AllocOutputBufferMatrix:445: m [-1] < 0"));
@@ -208,8 +125,24 @@ TEST_F(OutputBuffer, AMatrixOfGivenDimensions)
     EXPECT_EQ(Thrown([&] { output->AllocOutputBufferMatrix(2, 3); }), VELD::ErrorException);
 }
 
-TEST_F(OutputBuffer, AnImageWithExternalPixelsGetsOnlyHeaders)
+TEST_F(OutputBuffer, ImageRowsNeedTwoItemsAtLeastOrGetOnlyHeadersForExternalPixels)
 {
+    Make(VELD::VELDImage);
+    output->AllocOutputBuffer(1, true);
+    EXPECT_EQ(output->bufferSizeItems, 0);
+    EXPECT_EQ(output->sharedMemory, nullptr);
+    EXPECT_EQ(Elements()[0]->data, nullptr);
+
+    output->AllocOutputBuffer(2, true);  // nothing was allocated: this one is allowed
+    EXPECT_EQ(output->bufferSizeItems, -1);
+    EXPECT_EQ(output->IOEltSizeBytes(), 50);
+    EXPECT_EQ(Stride(), 56);  // a header stands on an 8-byte boundary
+    VELDImage* image = static_cast<VELDImage*>(Elements()[1]->data);
+    EXPECT_EQ(image->bufferSize, 2);
+    EXPECT_EQ(image->imageData, Data(1) + 48);
+    EXPECT_EQ(std::memcmp(image->imageCoding, "????", 4), 0);
+
+    // With external pixels: only headers.
     Make(VELD::VELDImage);
     EXPECT_EQ(Thrown([&] { output->AllocOutputBufferImage(1000, -1, 10, 0, 0, true); }), VELD::ErrorException);
     EXPECT_TRUE(Reported("AllocOutputBufferImage:584: w [-1] < 0"));
@@ -219,7 +152,7 @@ TEST_F(OutputBuffer, AnImageWithExternalPixelsGetsOnlyHeaders)
     EXPECT_EQ(Stride(), 48);
     EXPECT_EQ(output->IOEltSizeBytes(), 1048);  // the size of a full image all the same
     for (int i = 0; i < kFifoSize; ++i) {
-        VELDImage* image = static_cast<VELDImage*>(Elements()[i]->data);
+        image = static_cast<VELDImage*>(Elements()[i]->data);
         EXPECT_EQ(image->imageId, i);
         EXPECT_EQ(image->imageId2, 57005);
         EXPECT_EQ(image->imageData, nullptr);
@@ -234,8 +167,21 @@ TEST_F(OutputBuffer, AnImageWithExternalPixelsGetsOnlyHeaders)
     EXPECT_EQ(static_cast<VELDImage*>(Elements()[1]->data)->imageData, Data(1) + 48);
 }
 
-TEST_F(OutputBuffer, AnImageFromAModelHasAlignedPixels)
+TEST_F(OutputBuffer, AnImageOfThePlanarModelGetsItsRegionOfInterestBehindItsHeaderAndAlignedPixels)
 {
+    Make(VELD::IplImage);
+    output->AllocOutputBuffer(100, true);
+    EXPECT_EQ(output->IOEltSizeBytes(), 264);
+    EXPECT_EQ(Stride(), 264);
+    _IplImage* image = static_cast<_IplImage*>(Elements()[2]->data);
+    EXPECT_EQ(std::memcmp(image->colorModel, "????", 4), 0);
+    EXPECT_EQ(std::memcmp(image->channelSeq, "????", 4), 0);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(image->roi), Data(2) + 144);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(image->imageData), Data(2) + 164);
+    EXPECT_EQ(image->roi->width + image->roi->height + image->roi->coi, 0);
+    EXPECT_EQ(image->width, 0);
+
+    // From a model: aligned pixels.
     _IplImage model;
     std::memset(&model, 0, sizeof model);
     model.imageSize = 100;
@@ -247,7 +193,7 @@ TEST_F(OutputBuffer, AnImageFromAModelHasAlignedPixels)
     EXPECT_EQ(Stride(), 100 + 16 + 164);
     EXPECT_EQ(output->IOEltSizeBytes(), 280);
     for (VELDIOEltImplementation* elt : Elements()) {
-        _IplImage* image = static_cast<_IplImage*>(elt->data);
+        image = static_cast<_IplImage*>(elt->data);
         char* origin = reinterpret_cast<char*>(elt->data) + 164;
         EXPECT_EQ(image->imageDataOrigin, origin);
         EXPECT_GT(image->imageData, origin);
@@ -270,8 +216,26 @@ TEST_F(OutputBuffer, AnImageFromAModelHasAlignedPixels)
     EXPECT_TRUE(Reported("AllocOutputBufferIplImage:546: model.imageSize [-1] < 0"));
 }
 
-TEST_F(OutputBuffer, ASoundFromAModel)
+TEST_F(OutputBuffer, AMeshAndASoundGetTheirBlocksBehindTheirHeaders)
 {
+    Make(VELD::Triangles3D);
+    output->AllocOutputBuffer(4, true);
+    EXPECT_EQ(output->IOEltSizeBytes(), 56 * 4 + 48);
+    VELDTriangles3D* mesh = static_cast<VELDTriangles3D*>(Elements()[1]->data);
+    EXPECT_EQ(mesh->nbPoints + mesh->nbTriangles + mesh->nbObjects, 0);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->points), Data(1) + 48);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->triangles), Data(1) + 48 + 24 * 4);
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(mesh->objects), Data(1) + 48 + 40 * 4);
+
+    Make(VELD::AudioSignal);
+    output->AllocOutputBuffer(50, true);
+    EXPECT_EQ(output->IOEltSizeBytes(), 74);
+    EXPECT_EQ(output->bufferSizeItems, -1);
+    VELDAudioSignal* audio = static_cast<VELDAudioSignal*>(Elements()[1]->data);
+    EXPECT_EQ(audio->streamSizeInBytes, 50u);
+    EXPECT_EQ(audio->streamData, Data(1) + 24);
+
+    // From a model.
     VELDAudioSignal model = {};
     model.streamSizeInBytes = 64;
     model.channels = 2;
@@ -280,7 +244,7 @@ TEST_F(OutputBuffer, ASoundFromAModel)
     output->AllocOutputBufferAudioSignal(model);
     EXPECT_EQ(Stride(), 88);
     EXPECT_EQ(output->bufferSizeItems, -1);
-    VELDAudioSignal* audio = static_cast<VELDAudioSignal*>(Elements()[2]->data);
+    audio = static_cast<VELDAudioSignal*>(Elements()[2]->data);
     EXPECT_EQ(audio->channels, 2);
     EXPECT_EQ(audio->samplesPerSecond, 48000u);
     EXPECT_EQ(audio->streamData, Data(2) + 24);

@@ -1,26 +1,13 @@
 // The module's half of writing: timestamps, the periodic smoothing, the size
 // check, discarding, the sequential readers run on the writer's thread, the
 // handshake, and a steady state that allocates nothing.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
-#include "Engine.h"
-#include "fifo_reading.h"
-#include "test_module.h"
-#include "test_output.h"
-#include "thrown.h"
-#include "veld_output_impl.h"
-#include "veld_output_writing.h"
+#include "output_fixture.h"
 
 // Counts the allocations of the thread that asks for it.
 namespace {
@@ -43,30 +30,8 @@ namespace {
 
 using veldor::FifoReaders;
 
-// An engine that keeps what it is told of module states.
-class RecordingEngine : public veldor::Engine {
-public:
-    RecordingEngine() : veldor::Engine(Quiet()) {}
-    void ModuleStateChanged(const char* moduleName, int state) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        changes.emplace_back(moduleName, state);
-    }
-    std::vector<std::pair<std::string, int>> changes;
-
-private:
-    std::mutex m_mutex;
-};
-
-class Writing : public ::testing::Test {
+class Writing : public OutputTest {
 protected:
-    void Make(int fifoSize, int subsampling = 1)
-    {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(VELD::Integer64, 1, fifoSize, subsampling),
-                                                  &module.death));
-        output->AllocOutputBuffer(1, true);
-    }
-    TestFifo& F() { return *output->monitor; }
     VELDIOElt* Start() { return VELDOutputWriting::StartWriting(module.owner, *output); }
     void Stop(VELDIOElt* element, bool discard = false)
     {
@@ -87,10 +52,6 @@ protected:
         engine.Clock().SetSpeed(0);
         engine.Clock().SetTime(time);
     }
-
-    RecordingEngine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
 };
 
 // ---------------------------------------------------------------------------

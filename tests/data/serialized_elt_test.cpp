@@ -1,23 +1,15 @@
 // Elements as flat blocks of bytes: every type there and back, with and
 // without allocation; blocks made by hand in the older head; what is refused
 // and with which words.
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <string>
-#include <vector>
 
-#include "Engine.h"
-#include "test_module.h"
-#include "test_output.h"
+#include "output_fixture.h"
 #include "veld_containers.h"
 #include "veld_io_records.h"
-#include "veld_output_impl.h"
 
 namespace {
 
@@ -68,22 +60,10 @@ Bytes Content(VELDIOEltImplementation& e)
     return out;
 }
 
-class SerializedElt : public ::testing::Test {
+class SerializedElt : public OutputTest {
 protected:
-    SerializedElt() : engine(Quiet()) {}
-
-    VELDOutputImplementation& MakeOutput(VELDTypeInfoValue type)
-    {
-        output.reset(new VELDOutputImplementation("m.o", OutputDefinition(type, 1, 2), &module.death));
-        return *output;
-    }
-    VELDIOEltImplementation& Slot(int i)
-    {
-        VELDIOMonitor& monitor = *output->Monitor();
-        VELDListIterator it = monitor.InitBegin();
-        while (i-- > 0) monitor.InitNext(it);
-        return static_cast<VELDIOEltImplementation&>(monitor[it]);
-    }
+    VELDOutputImplementation& MakeOutput(VELDTypeInfoValue type) { return Make(2, 1, type, false); }
+    VELDIOEltImplementation& Slot(int i) { return *Elements()[i]; }
     // A block with room for the element's full buffer.
     static Bytes Serialized(VELDIOEltImplementation& e, unsigned int* result = nullptr)
     {
@@ -93,11 +73,6 @@ protected:
         return block;
     }
     size_t Errors() { return engine.GetConsole().CountContaining("", VELD::Error); }
-    bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-
-    veldor::Engine engine;
-    TestModule module;
-    std::unique_ptr<VELDOutputImplementation> output;
 };
 
 // ---------------------------------------------------------------------------

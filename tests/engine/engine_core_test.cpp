@@ -13,55 +13,19 @@
 #include "veld_input.h"
 #include "veld_module.h"
 #include "veld_private.h"
-#include "veld_property.h"
+#include "veld_property_impl.h"
 #include "veld_property_value.h"
 
 namespace {
 
 // A property of some module, as the engine sees it through its interface.
-class FakeProperty : public VELDProperty {
+class FakeProperty : public VELDPropertyImplementation {
 public:
-    FakeProperty(const char* name, int type) : m_name(name), m_type(type) {}
-
-    VELDInt64 IntegerValue() override { return 42; }
-    VELDString StringValue() override { return "text"; }
-    bool BoolValue() override { return true; }
-    VELDFloat64 FloatValue() override { return 2.5; }
-    VELDEnumStruct* EnumValues() override { return nullptr; }
-    const char* Name() override { return m_name; }
-    const char* ShortName() override { return m_name; }
-    const char* Unit() override { return nullptr; }
-    VELDModule* Owner() override { return reinterpret_cast<VELDModule*>(this); }
-    int Type() override { return m_type; }
-    int SubType() override { return 0; }
-    bool IsMutable() override { return true; }
-    bool SetMutable(bool) override { return true; }
-    bool PropertyChanged() override { return false; }
-    void AcknowledgePropertyChanged() override {}
-    VELDEvent* GetPropertyChangedEvent() override { return nullptr; }
-    VELDEvent& PropertyChangedEvent() override { return *static_cast<VELDEvent*>(nullptr); }
-    void Set(bool) override {}
-    void Set(VELDInt64) override {}
-    void Set(VELDInt32) override {}
-    void Set(VELDFloat64) override {}
-    void Set(const char*) override {}
-    void Set(const VELDString&) override {}
-    void Set(VELDEnumStruct) override {}
-    void Set(const VELDString&, int) override {}
-    void Get(bool&) override {}
-    void Get(VELDInt64&) override {}
-    void Get(VELDInt32&) override {}
-    void Get(VELDFloat64&) override {}
-    void Get(VELDString&) override {}
-    void Get(VELDEnumStruct&) override {}
-    void Get(VELDArray<VELDString>&, int&) override {}
-    void SetSetCallback(VELDPropertySetCallback) override {}
-    void SetGetCallback(VELDPropertyGetCallback) override {}
-    void Lock(bool) override {}
-
-private:
-    const char* m_name;
-    int m_type;
+    explicit FakeProperty(const char* name)
+    {
+        m_name = name;
+        m_owner = reinterpret_cast<VELDModule*>(this);
+    }
 };
 
 class FakeAction : public VELDAction {
@@ -152,12 +116,8 @@ TEST(EngineProperties, DefaultsUserSettingsAndLookUps)
     EXPECT_EQ(VELD::GetIntegerProperty("Engine.time", nullptr), 123456789);
     EXPECT_FALSE(diagram.SetProperty("Engine.time", "5", false, &error));
     EXPECT_EQ(error, "property Engine.time: it is read-only");
-
-    EXPECT_FALSE(diagram.SetProperty("Engine.shutdownTimeout", "ten", false, &error));
-    EXPECT_EQ(error, "property Engine.shutdownTimeout: it is an integer (decimal or 0x hexadecimal), not \"ten\"");
     EXPECT_FALSE(diagram.SetProperty("Engine.sequentialStart", "yes", false, &error));
-    EXPECT_FALSE(diagram.SetProperty("Engine.nothing", "1", false, &error));
-    EXPECT_EQ(error, "unknown property \"Engine.nothing\"");
+    // The other refusals of a value's text: graph/script_test, in one table.
 
     // A look-up of the wrong type or of an unknown name says so.
     VELD::GetFloatProperty("Engine.shutdownTimeout", &ok);
@@ -169,8 +129,8 @@ TEST(EngineProperties, DefaultsUserSettingsAndLookUps)
 TEST(EngineSymbols, RefuseAFullNameThatExists)
 {
     veldor::Engine engine(Quiet());
-    FakeProperty speed("gen.speed", VELD::FloatProperty);
-    FakeProperty again("gen.speed", VELD::FloatProperty);
+    FakeProperty speed("gen.speed");
+    FakeProperty again("gen.speed");
     FakeAction action("gen.speed");
     EXPECT_TRUE(engine.RegisterProperty(&speed));
     EXPECT_FALSE(engine.RegisterProperty(&again));
@@ -199,7 +159,7 @@ TEST(EngineSymbols, RefuseAFullNameThatExists)
 TEST(EngineSymbols, LockSymbolsHoldsRemovalOff)
 {
     veldor::Engine engine(Quiet());
-    FakeProperty p("m.p", VELD::IntegerProperty);
+    FakeProperty p("m.p");
     ASSERT_TRUE(engine.RegisterProperty(&p));
     VELDPrivate::LockSymbols();
     std::atomic<bool> removed(false);
@@ -210,7 +170,7 @@ TEST(EngineSymbols, LockSymbolsHoldsRemovalOff)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(removed.load());
     EXPECT_NE(VELDPrivate::FindSymbol("m.p"), nullptr);
-    FakeProperty q("m.q", VELD::IntegerProperty);
+    FakeProperty q("m.q");
     EXPECT_TRUE(engine.RegisterProperty(&q));
     VELDPrivate::UnlockSymbols();
     other.join();

@@ -57,16 +57,28 @@ protected:
 
 }  // namespace
 
-TEST_F(ClockWaits, ATimeoutIsClockTime)
+TEST_F(ClockWaits, ATimeoutIsClockTimeAtEverySpeed)
 {
-    long real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 20000)); });
-    EXPECT_GE(real, 19000);
-    EXPECT_LT(real, 1000000);
-
-    VELD::SetTimeSpeed(500);  // half speed: twice as long
-    real = Elapsed([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 20000)); });
-    EXPECT_GE(real, 39000);
-    EXPECT_LT(real, 1000000);
+    const struct {
+        int speed;
+        long wait, atLeast;  // clock microseconds to wait, real ones that takes at least
+    } cases[] = {{1000, 20000, 19000}, {500, 20000, 39000}, {-1000, 30000, 28000}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.speed);
+        VELD::SetTimeSpeed(c.speed);
+        const VELDTimestamp before = VELD::CurrentTime(true, true);
+        // A timeout at a positive speed; a rest, that counts towards the past, at a negative one.
+        long real = Elapsed([&] {
+            EXPECT_EQ(c.speed > 0 ? VELDModuleWaits::Wait4Event(module.owner, &never, c.wait)
+                                  : VELDModuleWaits::Rest(module.owner, c.wait, nullptr),
+                      c.speed < 0);
+        });
+        EXPECT_GE(real, c.atLeast);
+        EXPECT_LT(real, 1000000);
+        if (c.speed < 0) {
+            EXPECT_LE(VELD::CurrentTime(true, true), before - 29000);
+        }
+    }
 }
 
 TEST_F(ClockWaits, AnEventEndsTheWaitAndDeathThrows)
@@ -96,17 +108,14 @@ TEST_F(ClockWaits, AnEventEndsTheWaitAndDeathThrows)
 
 TEST_F(ClockWaits, StoppedOrPausedTimeWaitsForTheStateToChange)
 {
-    VELD::SetTimeSpeed(0);
-    std::thread restart = Later(50000, [] { VELD::SetTimeSpeed(1000); });
-    long real = SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
-    restart.join();
-    EXPECT_GE(real, 50000);
-
-    VELD::Pause();
-    std::thread play = Later(50000, [] { VELD::Play(); });
-    real = SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); });
-    play.join();
-    EXPECT_GE(real, 50000);
+    const std::pair<void (*)(), void (*)()> stopAndGo[] = {{[] { VELD::SetTimeSpeed(0); }, [] { VELD::SetTimeSpeed(1000); }},
+                                                            {[] { VELD::Pause(); }, [] { VELD::Play(); }}};
+    for (const auto& c : stopAndGo) {
+        c.first();
+        std::thread go = Later(50000, c.second);
+        EXPECT_GE(SinceStart([&] { EXPECT_FALSE(VELDModuleWaits::Wait4Event(module.owner, &never, 5000)); }), 50000);
+        go.join();
+    }
 }
 
 TEST_F(ClockWaits, ABackwardJumpRestartsTheWholeTimeout)
@@ -132,16 +141,6 @@ TEST_F(ClockWaits, RestKeepsWhatWasSpentAcrossASpeedChange)
     const long change = changedAt;
     EXPECT_GE(real, std::max(100000L, 200000 - change) - 1000) << "speed changed after " << change << " us";
     EXPECT_LT(real, 1000000);
-}
-
-TEST_F(ClockWaits, RestCountsTowardsThePastAtANegativeSpeed)
-{
-    VELD::SetTimeSpeed(-1000);
-    VELDTimestamp before = VELD::CurrentTime(true, true);
-    long real = Elapsed([&] { EXPECT_TRUE(VELDModuleWaits::Rest(module.owner, 30000, nullptr)); });
-    EXPECT_GE(real, 28000);
-    EXPECT_LT(real, 1000000);
-    EXPECT_LE(VELD::CurrentTime(true, true), before - 29000);
 }
 
 TEST_F(ClockWaits, RestAndWaitEndFalseOnTheirAbortEvent)

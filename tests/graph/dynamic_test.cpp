@@ -4,6 +4,7 @@
 #include "graph_support.h"
 
 #include "veld.h"
+#include "veld_component.h"
 #include "veld_input.h"
 #include "veld_output.h"
 
@@ -25,6 +26,7 @@ TEST_F(GraphTest, DynamicKeepsWhatItDeclaresAgainAndDropsTheRest)
     Set("merge.inputs", "3");
     Connect("one.oValue", "merge.i0");
     Connect("two.oValue", "merge.i2");
+    Set("merge.i0.subsampling", "2");
     VELDInput* i0 = InputNamed(engine, "merge.i0");
     VELDInput* i1 = InputNamed(engine, "merge.i1");
     ASSERT_NE(i0, nullptr);
@@ -36,6 +38,8 @@ TEST_F(GraphTest, DynamicKeepsWhatItDeclaresAgainAndDropsTheRest)
     EXPECT_EQ(InputNamed(engine, "merge.i1"), i1);
     ASSERT_NE(i0->ConnectedOutput(), nullptr);
     EXPECT_STREQ(i0->ConnectedOutput()->Name(), "one.oValue");
+    EXPECT_EQ(Figure("merge.i0.subsampling"), 2);
+    EXPECT_EQ(VELD::Component("merge")->NbInputs(), 2);
     EXPECT_EQ(InputNamed(engine, "merge.i2"), nullptr);
     EXPECT_EQ(VELD::Property("merge.i2.readerType"), nullptr);
     ASSERT_EQ(engine.Links().NbConnections(), 1);
@@ -45,6 +49,7 @@ TEST_F(GraphTest, DynamicKeepsWhatItDeclaresAgainAndDropsTheRest)
     Set("merge.inputs", "3");
     ASSERT_NE(InputNamed(engine, "merge.i2"), nullptr);
     EXPECT_FALSE(InputNamed(engine, "merge.i2")->IsConnected());
+    EXPECT_NE(VELD::Property("merge.i2.readerType"), nullptr);
 
     // The kept connection carries data.
     Run();

@@ -22,34 +22,21 @@ protected:
     // A test whose scripts load the package themselves says so.
     explicit GraphTest(bool loadPackage = true) : engine(Quiet())
     {
-        std::string error;
-        if (loadPackage) {
-            EXPECT_TRUE(engine.LoadPackage(VELDOR_TEST_PACKAGE, &error)) << error;
-        }
+        EXPECT_TRUE(!loadPackage || engine.LoadPackage(VELDOR_TEST_PACKAGE, &error)) << error;
     }
 
-    void Make(const std::string& model, const std::string& name)
-    {
-        std::string error;
-        ASSERT_NE(engine.Graph().Create(model, name, &error), nullptr) << error;
-    }
-
+    // Each step of building and running a diagram, which must succeed.
+    void Make(const std::string& model, const std::string& name) { Ok(engine.Graph().Create(model, name, &error)); }
     void Set(const std::string& property, const std::string& value)
     {
-        std::string error;
-        ASSERT_TRUE(engine.Graph().SetProperty(property, value, false, &error)) << error;
+        Ok(engine.Graph().SetProperty(property, value, false, &error));
     }
-
-    void Connect(const std::string& output, const std::string& input)
+    void Connect(const std::string& output, const std::string& input) { Ok(engine.Graph().Connect(output, input, &error)); }
+    void Run() { Ok(engine.Graph().Run(&error)); }
+    template <class T>
+    void Ok(T done)
     {
-        std::string error;
-        ASSERT_TRUE(engine.Graph().Connect(output, input, &error)) << error;
-    }
-
-    void Run()
-    {
-        std::string error;
-        ASSERT_TRUE(engine.Graph().Run(&error)) << error;
+        ASSERT_TRUE(done) << error;
     }
 
     // An integer property by full name, read as a package would.
@@ -62,6 +49,7 @@ protected:
     }
 
     veldor::Engine engine;
+    std::string error;
 };
 
 #endif

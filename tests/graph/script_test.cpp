@@ -2,8 +2,6 @@
 // before its diagram runs.
 #include "graph_support.h"
 
-#include <thread>
-
 #include "Script.h"
 #include "ScriptRunner.h"
 #include "veld.h"
@@ -170,7 +168,6 @@ TEST_F(ScriptTest, ValuesOfEveryType)
 TEST_F(ScriptTest, AScriptRunsWaitsAndShutsItsDiagramDown)
 {
     veldor::Script script;
-    std::string error;
     ASSERT_TRUE(veldor::Script::ParseFile(std::string(VELDOR_TEST_SCRIPTS) + "/counting.vdl", &script, &error))
         << error;
     veldor::ScriptRunner runner(engine);
@@ -181,20 +178,8 @@ TEST_F(ScriptTest, AScriptRunsWaitsAndShutsItsDiagramDown)
     EXPECT_EQ(Figure("Engine.shutdownTimeout"), 2000000);
     EXPECT_FALSE(engine.Graph().IsRunning());
 
-    // Waiting for deaths, and for an interruption.
+    // Waiting for deaths; for an interruption: command_test.
     EXPECT_EQ(RunText("create Thrower bad\nrun\nwait dead bad\nshutdown\n"), "");
     EXPECT_TRUE(engine.Graph().IsDead("bad"));
     EXPECT_EQ(RunText("wait dead nobody"), "t.vdl:1: unknown component \"nobody\"");
-
-    veldor::Script forever;
-    ASSERT_TRUE(veldor::Script::Parse("run\nwait interrupt\ncreate Generator never\n", "t.vdl", ".", &forever, &error));
-    veldor::ScriptRunner interrupted(engine);
-    std::thread ctrlC([&] {
-        EXPECT_TRUE(Eventually([&] { return engine.Graph().IsRunning(); }));
-        interrupted.Interrupt();
-    });
-    EXPECT_TRUE(interrupted.Run(forever, &error)) << error;
-    ctrlC.join();
-    EXPECT_FALSE(engine.Graph().IsRunning());
-    EXPECT_EQ(engine.Graph().Find("never"), nullptr);
 }

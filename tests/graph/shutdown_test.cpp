@@ -40,27 +40,6 @@ TEST_F(GraphTest, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
     // The engine's end waits for the late thread before destroying it.
 }
 
-// -1 is no limit of its own: the threads get the default 10 seconds, where a
-// short limit gives up on them.
-TEST_F(GraphTest, AShutdownTimeoutOfMinusOneFallsBackToTenSeconds)
-{
-    Make("Stubborn", "slow");
-    Set("slow.linger", "300000");
-    Set("Engine.shutdownTimeout", "-1");
-    Run();
-    ASSERT_TRUE(engine.States().WaitFor("slow", VELD::LivingState, 5000000));
-    auto start = std::chrono::steady_clock::now();
-    engine.Graph().Shutdown();
-    EXPECT_GE(Seconds(start), 0.29);
-    EXPECT_FALSE(engine.GetConsole().Contains("Some threads are still running"));
-
-    Set("Engine.shutdownTimeout", "100000");
-    Run();
-    ASSERT_TRUE(engine.States().WaitFor("slow", VELD::LivingState, 5000000));
-    engine.Graph().Shutdown();
-    EXPECT_TRUE(engine.GetConsole().Contains("Some threads are still running after 100000 microsecond(s)."));
-}
-
 TEST_F(GraphTest, AComponentThatThrowsDiesAloneAndIsReported)
 {
     Make("Thrower", "bad");

@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 
+#include <tuple>
+
 #include "Engine.h"
 #include "quiet_engine.h"
 #include "veld.h"
@@ -76,16 +78,12 @@ TEST(PackageEntry, ReportWrappersAddTheirPrefixes)
     VELD::ReportInfo("info", 0);
     VELD::ReportWarning("warn", 0);
     VELD::ReportError(nullptr, 0);
-    std::vector<veldor::ReportRecord> reports = engine.GetConsole().Captured();
-    ASSERT_EQ(reports.size(), 4u);
-    EXPECT_EQ(reports[0].text, "External report : plain");
-    EXPECT_EQ(reports[0].level, VELD::Warning);
-    EXPECT_FALSE(reports[0].fromKernel);
-    EXPECT_EQ(reports[1].text, "External : info");
-    EXPECT_EQ(reports[1].level, VELD::Info);
-    EXPECT_EQ(reports[2].level, VELD::Warning);
-    EXPECT_EQ(reports[3].text, "External : ");
-    EXPECT_EQ(reports[3].level, VELD::Error);
+    std::vector<std::tuple<std::string, int, bool>> reports;
+    for (const veldor::ReportRecord& r : engine.GetConsole().Captured()) reports.emplace_back(r.text, r.level, r.fromKernel);
+    EXPECT_EQ(reports, (std::vector<std::tuple<std::string, int, bool>>{{"External report : plain", VELD::Warning, false},
+                                                                          {"External : info", VELD::Info, false},
+                                                                          {"External : warn", VELD::Warning, false},
+                                                                          {"External : ", VELD::Error, false}}));
 
     try {
         VELDPrivate::KernelError("broken", 1);
@@ -93,10 +91,8 @@ TEST(PackageEntry, ReportWrappersAddTheirPrefixes)
     } catch (int code) {
         EXPECT_EQ(code, VELD::ErrorException);
     }
-    reports = engine.GetConsole().Captured();
-    EXPECT_EQ(reports.back().text, "broken");
-    EXPECT_EQ(reports.back().level, VELD::Error);
-    EXPECT_TRUE(reports.back().fromKernel);
+    const veldor::ReportRecord last = engine.GetConsole().Captured().back();
+    EXPECT_EQ(std::make_tuple(last.text, last.level, last.fromKernel), std::make_tuple("broken", VELD::Error, true));
 }
 
 TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
@@ -127,13 +123,4 @@ TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
     VELDDynamicLoader missing;
     EXPECT_FALSE(missing.Open("/nonexistent/library.so"));
     EXPECT_NE(std::string(missing.GetErrorMessage()), "");
-}
-
-TEST(PackageEntry, IdentityOfTheFramework)
-{
-    EXPECT_STREQ(VELD::KernelVersion, "4.10");
-    EXPECT_STREQ(VELD::VeldorMinorVersion, "4");
-    EXPECT_STREQ(VELD::DiagramVersion, "4.8.0");
-    EXPECT_STREQ(VELD::ProductName, "Veldor");
-    EXPECT_EQ(VELD::KernelBuild >> 16, 4);
 }

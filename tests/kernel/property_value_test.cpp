@@ -1,3 +1,4 @@
+// Enum values in their text form, and property values and definitions.
 #include <gtest/gtest.h>
 
 #include "Engine.h"
@@ -16,77 +17,53 @@ protected:
     veldor::Engine engine;
 };
 
-std::vector<std::string> Items(const VELDEnumStruct& e)
+std::string Items(const VELDEnumStruct& e)
 {
-    std::vector<std::string> out;
-    for (int i = 0; i < e.Count(); ++i) out.push_back(e.Item(i).Beginning());
+    std::string out;
+    for (int i = 0; i < e.Count(); ++i) out += std::string(i ? "|" : "") + e.Item(i).Beginning();
     return out;
 }
 
 }  // namespace
 
-TEST_F(EnumStruct, TextFormRoundTrips)
+TEST_F(EnumStruct, FromStringTakesOrRefusesTheText)
 {
-    VELDEnumStruct e("a|b", 1);
-    EXPECT_STREQ(e.ToString(), "2|1|a|b");
-    VELDEnumStruct back;
-    back.FromString(e.ToString(), false);
-    EXPECT_EQ(Items(back), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(back.GetSelected(), 1);
+    const struct {
+        const char* before;  // items of the enum, selection 1 (0 when there is only one)
+        const char* text;
+        bool selectionOnly;
+        const char* items;
+        int selected;
+        const char* report;  // the error, or null for none
+    } cases[] = {
+        {"a|b", "2|1|a|b", false, "a|b", 1, nullptr},
+        {"a|b", "3|2|x||z", false, "x||z", 2, nullptr},
+        {"a|b", "2|5|a|b", false, "a|b", 0,
+         "External : VELDEnumStruct::FromString: Selected value incompatible with enum values for property. Selected "
+         "property is set to 0."},
+        {"keep|these", "3|0|a|b", false, "", -1,
+         "VELDEnumStruct::FromString: Declared size of enum struct does not match the number of given elements."},
+        {"a|b", "x", false, "a|b", 1,
+         "VELDEnumStruct::FromString: Ill-formed enum string [expected:nbVal|selected|val0|val1|val2...] [received:x]"},
+        {"a|b", "0|-1", false, "", -1, nullptr},
+        // Selection only keeps the items; a negative selection passes as it stands.
+        {"x|y|z", "3|1|p|q|r", true, "x|y|z", 1, nullptr},
+        {"x|y|z", "1|7|p", true, "x|y|z", 0, "Selected value incompatible"},
+        {"x|y|z", "1|-2|p", true, "x|y|z", -2, nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        engine.GetConsole().ClearCaptured();
+        VELDEnumStruct e(c.before, 1);
+        e.FromString(c.text, c.selectionOnly);
+        EXPECT_EQ(Items(e), c.items);
+        EXPECT_EQ(e.GetSelected(), c.selected);
+        EXPECT_EQ(Reports(), c.report ? 1u : 0u);
+        if (c.report) EXPECT_TRUE(Reported(c.report));
+    }
+    EXPECT_STREQ(VELDEnumStruct("a|b", 1).ToString(), "2|1|a|b");
+    EXPECT_STREQ(VELDEnumStruct("x||z", 2).ToString(), "3|2|x||z");
     EXPECT_STREQ(VELDEnumStruct().ToString(), "0|-1");
-    EXPECT_EQ(Reports(), 0u);
-
-    VELDEnumStruct withEmpty("x||z", 2);
-    EXPECT_STREQ(withEmpty.ToString(), "3|2|x||z");
-    back.FromString(withEmpty.ToString(), false);
-    EXPECT_EQ(Items(back), (std::vector<std::string>{"x", "", "z"}));
-}
-
-TEST_F(EnumStruct, ASelectionOutOfRangeBecomesZeroWithOneReport)
-{
-    VELDEnumStruct e;
-    e.FromString("2|5|a|b", false);
-    EXPECT_EQ(Items(e), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(e.GetSelected(), 0);
-    EXPECT_EQ(Reports(), 1u);
-    EXPECT_TRUE(Reported("External : VELDEnumStruct::FromString: Selected value incompatible with enum values for "
-                         "property. Selected property is set to 0."));
-}
-
-TEST_F(EnumStruct, ADeclaredSizeThatDoesNotMatchEmptiesTheEnum)
-{
-    VELDEnumStruct e("keep|these", 0);
-    e.FromString("3|0|a|b", false);
-    EXPECT_EQ(e.Count(), 0);
-    EXPECT_EQ(e.GetSelected(), -1);
-    EXPECT_TRUE(Reported("VELDEnumStruct::FromString: Declared size of enum struct does not match the number of "
-                         "given elements."));
-}
-
-TEST_F(EnumStruct, AnIllFormedTextChangesNothing)
-{
-    VELDEnumStruct e("a|b", 1);
-    e.FromString("x", false);
-    EXPECT_EQ(Items(e), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(e.GetSelected(), 1);
-    EXPECT_TRUE(Reported("VELDEnumStruct::FromString: Ill-formed enum string "
-                         "[expected:nbVal|selected|val0|val1|val2...] [received:x]"));
-}
-
-TEST_F(EnumStruct, SelectionOnlyKeepsTheItems)
-{
-    VELDEnumStruct e("x|y|z", 0);
-    e.FromString("3|1|p|q|r", true);
-    EXPECT_EQ(Items(e), (std::vector<std::string>{"x", "y", "z"}));
-    EXPECT_EQ(e.GetSelected(), 1);
-    e.FromString("1|7|p", true);
-    EXPECT_EQ(e.GetSelected(), 0);
-    EXPECT_EQ(Reports(), 1u);
-    e.FromString("1|-2|p", true);  // a negative selection passes as it stands
-    EXPECT_EQ(e.GetSelected(), -2);
-    e.FromString("0|-1", false);
-    EXPECT_EQ(e.Count(), 0);
-    EXPECT_EQ(e.GetSelected(), -1);
 }
 
 TEST_F(EnumStruct, SelectByTextAndConstruction)
@@ -115,49 +92,44 @@ TEST_F(EnumStruct, SelectByTextAndConstruction)
     EXPECT_EQ(Items(copy), Items(e));
 }
 
-TEST_F(EnumStruct, PropertyValuesTakeTheirTypeFromTheirConstructor)
+TEST_F(EnumStruct, PropertyValuesTakeTheirTypeFromTheirConstructorAndCopiesOwnTheirValues)
 {
-    EXPECT_EQ(VELDPropertyValue().Type(), VELD::BoolProperty);
-    EXPECT_FALSE(VELDPropertyValue().BoolValue());
-    EXPECT_EQ(VELDPropertyValue(true).Type(), VELD::BoolProperty);
-    EXPECT_EQ(VELDPropertyValue(7).Type(), VELD::IntegerProperty);
-    EXPECT_EQ(VELDPropertyValue(VELDInt64(1) << 40).IntegerValue(), VELDInt64(1) << 40);
-    EXPECT_EQ(VELDPropertyValue(2.5).Type(), VELD::FloatProperty);
-    EXPECT_EQ(VELDPropertyValue("127.0.0.1").Type(), VELD::StringProperty);
+    const struct {
+        VELDPropertyValue value;
+        int type;
+        const char* text;
+    } cases[] = {
+        {VELDPropertyValue(), VELD::BoolProperty, "false"},
+        {VELDPropertyValue(true), VELD::BoolProperty, "true"},
+        {VELDPropertyValue(-3), VELD::IntegerProperty, "-3"},
+        {VELDPropertyValue(VELDInt64(1) << 40), VELD::IntegerProperty, "1099511627776"},
+        {VELDPropertyValue(0.25), VELD::FloatProperty, "0.25"},
+        {VELDPropertyValue("127.0.0.1"), VELD::StringProperty, "127.0.0.1"},
+        {VELDPropertyValue("2|1|Unsynchronized|Synchronized"), VELD::EnumProperty, "2|1|Unsynchronized|Synchronized"},
+        {VELDPropertyValue("Classic|FD", 1), VELD::EnumProperty, "2|1|Classic|FD"},
+        {VELDPropertyValue(static_cast<const char*>(nullptr), 0), VELD::EnumProperty, "0|-1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        VELDPropertyValue value(c.value);
+        EXPECT_EQ(value.Type(), c.type);
+        EXPECT_STREQ(value.ToString(), c.text);
+    }
     EXPECT_STREQ(*VELDPropertyValue("127.0.0.1").StringValue(), "127.0.0.1");
-
-    VELDPropertyValue whole("2|1|Unsynchronized|Synchronized");
-    ASSERT_EQ(whole.Type(), VELD::EnumProperty);
-    EXPECT_EQ(whole.EnumValue()->GetSelected(), 1);
-    EXPECT_EQ(whole.StringValue(), nullptr);
-
-    VELDPropertyValue items("Classic|FD", 1);
-    ASSERT_EQ(items.Type(), VELD::EnumProperty);
-    EXPECT_STREQ(items.ToString(), "2|1|Classic|FD");
-    VELDPropertyValue empty(static_cast<const char*>(nullptr), 0);
-    EXPECT_EQ(empty.EnumValue()->Count(), 0);
-
-    VELDPropertyValue copy(items);
-    copy.EnumValue()->Select("Classic");
+    EXPECT_EQ(VELDPropertyValue("2|1|a|b").StringValue(), nullptr);
+    VELDPropertyValue items("Classic|FD", 1), copied(items);
+    copied.EnumValue()->Select("Classic");
     EXPECT_EQ(items.EnumValue()->GetSelected(), 1);
 
-    EXPECT_STREQ(VELDPropertyValue(true).ToString(), "true");
-    EXPECT_STREQ(VELDPropertyValue(-3).ToString(), "-3");
-    EXPECT_STREQ(VELDPropertyValue(0.25).ToString(), "0.25");
-}
-
-TEST_F(EnumStruct, PropertyDefinitionsOwnAndCopyTheirValues)
-{
     VELDPropertyDefinition table[] = {
-        {"ip", new VELDPropertyValue("127.0.0.1"), nullptr, false, false},
         {"mode", new VELDPropertyValue("Polling|EventBased", 1), nullptr, true, false, false, true},
         {nullptr},
     };
-    VELDPropertyDefinition copy = table[1];
+    VELDPropertyDefinition copy = table[0];
     copy.value->EnumValue()->Select("Polling");
-    EXPECT_EQ(table[1].value->EnumValue()->GetSelected(), 1);
+    EXPECT_EQ(table[0].value->EnumValue()->GetSelected(), 1);
     EXPECT_TRUE(copy.needs2BeInitialized);
     EXPECT_TRUE(copy.locked);
-    EXPECT_EQ(table[2].name, nullptr);
-    EXPECT_EQ(table[2].value, nullptr);
+    EXPECT_EQ(table[1].name, nullptr);
+    EXPECT_EQ(table[1].value, nullptr);
 }

@@ -92,6 +92,7 @@ TEST_F(BusPackage, AnswersCountsAndTablesAsAHostExpects)
     EXPECT_EQ(getModules("NoSuchGroup", nullptr, 0), 0xFFFFFFFFu);
     EXPECT_EQ(getModules("NoSuchGroup", table, 4), 0u);
     EXPECT_EQ(getModules("VELDComponent", table, 0), 0u);
+    EXPECT_EQ(getModules("VELDComponent", table, -1), 0u);
     EXPECT_EQ(table[0], nullptr);
     EXPECT_EQ(getModules("VELDComponent", table, 2), 2u);
     EXPECT_EQ(getModules(nullptr, nullptr, 0), 4u);

@@ -5,14 +5,12 @@
 //              them (0: no end)
 //   Counter    reads iValue with the reader type of its `reader` property
 //              (its Dynamic declares the input) and counts what it got:
-//              received, last, gaps (a value skipped), repeats (the same
-//              value again), decreases; `delay` makes it slow
+//              received, last, gaps (a value skipped); `delay` makes it slow
 //   Merger     has as many inputs i0, i1... as its `inputs` property says
 //   Labelled   can't start until its `label` was set; has a property of each
 //              type and a Float output that nothing accepts
 //   Stubborn   with `refusal`, its Core ignores death that long (`deaf`
-//              tells that it is in there); with `linger`, a further thread
-//              outlives the main one that long
+//              tells that it is in there)
 //   Thrower    throws a std::exception from Birth, Core or Death
 //
 // Most counts are -1: the engine resolves them.
@@ -63,8 +61,6 @@ VELDComponentDefinition Define(const char* name, const char* version, VELDUInt32
 const VELDInputDefinition kNoInput = {nullptr, 0, nullptr, 0, 0};
 const VELDOutputDefinition kNoOutput = {nullptr, 0, VELDTypeInfo(), 0, 0, 0, 0};
 
-// ---------------------------------------------------------------------------
-
 class Generator : public VELDModel<Generator> {
 public:
     using VELDModel::VELDModel;
@@ -93,8 +89,6 @@ VELDPropertyDefinition g_generatorProperties[] = {Setting("period", new VELDProp
 VELDComponentDefinition g_generator =
     Define<Generator>("Generator", "1.0.0", 0, nullptr, kAll, g_generatorOutputs, g_generatorProperties);
 
-// ---------------------------------------------------------------------------
-
 class Counter : public VELDModel<Counter> {
 public:
     using VELDModel::VELDModel;
@@ -114,8 +108,6 @@ public:
         const VELDInt64 value = *element->Integer32(0);
         StopReading(Input(0));
         Count("received", 1);
-        if (value == m_last) Count("repeats", 1);
-        if (value < m_last) Count("decreases", 1);
         if (value > m_last + 1) Count("gaps", 1);
         m_last = value;
         DirectSet(Property("last"), value);
@@ -142,8 +134,6 @@ VELDPropertyDefinition g_counterProperties[] = {
     Figure("received"),
     Figure("last"),
     Figure("gaps"),
-    Figure("repeats"),
-    Figure("decreases"),
     VELDPropertyDefinition()};
 VELDActionDefinition g_counterActions[] = {
     VELDActionDefinition("renameAfterUpstream",
@@ -151,8 +141,6 @@ VELDActionDefinition g_counterActions[] = {
     VELDActionDefinition()};
 VELDComponentDefinition g_counter =
     Define<Counter>("Counter", "1.1.0", 0, g_counterInputs, 0, nullptr, g_counterProperties, g_counterActions);
-
-// ---------------------------------------------------------------------------
 
 class Merger : public VELDModel<Merger> {
 public:
@@ -182,8 +170,6 @@ VELDPropertyDefinition g_mergerProperties[] = {Setting("inputs", new VELDPropert
                                                Figure("received"), VELDPropertyDefinition()};
 VELDComponentDefinition g_merger = Define<Merger>("Merger", "1.0.0", 0, g_mergerInputs, 0, nullptr, g_mergerProperties);
 
-// ---------------------------------------------------------------------------
-
 class Labelled : public VELDModel<Labelled> {
 public:
     using VELDModel::VELDModel;
@@ -200,16 +186,9 @@ VELDPropertyDefinition g_labelledProperties[] = {
 VELDComponentDefinition g_labelled =
     Define<Labelled>("Labelled", "1.0.0", 0, nullptr, kAll, g_labelledOutputs, g_labelledProperties);
 
-// ---------------------------------------------------------------------------
-
 class Stubborn : public VELDModel<Stubborn> {
 public:
     using VELDModel::VELDModel;
-
-    void Birth() override
-    {
-        if (GetIntegerProperty("linger") > 0) CreateThread(static_cast<VELDThreadFunction>(&Stubborn::Linger));
-    }
 
     void Core() override
     {
@@ -221,26 +200,12 @@ public:
         }
         Rest(1000);
     }
-
-private:
-    void Linger()
-    {
-        try {
-            for (;;) Rest(1000000);
-        } catch (int) {
-            // dying
-        }
-        VELD::Sleep(GetIntegerProperty("linger"));
-    }
 };
 
 VELDPropertyDefinition g_stubbornProperties[] = {Setting("refusal", new VELDPropertyValue(VELDInt64(0)), "us"),
-                                                 Setting("linger", new VELDPropertyValue(VELDInt64(0)), "us"),
                                                  Figure("deaf"), VELDPropertyDefinition()};
 VELDComponentDefinition g_stubborn =
     Define<Stubborn>("Stubborn", "1.0.0", 0, nullptr, 0, nullptr, g_stubbornProperties);
-
-// ---------------------------------------------------------------------------
 
 class Thrower : public VELDModel<Thrower> {
 public:

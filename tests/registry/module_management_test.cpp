@@ -47,17 +47,6 @@ TEST_F(Registry, CountingBeforeAnyDefinitionGivesZeroAndMakesTheList)
     EXPECT_EQ(VELDModuleManagement::NumberOfReferencedGroups(nullptr), 0);
 }
 
-TEST_F(Registry, UnknownGroupCountsAsAllOnesAndListsNothing)
-{
-    Define("M", "G");
-    void* table[4] = {};
-    EXPECT_EQ(VELDGetModulesDefStruct("nothing", nullptr, 0), 0xFFFFFFFFu);
-    EXPECT_EQ(VELDGetModulesDefStruct("nothing", table, 4), 0u);
-    EXPECT_EQ(VELDGetModulesDefStruct("G", table, 0), 0u);
-    EXPECT_EQ(VELDGetModulesDefStruct("G", table, -1), 0u);
-    EXPECT_EQ(table[0], nullptr);
-}
-
 TEST_F(Registry, TheTableReceivesEachDefinitionsArgumentUpToMaxCount)
 {
     int a = 1, b = 2, c = 3;

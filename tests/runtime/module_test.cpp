@@ -45,27 +45,6 @@ protected:
     VELDPropertyDefinition* extra = nullptr;
 };
 
-TEST_F(Redefinition, ASetRunsDynamicAgain)
-{
-    EXPECT_EQ(component->NbInputs(), 3);
-    component->Property("nbInputs").Set(VELDInt64(5));
-    EXPECT_EQ(component->NbInputs(), 5);
-    EXPECT_TRUE(component->HasInput("i4"));
-    EXPECT_TRUE(component->HasProperty("i4.subsampling"));
-    EXPECT_NE(engine.FindSymbol("c.i4"), nullptr);
-}
-
-TEST_F(Redefinition, AnElementDeclaredAgainKeepsItsIdentityAndConnection)
-{
-    VELDInput& kept = component->Input("i1");
-    ASSERT_TRUE(VELD::Attach(source->Output("oOut"), kept));
-    component->Property("i1.subsampling").Set(VELDInt64(2));
-    component->Property("nbInputs").Set(VELDInt64(4));
-    EXPECT_EQ(&component->Input("i1"), &kept);
-    EXPECT_TRUE(kept.IsConnected());
-    EXPECT_EQ(component->Property("i1.subsampling").IntegerValue(), 2);
-}
-
 TEST_F(Redefinition, AnElementNoLongerDeclaredGoesWithItsConnection)
 {
     ASSERT_TRUE(VELD::Attach(source->Output("oOut"), component->Input("i0")));
@@ -140,7 +119,7 @@ TEST_F(Modules, LookUpsNameTheUnknown)
     EXPECT_EQ(&module.Input(0), &module.Input("iA"));
 }
 
-TEST_F(Modules, NamesAreCheckedAndUnique)
+TEST_F(Modules, NamesAreCheckedAndUniqueAndADyingModuleDeclaresNothing)
 {
     VELDModule module("m", false, false);
     EXPECT_EQ(Thrown([&] { module.NewInput(IntegerInput("iA"), "9bad"); }), VELD::ErrorException);
@@ -157,12 +136,7 @@ TEST_F(Modules, NamesAreCheckedAndUnique)
     engine.Symbols().Register("m.taken", VELDSymbol::OtherSymbol, nullptr, nullptr);
     EXPECT_EQ(Thrown([&] { module.NewProperty(IntegerProperty("taken", 1)); }), VELD::ErrorException);
     EXPECT_TRUE(engine.GetConsole().Contains("Can't create property m.taken. The symbol already exists."));
-}
-
-TEST_F(Modules, ADyingModuleDeclaresNothing)
-{
-    VELDModule module("m", false, false);
-    module.Die();
+    module.Die();  // a dying module declares nothing
     EXPECT_EQ(Thrown([&] { module.NewProperty(IntegerProperty("p", 1)); }), VELD::ModuleDied);
 }
 

@@ -17,63 +17,49 @@ protected:
         bareTables.Finish(0, 0, 0, 0);
     }
 
-    void Rename(VELDComponent& component) { VELDComponent::ActionRenameAfterUpstreamComponent(&component, 0); }
+    // A viewer fed by the camera `cam`, renamed after it.
+    Probe& Renamed(const std::string& cam, const char* viewerName = "viewer")
+    {
+        Probe& source = engine.Make(cam.c_str(), camTables);
+        Probe& viewer = engine.Make(viewerName, viewerTables);
+        EXPECT_TRUE(VELD::Attach(source.Output("oImage"), viewer.Input("iIn")));
+        VELDComponent::ActionRenameAfterUpstreamComponent(&viewer, 0);
+        return viewer;
+    }
     bool Reported(const char* text) { return engine.GetConsole().Contains(text); }
 
     ModelTables camTables, viewerTables, bareTables;
     TestEngine engine;
 };
 
-TEST_F(RenameAfterUpstream, AFreeNameIsTaken)
+TEST_F(RenameAfterUpstream, TheFirstFreeNameIsTakenAndAfterTwentyOneTakenNamesItGivesUp)
 {
-    Probe& cam = engine.Make("cam1", camTables);
-    Probe& viewer = engine.Make("viewer", viewerTables);
-    ASSERT_TRUE(VELD::Attach(cam.Output("oImage"), viewer.Input("iIn")));
-    Rename(viewer);
+    Probe& viewer = Renamed("cam1");
     EXPECT_STREQ(viewer.Name(), "cam1_oImage");
     EXPECT_STREQ(viewer.Input("iIn").Name(), "cam1_oImage.iIn");
     // Once named so, it says so.
-    Rename(viewer);
+    VELDComponent::ActionRenameAfterUpstreamComponent(&viewer, 0);
     EXPECT_TRUE(Reported("Component is already named after its upstream component's output."));
-}
 
-TEST_F(RenameAfterUpstream, TakenNamesAreCountedPast)
-{
-    Probe& cam = engine.Make("cam1", camTables);
-    engine.Make("cam1_oImage", bareTables);
-    engine.TakeName("cam1_oImage_1");  // a name used by something else
-    Probe& viewer = engine.Make("viewer", viewerTables);
-    ASSERT_TRUE(VELD::Attach(cam.Output("oImage"), viewer.Input("iIn")));
-    Rename(viewer);
-    EXPECT_STREQ(viewer.Name(), "cam1_oImage_2");
-}
+    engine.Make("cam2_oImage", bareTables);
+    engine.TakeName("cam2_oImage_1");  // a name used by something else
+    EXPECT_STREQ(Renamed("cam2", "viewer2").Name(), "cam2_oImage_2");
 
-TEST_F(RenameAfterUpstream, AfterTwentyOneTakenNamesItGivesUp)
-{
-    Probe& cam = engine.Make("cam1", camTables);
-    engine.Make("cam1_oImage", bareTables);
-    for (int i = 1; i <= 20; ++i) engine.Make(("cam1_oImage_" + std::to_string(i)).c_str(), bareTables);
-    Probe& viewer = engine.Make("viewer", viewerTables);
-    ASSERT_TRUE(VELD::Attach(cam.Output("oImage"), viewer.Input("iIn")));
-    Rename(viewer);
+    engine.Make("cam3_oImage", bareTables);
+    for (int i = 1; i <= 20; ++i) engine.Make(("cam3_oImage_" + std::to_string(i)).c_str(), bareTables);
+    EXPECT_STREQ(Renamed("cam3", "viewer3").Name(), "viewer3");
     EXPECT_TRUE(Reported("Could not find an available name for component. You may change the upstream component name "
                          "and try again."));
-    EXPECT_STREQ(viewer.Name(), "viewer");
 }
 
 TEST_F(RenameAfterUpstream, RefusalsTellWhy)
 {
-    Probe& bare = engine.Make("bare", bareTables);
-    Rename(bare);
+    VELDComponent::ActionRenameAfterUpstreamComponent(&engine.Make("bare", bareTables), 0);
     EXPECT_TRUE(Reported("component bare: This action scans what is connected to this component's first input, but "
                          "this component does not seem to have any inputs."));
-    Probe& viewer = engine.Make("viewer", viewerTables);
-    Rename(viewer);
+    VELDComponent::ActionRenameAfterUpstreamComponent(&engine.Make("viewer", viewerTables), 0);
     EXPECT_TRUE(Reported("Please connect it in order to rename after upstream component."));
-    Probe& inside = engine.Make("macro:viewer", viewerTables);
-    Probe& cam = engine.Make("cam1", camTables);
-    ASSERT_TRUE(VELD::Attach(cam.Output("oImage"), inside.Input("iIn")));
-    Rename(inside);
+    Renamed("cam1", "macro:viewer");
     EXPECT_TRUE(Reported("Renaming a component inside a Macro-Component *instance* is forbidden."));
 }
 
