@@ -92,25 +92,15 @@ protected:
         for (const auto& [output, input] : links) Connect("player." + output, "rec." + input);
         return path;
     }
-
-    void PlayToTheEnd(long long frames)
-    {
-        engine.Clock().SetSpeed(20000);
-        Run();
-        EXPECT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == frames; }))
-            << Figure("rec.recorded") << " of " << frames;
-        Shutdown();
-        engine.Clock().SetSpeed(1000);
-    }
 };
 
 // ---------------------------------------------------------------------------
 // Frame for frame (what the tools of the field write and read of these files
 // is the reader's and the writer's business: pcap_log_interop_tests)
 
-std::string Ours(const std::string& folder, bool multiBus, const char* name)
+std::string Ours(const std::string& folder, bool multiBus)
 {
-    const std::string path = folder + "/" + name;
+    const std::string path = folder + (multiBus ? "/ours.pcapng" : "/ours.pcap");
     pcaplog_test::WriteDriveFile(path, Retimed(pcaplog_test::MakeDrive(multiBus, 600)));
     return path;
 }
@@ -123,12 +113,18 @@ TEST_F(Captures, PlayedIntoTheRecorderComeBackFrameForFrame)
     for (const bool vectorise : {true, false}) {
         SCOPED_TRACE(std::string(multiBus ? "pcapng" : "pcap") + (vectorise ? ", vectorised" : ""));
         engine.Graph().Clear();
-        const std::string file = Ours(m_folder, multiBus, multiBus ? "ours.pcapng" : "ours.pcap");
+        const std::string file = Ours(m_folder, multiBus);
         const ReadOutcome source = ReadAll(file);
         ASSERT_EQ(source.openError, "");
         const std::string recording = PlayIntoRecorder(file, std::to_string(vectorise) + (multiBus ? "rec.pcapng" : "rec.pcap"), vectorise);
-        PlayToTheEnd(static_cast<long long>(source.packets.size()));
-        EXPECT_EQ(Figure("player.sent"), static_cast<long long>(source.packets.size()));
+        const long long frames = static_cast<long long>(source.packets.size());
+        engine.Clock().SetSpeed(20000);
+        Run();
+        EXPECT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == frames; }))
+            << Figure("rec.recorded") << " of " << frames;
+        Shutdown();
+        engine.Clock().SetSpeed(1000);
+        EXPECT_EQ(Figure("player.sent"), frames);
         EXPECT_EQ(Figure("player.bad_lines") + Figure("player.left_out") + Figure("rec.refused"), 0);
 
         const ReadOutcome recorded = ReadAll(recording);
@@ -143,7 +139,7 @@ TEST_F(Captures, PlayedIntoTheRecorderComeBackFrameForFrame)
 
 TEST_F(Captures, SkippedInterfacesHaveNoOutputAndTheirFramesAreLeftOutAndToldOnce)
 {
-    const std::string file = Ours(m_folder, true, "ours.pcapng");
+    const std::string file = Ours(m_folder, true);
     const ReadOutcome source = ReadAll(file);
     Make("CaptureFilePlayer", "player");
     Set("player.file", file);
@@ -215,6 +211,7 @@ TEST_F(Captures, PaceEveryOutputOnTheEnginesClockTheEthernetOnesAheadByTheFrames
         Connect("player.oeth0", "eth.iEth");
         Run();
         ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1; }));
+        EXPECT_TRUE(Eventually([&] { return Figure("can.frames") == 120 && Figure("eth.frames") == 12; }));
         // When a frame recorded at `t` is due on the engine's clock.
         const long long start = Figure("player.replay_start_time");
         const auto due = [&](long long t) { return start + t - kStart; };

@@ -141,9 +141,12 @@ protected:
         Set("player.replay_lead", "100000");
         Connect("player.oCAN", "stats.iCAN");
     }
-    // The frames that arrived, once the diagram is shut down.
+    // The frames that arrived, once every frame handed on has and the
+    // diagram is shut down.
     std::vector<Arrival> Arrivals()
     {
+        EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") == Figure("player.sent"); }, 10))
+            << Figure("stats.frames") << " of " << Figure("player.sent");
         Shutdown();
         return ReadArrivals(m_csv);
     }
