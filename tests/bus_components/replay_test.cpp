@@ -38,8 +38,7 @@ protected:
     void BuildCan(long long stopAfter, long long eofDelay)
     {
         MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
-        Set("rx.ts_behavior", "3|1|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
-                              "output)|Keep HW timestamps (use Veldor timebase on output)");
+        SetTsBehaviour("rx", 1);
         m_printed = MakePrinter("print", "rx.oCAN");
         Make("CanGenerator", "gen");
         Set("gen.output_type", "Universal CAN");

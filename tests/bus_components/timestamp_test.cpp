@@ -1,7 +1,5 @@
-// The three timestamp behaviours of the monitors, on a bus whose hardware
-// clock runs 3 s ahead of the engine's (clock_offset.conf): 0 converts to
-// engine time, 1 keeps hardware time everywhere, 2 keeps it in the frames
-// and stamps the element with the engine's time of the read.
+// The three timestamp behaviours of the monitors (SetTsBehaviour), on a bus
+// whose hardware clock runs 3 s ahead of the engine's (clock_offset.conf).
 #include <string>
 #include <vector>
 
@@ -12,8 +10,6 @@ namespace bus_components {
 namespace {
 
 const long long kHardwareAhead = 3000000;  // microseconds
-const char* const kBehaviours = "|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
-                                "output)|Keep HW timestamps (use Veldor timebase on output)";
 
 struct Stamp {
     long long frame, element;
@@ -56,7 +52,7 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
     for (int i = 0; i < 3; ++i) {
         const std::string rx = "rx" + std::to_string(i);
         MakeOnChannel("NxCanMonitoring", rx, channels[i], false);
-        Set(rx + ".ts_behavior", "3|" + std::to_string(i) + kBehaviours);
+        SetTsBehaviour(rx, i);
         Set(rx + ".vectorize_frames", vectorize[i] ? "true" : "false");
         Set(rx + ".sampling_mode", sampling[i]);
         files.push_back(MakePrinter("print" + std::to_string(i), rx + ".oCAN"));
