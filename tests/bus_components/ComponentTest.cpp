@@ -160,6 +160,13 @@ void ComponentTest::MakeOnInterface(const std::string& model, const std::string&
     Set(name + ".channel", interface);
 }
 
+void ComponentTest::SetTsBehaviour(const std::string& monitor, int behaviour)
+{
+    Set(monitor + ".ts_behavior", "3|" + std::to_string(behaviour) +
+                                      "|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
+                                      "output)|Keep HW timestamps (use Veldor timebase on output)");
+}
+
 void ComponentTest::MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
                                     long long eofDelay)
 {

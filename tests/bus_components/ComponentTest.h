@@ -76,6 +76,10 @@ protected:
     // time inputs, made last so that the lead counts from a moment when the
     // injector is up. No stop time with `stopAfter` 0, no end of data (at
     // `logEnd`, `eofDelay` after birth) with `eofDelay` 0.
+    // A monitor's ts_behavior: 0 converts hardware times to engine time, 1
+    // keeps them, 2 keeps them in the frames and stamps the element with
+    // the engine's time.
+    void SetTsBehaviour(const std::string& monitor, int behaviour);
     void MakeReplayTimes(long long logStart, long long lead, long long stopAfter, long long logEnd,
                          long long eofDelay);
     // That replay, once its end of data came: the closing record follows the

@@ -20,9 +20,7 @@ std::uint32_t CounterOf(const std::vector<std::uint8_t>& frame)
 std::string EthComponentTest::MakeMonitor(int tsBehavior, bool vectorize)
 {
     MakeOnInterface("NxEthMonitoring", "rx", "NVX-ETH-2");
-    Set("rx.ts_behavior", "3|" + std::to_string(tsBehavior) +
-                              "|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
-                              "output)|Keep HW timestamps (use Veldor timebase on output)");
+    SetTsBehaviour("rx", tsBehavior);
     Set("rx.vectorize_frames", vectorize ? "true" : "false");
     return MakeEthPrinter("got", "rx.oEth");
 }

@@ -1,6 +1,6 @@
 // Faults on the bus side, injected by the simulator (faults.conf): a
-// transmission that fails on ORV-CAN-1 and a channel, NVX-VIRT-1, that
-// can't be registered. The component concerned stops with the library's
+// transmission that fails on ORV-CAN-1 and NVX-ETH-1, a replay stream on
+// NVX-ETH-2, a channel, NVX-VIRT-1, that can't be registered. The component concerned stops with the library's
 // words; the rest of the diagram runs on. A hardware clock that can't be read
 // (NVX-ZIRA-1) ends a monitor's reader, which needs it to convert times.
 #include <string>
@@ -24,33 +24,58 @@ protected:
     bool IsDead(const std::string& name) { return engine.Graph().IsDead(name); }
 };
 
-TEST_F(BusFaultsTest, FailedTransmissionStopsTheInjectorOnly)
+// A call that fails stops its component with the library's words; the
+// bystander and the component's own source run on.
+struct Fault {
+    const char* name;
+    const char* model;
+    const char* channel;
+    const char* replayMode;  // "": a monitor
+    const char* message;
+    bool injectedText;  // the fault has a text of its own
+};
+
+class BusFaultsStop : public BusFaultsTest, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(BusFaultsStop, TheComponentConcernedOnly)
 {
+    const Fault& f = GetParam();
+    const bool eth = std::string(f.model).find("Eth") != std::string::npos;
+    const std::string name = *f.replayMode ? "tx" : "rx";
     MakeBystander();
-    Make("CanGenerator", "gen");
-    MakeOnChannel("NxCanInject", "tx", "ORV-CAN-1", false, "Unsynchronized");
-    Connect("gen.oCAN", "tx.iCAN");
+    if (eth)
+        MakeOnInterface(f.model, name, f.channel, f.replayMode);
+    else
+        MakeOnChannel(f.model, name, f.channel, false, f.replayMode);
+    if (*f.replayMode) {
+        Make(eth ? "EthGenerator" : "CanGenerator", "gen");
+        if (eth) Set("gen.rate", "500");
+        Connect(eth ? "gen.oEth" : "gen.oCAN", eth ? "tx.iEth" : "tx.iCAN");
+    }
+    if (std::string(f.replayMode) == "Synchronized") {
+        Make("ReplayTimeSource", "times");
+        Connect("times.oLogStartTime", "tx.iLogStartTime");
+        Connect("times.oReplayStartTime", "tx.iReplayStartTime");
+    }
     Run();
-    ASSERT_TRUE(Eventually([&] { return IsDead("tx"); }, 10));
-    EXPECT_TRUE(Reported("component tx: NXCAN_TransmitMessages: "));
-    EXPECT_TRUE(Reported("(injected)"));
+    ASSERT_TRUE(Eventually([&] { return IsDead(name); }, 10));
+    EXPECT_TRUE(Reported("component " + name + ": " + f.message + ": ")) << f.message;
+    EXPECT_EQ(Reported("(injected)"), f.injectedText);
     const long long frames = Figure("stats.frames");
     EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
     EXPECT_FALSE(IsDead("stats"));
     EXPECT_FALSE(IsDead("other"));
+    EXPECT_FALSE(*f.replayMode && IsDead("gen"));
 }
 
-TEST_F(BusFaultsTest, ChannelThatCannotBeRegisteredStopsTheMonitorAtBirth)
-{
-    MakeBystander();
-    MakeOnChannel("NxCanMonitoring", "rx", "NVX-VIRT-1", false);
-    Run();
-    ASSERT_TRUE(Eventually([&] { return IsDead("rx"); }, 10));
-    EXPECT_TRUE(Reported("component rx: NXCAN_RegisterChannel: "));
-    const long long frames = Figure("stats.frames");
-    EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
-    EXPECT_FALSE(IsDead("stats"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    BusFaults, BusFaultsStop,
+    ::testing::Values(Fault{"CanTransmit", "NxCanInject", "ORV-CAN-1", "Unsynchronized", "NXCAN_TransmitMessages", true},
+                      Fault{"CanRegister", "NxCanMonitoring", "NVX-VIRT-1", "", "NXCAN_RegisterChannel", false},
+                      Fault{"EthTransmit", "NxEthInject", "NVX-ETH-1", "Unsynchronized", "NXETH_TransmitFrames", true},
+                      Fault{"EthReplayStream", "NxEthInject", "NVX-ETH-2", "Synchronized", "NXETH_ReplayStreamData",
+                            true}),
+    [](const ::testing::TestParamInfo<Fault>& info) { return info.param.name; });
 
 TEST_F(BusFaultsTest, UnreadableHardwareClockEndsTheReaderThatConvertsTimes)
 {
@@ -61,42 +86,6 @@ TEST_F(BusFaultsTest, UnreadableHardwareClockEndsTheReaderThatConvertsTimes)
     EXPECT_TRUE(Eventually([&] { return Threads("rx") == 1; }, 10)) << Threads("rx");
     EXPECT_TRUE(Component("rx")->State() & VELD::ErrorState);
 }
-
-struct EthernetFault {
-    const char* replayMode;
-    const char* interface;
-    const char* message;
-};
-
-class BusFaultsEthernetTest : public BusFaultsTest, public ::testing::WithParamInterface<EthernetFault> {};
-
-TEST_P(BusFaultsEthernetTest, FailedTransmitOrStreamCallStopsTheInjectorOnly)
-{
-    const EthernetFault& f = GetParam();
-    MakeBystander();
-    Make("EthGenerator", "gen");
-    Set("gen.rate", "500");
-    MakeOnInterface("NxEthInject", "tx", f.interface, f.replayMode);
-    Connect("gen.oEth", "tx.iEth");
-    if (std::string(f.replayMode) == "Synchronized") {
-        Make("ReplayTimeSource", "times");
-        Connect("times.oLogStartTime", "tx.iLogStartTime");
-        Connect("times.oReplayStartTime", "tx.iReplayStartTime");
-    }
-    Run();
-    ASSERT_TRUE(Eventually([&] { return IsDead("tx"); }, 10));
-    EXPECT_TRUE(Reported(std::string("component tx: ") + f.message + ": ")) << f.message;
-    EXPECT_TRUE(Reported("(injected)"));
-    const long long frames = Figure("stats.frames");
-    EXPECT_TRUE(Eventually([&] { return Figure("stats.frames") > frames + 10; }, 10));
-    EXPECT_FALSE(IsDead("stats"));
-    EXPECT_FALSE(IsDead("gen"));
-}
-
-INSTANTIATE_TEST_SUITE_P(BusFaultsEthernet, BusFaultsEthernetTest,
-                         ::testing::Values(EthernetFault{"Unsynchronized", "NVX-ETH-1", "NXETH_TransmitFrames"},
-                                           EthernetFault{"Synchronized", "NVX-ETH-2", "NXETH_ReplayStreamData"}),
-                         [](const ::testing::TestParamInfo<EthernetFault>& info) { return info.param.replayMode; });
 
 }  // namespace
 }  // namespace bus_components

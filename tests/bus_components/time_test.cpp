@@ -1,18 +1,20 @@
 // The time callbacks: a jump of the engine's clock reaches a polling
 // monitor's reader and a synchronised injector's push thread through their
 // handshakes. After a jump 60 s back, a polling reader that kept its old
-// schedule would sleep a minute; it reads on at once.
+// schedule would sleep a minute; it reads on at once. An Ethernet monitor
+// that converts hardware times makes a new offset to engine time.
 #include <cstring>
 #include <memory>
 #include <string>
 
-#include "ComponentTest.h"
+#include "EthComponentTest.h"
 #include "NxCanApiWrapper.h"
+#include "pcap_file.h"
 
 namespace bus_components {
 namespace {
 
-class TimeJumpTest : public ComponentTest {
+class TimeJumpTest : public EthComponentTest {
 protected:
     ~TimeJumpTest() override { RestoreClock(); }
 
@@ -50,17 +52,34 @@ TEST_F(TimeJumpTest, ReadersAndPushThreadsFollowAJumpBack)
     Set("times.replay_lead", "10000000");
     Connect("times.oLogStartTime", "tx.iLogStartTime");
     Connect("times.oReplayStartTime", "tx.iReplayStartTime");
+    const std::string got = MakeMonitor(0, false);
     Run();
     ASSERT_TRUE(Eventually([&] { return Threads("tx") == 3; }));
+    DirectSender sender("NVX-ETH-1");
+    sender.Send(3);
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 3; }));
 
     engine.Clock().SetTime(Now() - 60000000);
     engine.Clock().SetSpeed(-1000);
     engine.Clock().SetSpeed(1000);  // back to forward: a jump for the polling reader
     engine.Clock().Flush();         // every listener has had its answer
+    const long long jumpedTo = Now();
 
     SendFrames(5);
+    sender.Send(3);
     EXPECT_TRUE(Eventually([&] { return Figure("print.printed") == 5; }, 5)) << Figure("print.printed");
     EXPECT_TRUE(Eventually([&] { return Figure("print2.printed") == 5; }, 5)) << Figure("print2.printed");
+    ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= 6; }));
+    const long long after = Now();
+    Shutdown();
+    const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+    ASSERT_EQ(out.size(), 6u);
+    // Before the jump on the old time, after it on the new one.
+    for (int k = 0; k < 3; ++k) EXPECT_GT(out[k].time, after);
+    for (int k = 3; k < 6; ++k) {
+        EXPECT_GE(out[k].time, jumpedTo);
+        EXPECT_LE(out[k].time, after);
+    }
 }
 
 }  // namespace

@@ -1,23 +1,50 @@
-// The three timestamp behaviours of NxCanMonitoring, on a bus whose
-// hardware clock runs 3 s ahead of the engine's (clock_offset.conf).
+// The three timestamp behaviours of the monitors (SetTsBehaviour), on a bus
+// whose hardware clock runs 3 s ahead of the engine's (clock_offset.conf).
 #include <string>
 #include <vector>
 
-#include "ComponentTest.h"
+#include "EthComponentTest.h"
+#include "pcap_file.h"
 
 namespace bus_components {
 namespace {
 
 const long long kHardwareAhead = 3000000;  // microseconds
-const int kFrames = 24;
 
-class ClockOffsetTest : public ComponentTest {};
+struct Stamp {
+    long long frame, element;
+    int index;  // in its element
+};
+
+// Every frame of a monitor of `behaviour`, read between `before` and `after`.
+void ExpectStamps(int behaviour, const std::vector<Stamp>& stamps, long long before, long long after)
+{
+    SCOPED_TRACE("ts_behavior " + std::to_string(behaviour));
+    for (std::size_t k = 0; k < stamps.size(); ++k) {
+        const Stamp& s = stamps[k];
+        const long long received = behaviour == 0 ? s.frame : s.frame - kHardwareAhead;
+        EXPECT_GE(received, before) << k;
+        EXPECT_LE(received, after) << k;
+        if (behaviour == 2) {
+            // The engine's time of the wake-up on the element: taken just
+            // before the queue is read, so a frame that ends meanwhile may
+            // be a little younger than its element.
+            EXPECT_GE(s.element, before) << k;
+            EXPECT_LE(s.element, after) << k;
+            EXPECT_NEAR(static_cast<double>(s.element), static_cast<double>(received), 100000.0) << k;
+        } else if (s.index == 0) {
+            // An element bears its first frame's time.
+            EXPECT_EQ(s.element, s.frame) << k;
+        }
+    }
+}
+
+class ClockOffsetTest : public EthComponentTest {};
 
 TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
 {
-    // One monitor per ts_behavior: 0 converts to engine time, 1 keeps
-    // hardware time everywhere, 2 keeps it in the frames and stamps the
-    // element with the engine's time of the read.
+    // One monitor per ts_behavior, on the same frames.
+    const int kFrames = 24;
     const char* channels[] = {"NVX-CAN-2", "NVX-ZIRA-1", "ORV-CAN-1"};
     const bool vectorize[] = {false, true, true};
     const char* sampling[] = {"Event based", "Polling", "Event based"};
@@ -25,9 +52,7 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
     for (int i = 0; i < 3; ++i) {
         const std::string rx = "rx" + std::to_string(i);
         MakeOnChannel("NxCanMonitoring", rx, channels[i], false);
-        Set(rx + ".ts_behavior", "3|" + std::to_string(i) +
-                                     "|Convert HW timestamps to Veldor timebase|Keep HW timestamps (apply this on "
-                                     "output)|Keep HW timestamps (use Veldor timebase on output)");
+        SetTsBehaviour(rx, i);
         Set(rx + ".vectorize_frames", vectorize[i] ? "true" : "false");
         Set(rx + ".sampling_mode", sampling[i]);
         files.push_back(MakePrinter("print" + std::to_string(i), rx + ".oCAN"));
@@ -47,48 +72,43 @@ TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
     const long long after = Now();
     Shutdown();
 
-    std::vector<PrintedFrame> converted = ReadPrinted(files[0]);
-    std::vector<PrintedFrame> hardware = ReadPrinted(files[1]);
-    std::vector<PrintedFrame> hardwareFrames = ReadPrinted(files[2]);
-    ASSERT_EQ(converted.size(), static_cast<std::size_t>(kFrames));
-    ASSERT_EQ(hardware.size(), static_cast<std::size_t>(kFrames));
-    ASSERT_EQ(hardwareFrames.size(), static_cast<std::size_t>(kFrames));
-
+    std::vector<PrintedFrame> printed[3];
+    for (int i = 0; i < 3; ++i) {
+        printed[i] = ReadPrinted(files[i]);
+        ASSERT_EQ(printed[i].size(), static_cast<std::size_t>(kFrames));
+        std::vector<Stamp> stamps;
+        for (const PrintedFrame& f : printed[i]) stamps.push_back({f.ts, f.elementTs, f.index});
+        ExpectStamps(i, stamps, before, after);
+    }
+    // The same frame, seen through the three behaviours, at the same moment
+    // of the bus (the conversion's offset is read once, to the microsecond).
     for (int k = 0; k < kFrames; ++k) {
-        SCOPED_TRACE("frame " + std::to_string(k));
-        // 0: engine time in frame and element.
-        EXPECT_GE(converted[k].ts, before);
-        EXPECT_LE(converted[k].ts, after);
-        EXPECT_EQ(converted[k].elementTs, converted[k].ts);
-        // 1: hardware time; a vector's element bears its first frame's.
-        EXPECT_GE(hardware[k].ts - kHardwareAhead, before);
-        EXPECT_LE(hardware[k].ts - kHardwareAhead, after);
-        if (hardware[k].index == 0) {
-            EXPECT_EQ(hardware[k].elementTs, hardware[k].ts);
-        }
-        // 2: hardware time in the frame, the engine's time of the wake-up
-        // on the element: taken just before the queue is read, so a frame
-        // that ends meanwhile may be a little younger than its element.
-        const long long received = hardwareFrames[k].ts - kHardwareAhead;
-        EXPECT_GE(received, before);
-        EXPECT_LE(received, after);
-        EXPECT_GE(hardwareFrames[k].elementTs, before);
-        EXPECT_LE(hardwareFrames[k].elementTs, after);
-        EXPECT_NEAR(static_cast<double>(hardwareFrames[k].elementTs), static_cast<double>(received), 100000.0);
-        // The same frame, seen through the three behaviours, at the same
-        // moment of the bus (the conversion's offset is read once, to the
-        // microsecond).
-        EXPECT_EQ(hardware[k].ts, hardwareFrames[k].ts);
-        EXPECT_NEAR(static_cast<double>(converted[k].ts), static_cast<double>(hardware[k].ts - kHardwareAhead),
-                    1000.0);
+        EXPECT_EQ(printed[1][k].ts, printed[2][k].ts) << k;
+        EXPECT_NEAR(static_cast<double>(printed[0][k].ts), static_cast<double>(printed[1][k].ts - kHardwareAhead),
+                    1000.0)
+            << k;
     }
 }
 
-}  // namespace
-}  // namespace bus_components
+TEST_F(ClockOffsetTest, EthernetTimestampsFollowTheSelectedBehaviour)
+{
+    const int kFrames = 20;
+    for (int behaviour = 0; behaviour < 3; ++behaviour) {
+        const std::string got = MakeMonitor(behaviour, behaviour != 0);
+        MakeSender("Unsynchronized", kFrames, 60, 60, 1);
+        const long long before = Now();
+        Run();
+        ASSERT_TRUE(Eventually([&] { return Figure("got.printed") >= kFrames; }));
+        const long long after = Now();
+        engine.Graph().Clear();
 
-namespace bus_components {
-namespace {
+        const std::vector<PrintedEthFrame> out = ReadPrintedEthFrames(got);
+        ASSERT_EQ(out.size(), static_cast<std::size_t>(kFrames));
+        std::vector<Stamp> stamps;
+        for (const PrintedEthFrame& f : out) stamps.push_back({f.time, f.elementTime, f.index});
+        ExpectStamps(behaviour, stamps, before, after);
+    }
+}
 
 TEST_F(ClockOffsetTest, SimulationTimeIsTheHardwareClockStampedWithTheEngines)
 {

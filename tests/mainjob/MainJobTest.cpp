@@ -14,7 +14,6 @@
 #include <thread>
 
 #include "can_log/LogFiles.h"
-#include "pcap_log/PacketWriter.h"
 
 namespace mainjob {
 
@@ -54,55 +53,6 @@ std::vector<CanFrame> ReadLog(const std::string& path)
         if (r == veldor::canlog::ReadResult::Frame) frames.push_back(f);
     }
     return frames;
-}
-
-Bytes EthFrame(std::size_t length, std::uint32_t counter)
-{
-    Bytes f(length);
-    const std::uint8_t header[14] = {0x02, 0x4E, 0x58, 0x45, 0x00, 0x02, 0x02, 0x4E, 0x58, 0x45, 0x00, 0x01, 0x88, 0xB5};
-    std::copy(header, header + 14, f.begin());
-    for (int i = 0; i < 4; ++i) f[14 + i] = static_cast<std::uint8_t>(counter >> (8 * i));
-    for (std::size_t i = 18; i < length; ++i) f[i] = static_cast<std::uint8_t>(i * 7 + counter);
-    return f;
-}
-
-veldor::pcaplog::Interface EthInterface(const std::string& name)
-{
-    veldor::pcaplog::Interface i;
-    i.name = name;
-    return i;
-}
-
-veldor::pcaplog::Interface CanInterface(const std::string& name)
-{
-    veldor::pcaplog::Interface i = EthInterface(name);
-    i.linkType = veldor::pcaplog::kLinkTypeSocketCan;
-    return i;
-}
-
-void WriteCapture(const std::string& path, const std::vector<veldor::pcaplog::Interface>& interfaces,
-                  const std::vector<CapturedFrame>& frames)
-{
-    std::string error;
-    auto writer = veldor::pcaplog::OpenPacketWriter(path, interfaces, error);
-    ASSERT_TRUE(writer) << error;
-    for (const CapturedFrame& f : frames) {
-        veldor::canlog::WriteResult written;
-        if (interfaces.at(f.interface).Kind() == veldor::pcaplog::LinkKind::Can) {
-            CanFrame can = f.can;
-            can.timestamp = f.time / 1000;
-            written = writer->Write(f.interface, can);
-        } else {
-            veldor::pcaplog::Packet packet;
-            packet.interface = f.interface;
-            packet.time = f.time;
-            packet.data = f.bytes.data();
-            packet.capturedLength = packet.originalLength = static_cast<std::uint32_t>(f.bytes.size());
-            written = writer->Write(packet);
-        }
-        ASSERT_EQ(written, veldor::canlog::WriteResult::Written) << writer->Error();
-    }
-    ASSERT_TRUE(writer->Close()) << writer->Error();
 }
 
 std::vector<Arrival> ReadArrivals(const std::string& path)

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "can_log/CanFrame.h"
-#include "pcap_log/Packet.h"
 #include "scratch.h"
 
 namespace mainjob {
@@ -22,32 +21,12 @@ using veldor::canlog::CanFrame;
 using veldtest::Eventually;
 using veldtest::ReadText;
 using veldtest::WriteText;
-using Bytes = std::vector<std::uint8_t>;
 
 // `count` classic frames `period` apart from `start`, frame k carrying k in
 // its first four bytes (what CanFrameStats counts).
 std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std::int64_t start = 1700000000000000);
 void WriteLog(const std::string& path, const std::vector<CanFrame>& frames);
 std::vector<CanFrame> ReadLog(const std::string& path);
-
-// An Ethernet frame of `length` bytes (at least 18) to nvxeth2's address, of
-// the local experimental type 0x88B5, carrying `counter` after its header
-// and a pattern after that.
-Bytes EthFrame(std::size_t length, std::uint32_t counter);
-// One frame of a capture file: on interface `interface`, at `time`
-// nanoseconds, an Ethernet frame's bytes or a CAN frame.
-struct CapturedFrame {
-    std::uint32_t interface = 0;
-    std::int64_t time = 0;
-    Bytes bytes;
-    CanFrame can;
-};
-// Writes a capture file of these interfaces (pcap: one Ethernet interface)
-// and frames.
-void WriteCapture(const std::string& path, const std::vector<veldor::pcaplog::Interface>& interfaces,
-                  const std::vector<CapturedFrame>& frames);
-veldor::pcaplog::Interface EthInterface(const std::string& name);
-veldor::pcaplog::Interface CanInterface(const std::string& name);
 
 // One line of a CanFrameStats csv file.
 struct Arrival {

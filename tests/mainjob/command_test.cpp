@@ -1,7 +1,8 @@
 // The bus commands of veldor as a user runs them, on the simulated bus (the
 // test runs under tools/with-sim-bus; the commands it starts share its bus):
 // the channel list, a replay recorded by another process, a channel in use
-// and Ctrl-C, and each bad input with its one message and exit code.
+// and Ctrl-C, and each bad input (logs and captures) with its one message
+// and exit code.
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
@@ -16,6 +17,7 @@
 #include "NxBusLibraryPaths.h"
 #include "can_load.h"
 #include "can_log/CanFrame.h"
+#include "CaptureTestSupport.h"
 
 namespace mainjob {
 namespace {
@@ -147,16 +149,16 @@ TEST_F(Command, ARecordingKeepsEveryFrameOfAFullBus)
     }
 }
 
-// One bad input: a file's text (none: the file does not exist) and the
-// command's arguments; what it must say and its exit code.
+// One bad input: a file's bytes (none: the file does not exist) and the
+// command's words before it; what it must say and its exit code.
 struct BadInput {
     const char* name;
-    const char* extension;
-    std::string text;  // "-": no file
-    std::vector<std::string> options;
+    const char* file;
+    std::string bytes;  // "-": no file
+    std::vector<std::string> words;
     int code;
     const char* message;  // in the first line told
-    int replayed;         // -1: nothing replayed, no summary; -2: a summary of a replay that failed
+    int replayed = -1;    // -1: nothing replayed, no summary; -2: a summary of a replay that failed
     std::size_t lines = 1;               // told on the standard error stream
     const char* alsoSaid = "";           // in those lines too
     const char* simulatorConfig = "";    // for the command's bus library
@@ -166,17 +168,12 @@ void PrintTo(const BadInput& c, std::ostream* out) { *out << c.name; }
 
 class CommandBadInput : public Command, public ::testing::WithParamInterface<BadInput> {};
 
-const char* const kGoodLines =
-    "(1700000000.000000) can0 100#0011223344556677\n"
-    "(1700000000.001000) can0 101#0011223344556677\n";
-
 TEST_P(CommandBadInput, GivesOneClearMessage)
 {
     const BadInput& c = GetParam();
-    const std::string file = File(std::string("input.") + c.extension);
-    if (c.text != "-") WriteText(file, c.text);
-    std::vector<std::string> args{"replay", "can", "--channel", "NVX-CAN-1"};
-    args.insert(args.end(), c.options.begin(), c.options.end());
+    const std::string file = File(c.file);
+    if (c.bytes != "-") WriteText(file, c.bytes);
+    std::vector<std::string> args = c.words;
     args.push_back(file);
     if (*c.simulatorConfig) {
         WriteText(File("sim.conf"), c.simulatorConfig);
@@ -186,7 +183,7 @@ TEST_P(CommandBadInput, GivesOneClearMessage)
     unsetenv("NXBUSAPI_SIM_CONFIG");
     EXPECT_EQ(r.code, c.code) << r.err;
     ASSERT_EQ(r.ErrLines().size(), c.lines) << r.err;
-    EXPECT_EQ(r.err.rfind("veldor replay: ", 0), 0u) << r.err;
+    EXPECT_EQ(r.err.rfind("veldor " + args[0] + ": ", 0), 0u) << r.err;
     EXPECT_NE(r.ErrLines()[0].find(c.message), std::string::npos) << r.err;
     EXPECT_NE(r.err.find(c.alsoSaid), std::string::npos) << r.err;
     if (c.replayed >= 0)
@@ -209,46 +206,104 @@ std::string Busy()
     return text;
 }
 
+const char* const kGoodLines =
+    "(1700000000.000000) can0 100#0011223344556677\n"
+    "(1700000000.001000) can0 101#0011223344556677\n";
+const std::string kBadIdentifier =
+    "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
+    "(1700000000.001000) can0 101#0011223344556677\n";
+
+std::vector<std::string> ReplayCan(std::vector<std::string> options = {})
+{
+    options.insert(options.begin(), {"replay", "can", "--channel", "NVX-CAN-1"});
+    return options;
+}
+
 INSTANTIATE_TEST_SUITE_P(
-    Inputs, CommandBadInput,
+    Logs, CommandBadInput,
     ::testing::Values(
-        BadInput{"Missing", "log", "-", {}, 1, "input.log: No such file or directory", -1},
-        BadInput{"Empty", "log", "", {}, 1, "input.log holds no CAN frame", -1},
-        BadInput{"Truncated", "log", "(1700000000.000000) can0 100#0011223344556677\n(1700000000.001000) can0 10", {}, 0,
-                 "input.log: line 2: ", 1},
-        BadInput{"InvalidIdentifier", "log",
-                 "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
-                 "(1700000000.001000) can0 101#0011223344556677\n",
-                 {}, 0, "input.log: line 2: invalid identifier", 2},
-        BadInput{"InvalidIdentifierStops", "log",
-                 "(1700000000.000000) can0 100#0011223344556677\n(1700000000.000500) can0 12345#00\n"
-                 "(1700000000.001000) can0 101#0011223344556677\n",
-                 {"--on-error", "stop"}, 1, "input.log: line 2: invalid identifier", 1},
-        BadInput{"InvalidDlc", "asc",
+        BadInput{"Missing", "input.log", "-", ReplayCan(), 1, "input.log: No such file or directory"},
+        BadInput{"Empty", "input.log", "", ReplayCan(), 1, "input.log holds no CAN frame"},
+        BadInput{"Truncated", "input.log", "(1700000000.000000) can0 100#0011223344556677\n(1700000000.001000) can0 10",
+                 ReplayCan(), 0, "input.log: line 2: ", 1},
+        BadInput{"InvalidIdentifier", "input.log", kBadIdentifier, ReplayCan(), 0,
+                 "input.log: line 2: invalid identifier", 2},
+        BadInput{"InvalidIdentifierStops", "input.log", kBadIdentifier, ReplayCan({"--on-error", "stop"}), 1,
+                 "input.log: line 2: invalid identifier", 1},
+        BadInput{"InvalidDlc", "input.asc",
                  "date Tue Nov 14 10:13:20.123 pm 2023\nbase hex  timestamps absolute\n"
                  "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n"
                  "   0.000100 1  123             Rx   d 2 01 02\n"
                  "   0.000200 1  124             Rx   d 19 01 02\n"
                  "   0.000300 1  125             Rx   d 1 01\n"
                  "End TriggerBlock\n",
-                 {}, 0, "input.asc: line 5: invalid DLC", 2},
-        BadInput{"UnknownChannel", "log", kGoodLines, {"--channel", "NVX-CAN-9"}, 1,
-                 "unknown channel \"NVX-CAN-9\" at 127.0.0.1; channels: NVX-CAN-1, NVX-CAN-2", -1},
-        BadInput{"SpeedWithSync", "log", kGoodLines, {"--sync", "--speed", "2"}, 2, "--speed is for a replay paced here", -1},
+                 ReplayCan(), 0, "input.asc: line 5: invalid DLC", 2},
+        BadInput{"UnknownChannel", "input.log", kGoodLines, ReplayCan({"--channel", "NVX-CAN-9"}), 1,
+                 "unknown channel \"NVX-CAN-9\" at 127.0.0.1; channels: NVX-CAN-1, NVX-CAN-2"},
+        BadInput{"SpeedWithSync", "input.log", kGoodLines, ReplayCan({"--sync", "--speed", "2"}), 2,
+                 "--speed is for a replay paced here"},
         // Lines in seconds since the epoch among seconds since the start:
         // without the shortened gap this replay would wait 54 years.
-        BadInput{"EpochSecondsAmongRelativeOnes", "log",
+        BadInput{"EpochSecondsAmongRelativeOnes", "input.log",
                  "(0.000000) can0 100#00\n(0.010000) can0 101#01\n(1700000000.020000) can0 102#02\n"
                  "(1700000000.030000) can0 103#03\n(0.040000) can0 104#04\n(0.050000) can0 105#05\n",
-                 {"--max-gap", "0.2s"}, 0,
+                 ReplayCan({"--max-gap", "0.2s"}), 0,
                  "input.log: line 3: the frame comes 1700000000.01 s after the one before; the gap is shortened to 0.2 s",
                  6, 2, "input.log: line 5: the time goes back 1699999999.99 s"},
         // Refused before anything is sent: no summary.
-        BadInput{"SpeedBeyondTheBus", "log", Busy(), {"--speed", "1.5"}, 1,
+        BadInput{"SpeedBeyondTheBus", "input.log", Busy(), ReplayCan({"--speed", "1.5"}), 1,
                  "the file needs 114.2% of the bus at 500k bit/s and speed 1.50 in its busiest second", -1, 1,
                  "more than the 100% the channel carries"},
-        BadInput{"TransmitFailure", "log", Busy(), {}, 1, "the replay onto NVX-CAN-1 stopped: ", -2, 1,
+        BadInput{"TransmitFailure", "input.log", Busy(), ReplayCan(), 1, "the replay onto NVX-CAN-1 stopped: ", -2, 1,
                  "transmit queue full", "[fault NXCAN_TransmitMessages]\ncode = 7\nafter = 100\n"}),
+    [](const ::testing::TestParamInfo<BadInput>& info) { return std::string(info.param.name); });
+
+// A pcapng file of an Ethernet interface and a CAN interface, three frames
+// each; cut short by `cut` bytes, or its first packet block's length wrong.
+std::string TwoBuses(std::size_t cut = 0, bool wrongLength = false)
+{
+    pcaplog_test::Pcapng f;
+    f.Section().Interface(1, {{2, "eth0"}}).Interface(227, {{2, "can0"}});
+    const std::size_t first = f.bytes.size();
+    for (int k = 0; k < 6; ++k)
+        f.Packet(k % 2, 1700000000000000 + k * 1000,
+                 k % 2 ? pcaplog_test::Hex("00000123 08000000 0011223344556677") : std::string(60 + k, 'e'));
+    if (wrongLength) f.bytes[first + 4] += 4;
+    f.bytes.resize(f.bytes.size() - cut);
+    return f.bytes;
+}
+
+const std::vector<std::string> kReplayEth{"replay", "eth", "--channel", "NVX-ETH-1"};
+
+INSTANTIATE_TEST_SUITE_P(
+    CaptureFiles, CommandBadInput,
+    ::testing::Values(
+        BadInput{"MissingCapture", "input.pcap", "-", kReplayEth, 1, "input.pcap"},
+        BadInput{"EmptyCapture", "input.pcap", "", kReplayEth, 1, "input.pcap"},
+        BadInput{"NoCapture", "input.pcapng", "no capture\n", kReplayEth, 1, "input.pcapng"},
+        BadInput{"TruncatedCapture", "input.pcapng", TwoBuses(10), kReplayEth, 1, "; nothing was sent"},
+        BadInput{"BlockOfWrongLength", "input.pcapng", TwoBuses(0, true), kReplayEth, 1, "; nothing was sent"},
+        // Linux cooked capture.
+        BadInput{"OtherLinkType", "input.pcap", pcaplog_test::PcapFile(113, {{0, std::string(20, '\x01')}}),
+                 kReplayEth, 1, "input.pcap"},
+        BadInput{"NoInterfaceOfTheKind", "input.pcapng",
+                 pcaplog_test::Pcapng().Section().Interface(227, {{2, "can0"}}).bytes, kReplayEth, 1,
+                 "input.pcapng holds no Ethernet interface: can0 (CAN)"},
+        BadInput{"MapOfNoInterface", "input.pcapng", TwoBuses(), {"replay", "--map", "eth9=NVX-ETH-1"}, 1,
+                 "input.pcapng has no interface \"eth9\"; it has eth0 (Ethernet), can0 (CAN)"},
+        BadInput{"NoMap", "input.pcapng", TwoBuses(), {"replay", "--sync"}, 1, "no interface of"},
+        BadInput{"MapOntoAnotherKind", "input.pcapng", TwoBuses(), {"replay", "--map", "can0=NVX-ETH-1"}, 1,
+                 "can0 holds CAN frames; NVX-ETH-1 is an Ethernet interface"},
+        BadInput{"UnknownInterface", "input.pcap", pcaplog_test::PcapFile(1, {{1000, std::string(60, 'e')}}),
+                 {"replay", "eth", "--channel", "NVX-ETH-9"}, 1, "unknown Ethernet interface \"NVX-ETH-9\" at 127.0.0.1"},
+        BadInput{"UnknownChannelOfSeveral", "input.pcapng", "-",
+                 {"record", "--channel", "NVX-ETH-2", "--channel", "NVX-NONE-3"}, 1, "unknown channel \"NVX-NONE-3\""},
+        BadInput{"SeveralBusesInALog", "input.asc", "-", {"record", "--channel", "NVX-CAN-2"}, 2,
+                 "a file of several buses is .pcapng"},
+        BadInput{"EthernetInALog", "input.log", "-", {"record", "eth", "--channel", "NVX-ETH-2"}, 2,
+                 "eth takes a .pcap or .pcapng file"},
+        BadInput{"OptionOfTheOtherKind", "input.pcap", "-", {"replay", "eth", "--channel", "NVX-ETH-1", "--fd"}, 2,
+                 "--fd is an option of CAN channels"}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return std::string(info.param.name); });
 
 }  // namespace

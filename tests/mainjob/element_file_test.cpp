@@ -60,7 +60,23 @@ struct StreamCase {
     int elements;
 };
 
-class EltFileRecorderAndPlayer : public ComponentTest, public ::testing::WithParamInterface<StreamCase> {};
+class EltFiles : public ComponentTest {
+protected:
+    // What the source "src" writes on `output`, recorded into `file`; the
+    // diagram cleared after.
+    void RecordInto(const std::string& file, const std::string& output, long long elements)
+    {
+        Make("EltFileRecorder", "rec");
+        Set("rec.file", file);
+        Connect("src." + output, "rec.iElt");
+        Run();
+        ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == elements; }, 10)) << Figure("rec.recorded");
+        Shutdown();
+        engine.Graph().Clear();
+    }
+};
+
+class EltFileRecorderAndPlayer : public EltFiles, public ::testing::WithParamInterface<StreamCase> {};
 
 TEST_P(EltFileRecorderAndPlayer, GiveEveryElementBackWithItsTimestampAndPayload)
 {
@@ -68,13 +84,7 @@ TEST_P(EltFileRecorderAndPlayer, GiveEveryElementBackWithItsTimestampAndPayload)
     const std::string recorded = m_folder + "/a.velt", replayed = m_folder + "/b.velt";
     Make(c.model, "src");
     for (const auto& setting : c.settings) Set(std::string("src.") + setting.first, setting.second);
-    Make("EltFileRecorder", "rec");
-    Set("rec.file", recorded);
-    Connect(std::string("src.") + c.output, "rec.iElt");
-    Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == c.elements; }, 10)) << Figure("rec.recorded");
-    Shutdown();
-    engine.Graph().Clear();
+    RecordInto(recorded, c.output, c.elements);
 
     Make("EltFilePlayer", "play");
     Set("play.file", recorded);
@@ -118,21 +128,15 @@ INSTANTIATE_TEST_SUITE_P(
 // ---------------------------------------------------------------------------
 // Paced on the engine's clock
 
-TEST_F(ComponentTest, EltFilePlayerHandsNoElementOnBeforeItIsDue)
+TEST_F(EltFiles, ThePlayerHandsNoElementOnBeforeItIsDue)
 {
     const std::string file = m_folder + "/frames.velt", csv = m_folder + "/arrivals.csv";
-    Make("CanGenerator", "gen");
-    Set("gen.count", "40");
-    Set("gen.period", "5000");
-    Set("gen.paced", "false");
-    Set("gen.first_timestamp", "1700000000000000");
-    Make("EltFileRecorder", "rec");
-    Set("rec.file", file);
-    Connect("gen.oCAN", "rec.iElt");
-    Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == 40; }, 10));
-    Shutdown();
-    engine.Graph().Clear();
+    Make("CanGenerator", "src");
+    Set("src.count", "40");
+    Set("src.period", "5000");
+    Set("src.paced", "false");
+    Set("src.first_timestamp", "1700000000000000");
+    RecordInto(file, "oCAN", 40);
 
     Make("EltFilePlayer", "play");
     Set("play.file", file);
@@ -155,7 +159,7 @@ TEST_F(ComponentTest, EltFilePlayerHandsNoElementOnBeforeItIsDue)
 // ---------------------------------------------------------------------------
 // What is refused
 
-TEST_F(ComponentTest, EltFileRecorderRefusesThePcapStreamRecordWithOneMessage)
+TEST_F(EltFiles, TheRecorderRefusesThePcapStreamRecordWithOneMessage)
 {
     Make("PcapSource", "src");
     Make("EltFileRecorder", "rec");

@@ -65,18 +65,17 @@ TEST_F(ToolInterop, WiresharkToolsMakeMultiInterfaceFilesWeRead)
     // another port, merged by time into one pcapng file of three interfaces.
     const Drive drive = MakeDrive(true, 1500);
     std::vector<Drive> single(3);
-    for (int i = 0; i < 3; ++i) single[i].interfaces = {drive.interfaces[i]};
-    for (std::size_t i = 0; i < drive.packets.size(); ++i) {
-        const std::uint32_t interface = drive.packets[i].interface;
-        if (interface > 2) continue;
-        single[interface].packets.push_back(drive.packets[i]);
-        single[interface].packets.back().interface = 0;
-        single[interface].data.push_back(drive.data[i]);
-    }
     WriterOptions nano;
     nano.pcapNanoseconds = true;
     std::string inputs;
-    for (int i = 0; i < 3; ++i) {
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        single[i].interfaces = {drive.interfaces[i]};
+        for (std::size_t k = 0; k < drive.packets.size(); ++k) {
+            if (drive.packets[k].interface != i) continue;
+            single[i].packets.push_back(drive.packets[k]);
+            single[i].packets.back().interface = 0;
+            single[i].data.push_back(drive.data[k]);
+        }
         WriteDriveFile(File("in" + std::to_string(i) + ".pcap"), single[i], nano);
         inputs += " " + File("in" + std::to_string(i) + ".pcap");
     }
