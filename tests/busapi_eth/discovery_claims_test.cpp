@@ -113,12 +113,6 @@ TEST(EthLifecycle, CallsOutOfOrderAndFaultsAreRefusedWithTheirCodes)
         EXPECT_EQ(ErrorText(c).find("unknown"), std::string::npos) << c;
 }
 
-}  // namespace
-}  // namespace eth_test
-
-namespace eth_test {
-namespace {
-
 // Without a configuration file (CTest runs this one on its own, with
 // BUSAPI_ETH_DEFAULT_TOPOLOGY set): the two ends of tools/with-sim-bus's
 // veth pair, and nothing of the library but its 24 operations to be seen.

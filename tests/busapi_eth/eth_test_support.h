@@ -57,9 +57,8 @@ Bytes WithCheckSequence(const Bytes& frame);
 std::vector<Frame> Receive(NXTEthHandle handle, size_t count,
                            std::chrono::milliseconds timeout = std::chrono::seconds(5), uint32_t bufferSize = 0);
 
-// Classic pcap files (microseconds, Ethernet).
+// The frames of a classic pcap file (microseconds, Ethernet).
 std::vector<Bytes> ReadPcap(const std::string& path);
-void WritePcap(const std::string& path, const std::vector<Bytes>& frames);
 
 // A temporary folder for the test's files, removed at the end.
 using TempFolder = veldtest::ScratchDir;

@@ -5,6 +5,7 @@
 
 #include "ChildProcess.h"
 #include "eth_test_support.h"
+#include "pcap_file.h"
 
 namespace eth_test {
 namespace {
@@ -77,7 +78,9 @@ TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
     }
     if (Installed("/usr/bin/tcpreplay")) {
         const std::vector<Bytes> frames = Frames();
-        WritePcap(folder / "ours.pcap", frames);
+        std::vector<CapturedFrame> capture;
+        for (const Bytes& f : frames) capture.push_back({0, f});
+        ASSERT_TRUE(WritePcap(folder / "ours.pcap", capture));
         ASSERT_EQ(Shell("/usr/bin/tcpreplay -q -t -i nvxeth1 " + (folder / "ours.pcap") + " >/dev/null 2>&1"), 0);
         EXPECT_EQ(Payloads(Receive(rx, frames.size())), frames);
     }
