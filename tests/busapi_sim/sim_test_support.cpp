@@ -45,7 +45,7 @@ void SimTest::UseConfig(const std::string& text)
     nxsim::Simulator::Instance().ResetForTests();
 }
 
-NXTCanError SimTest::Register(const std::string& id, NXTCanHandle* handle, bool replay, bool highSpeed)
+NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay, bool highSpeed)
 {
     for (NXSCanChannelInfo& info : ListChannels("127.0.0.1")) {
         if (id != info.szChannelIdentifier)

@@ -27,7 +27,6 @@ protected:
     // channel.
     NXTCanHandle Open(const std::string& id, bool canFd = true, bool replay = false, bool highSpeed = false,
                       NXECanIdentifierType type = NXCAN_IDENTIFIER_TYPE_STD_XTD, uint32_t queueSize = 32768);
-    NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay = false, bool highSpeed = false);
 
     // Reads until `count` messages have arrived or the timeout passes.
     std::vector<NXSCanMessage> ReadAtLeast(NXTCanHandle handle, size_t count,
@@ -41,6 +40,8 @@ private:
     std::string m_configPath;
 };
 
+// Registers a listed channel as the package does, from its record.
+NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay = false, bool highSpeed = false);
 NXSCanMessage DataFrame(uint32_t id, uint16_t dlc, bool extended = false, uint32_t flags = 0, uint8_t seed = 0);
 // `count` frames of `dlc` with identifiers counting up from `first`.
 std::vector<NXSCanMessage> DataFrames(uint32_t first, size_t count, uint16_t dlc);
