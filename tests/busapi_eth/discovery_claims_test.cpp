@@ -2,13 +2,14 @@
 #include <signal.h>
 
 #include <cstring>
-#include <thread>
 
 #include "ChildProcess.h"
 #include "eth_test_support.h"
 
 namespace eth_test {
 namespace {
+
+using veldtest::Eventually;
 
 std::vector<std::string> Identifiers(const std::vector<NXSEthInterfaceInfo>& infos)
 {
@@ -71,11 +72,7 @@ TEST(EthClaims, AnInterfaceBelongsToOneRegistrationAcrossProcesses)
 
     holder.Kill();  // not reaped yet: a zombie holds nothing either
     NXTEthError rc = NXETH_ERR_INTERFACE_IN_USE;
-    for (int i = 0; i < 500 && rc == NXETH_ERR_INTERFACE_IN_USE; ++i) {
-        rc = Register("NVX-ETH-1", &h);
-        if (rc == NXETH_ERR_INTERFACE_IN_USE)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    EXPECT_TRUE(Eventually([&] { return (rc = Register("NVX-ETH-1", &h)) != NXETH_ERR_INTERFACE_IN_USE; }, 5));
     ASSERT_EQ(rc, NXETH_SUCCESS) << ErrorText(rc);
     EXPECT_EQ(Lib().UnregisterInterface(h), NXETH_SUCCESS);
 }

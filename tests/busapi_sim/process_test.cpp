@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "ChildProcess.h"
+#include "scratch.h"
 #include "sim_test_support.h"
 #include "simulator.h"
 
@@ -52,13 +53,8 @@ TEST_F(ProcessTest, ChannelOfALiveProcessIsRefusedAndOfADeadOneReleased)
     EXPECT_EQ(Register("NVX-CAN-2", &h), NXCAN_SUCCESS) << "other channels stay free";
 
     holder.Kill();  // not reaped yet: a zombie holds nothing either
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     NXTCanError rc = NXCAN_ERR_CHANNEL_IN_USE;
-    while (rc == NXCAN_ERR_CHANNEL_IN_USE && std::chrono::steady_clock::now() < deadline) {
-        rc = Register("NVX-CAN-1", &h);
-        if (rc == NXCAN_ERR_CHANNEL_IN_USE)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    EXPECT_TRUE(veldtest::Eventually([&] { return (rc = Register("NVX-CAN-1", &h)) != NXCAN_ERR_CHANNEL_IN_USE; }, 5));
     EXPECT_EQ(rc, NXCAN_SUCCESS) << ErrorText(rc);
 }
 
