@@ -128,7 +128,7 @@ TEST(EthDefault, TheTwoEndsOfTheVethPairAreFoundAtTheLoopbackAddress)
     uint32_t size = 0;
     EXPECT_EQ(Lib().GetInterfaceBufferSize(h, &size), NXETH_SUCCESS);
     EXPECT_GE(size, 714336u) << "a sampling period of a gigabit link, at least";
-    Close(h);
+    Close({h});
 }
 
 }  // namespace

@@ -84,10 +84,12 @@ NXTEthHandle Open(const std::string& id, bool replay)
     return h;
 }
 
-void Close(NXTEthHandle handle)
+void Close(std::initializer_list<NXTEthHandle> handles)
 {
-    EXPECT_EQ(Lib().DeactivateInterface(handle), NXETH_SUCCESS);
-    EXPECT_EQ(Lib().UnregisterInterface(handle), NXETH_SUCCESS);
+    for (NXTEthHandle handle : handles) {
+        EXPECT_EQ(Lib().DeactivateInterface(handle), NXETH_SUCCESS);
+        EXPECT_EQ(Lib().UnregisterInterface(handle), NXETH_SUCCESS);
+    }
 }
 
 uint64_t Now(NXTEthHandle handle)

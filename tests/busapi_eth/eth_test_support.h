@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,7 @@ std::vector<NXSEthInterfaceInfo> Discover(const std::vector<std::string>& addres
 NXTEthError Register(const std::string& id, NXTEthHandle* handle, bool replay = false);
 // Registered from its discovered record, initialised, activated, flushed.
 NXTEthHandle Open(const std::string& id, bool replay = false);
-void Close(NXTEthHandle handle);
+void Close(std::initializer_list<NXTEthHandle> handles);
 uint64_t Now(NXTEthHandle handle);
 uint64_t TicksPerSecond(NXTEthHandle handle);
 

@@ -145,8 +145,7 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
     size = static_cast<uint32_t>(stream.size());
     EXPECT_EQ(Lib().ReplayStreamData(tx, &size, stream.data()), NXETH_ERR_INVALID_RECORD);
     EXPECT_EQ(size, good);
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
 }
 
 }  // namespace

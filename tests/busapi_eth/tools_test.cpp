@@ -56,7 +56,7 @@ TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
     ASSERT_EQ(Lib().TransmitFrames(tx, static_cast<uint32_t>(frames.size()), block.data(), &sent), NXETH_SUCCESS);
     EXPECT_TRUE(tcpdump.ExitedCleanly());
     EXPECT_EQ(ReadPcap(folder / "got.pcap"), frames);
-    Close(tx);
+    Close({tx});
 }
 
 TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
@@ -84,7 +84,7 @@ TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
         ASSERT_EQ(Shell("/usr/bin/tcpreplay -q -t -i nvxeth1 " + (folder / "ours.pcap") + " >/dev/null 2>&1"), 0);
         EXPECT_EQ(Payloads(Receive(rx, frames.size())), frames);
     }
-    Close(rx);
+    Close({rx});
 }
 
 }  // namespace
