@@ -2,13 +2,14 @@
 #include <signal.h>
 
 #include <cstring>
-#include <thread>
 
 #include "ChildProcess.h"
 #include "eth_test_support.h"
 
 namespace eth_test {
 namespace {
+
+using veldtest::Eventually;
 
 std::vector<std::string> Identifiers(const std::vector<NXSEthInterfaceInfo>& infos)
 {
@@ -71,11 +72,7 @@ TEST(EthClaims, AnInterfaceBelongsToOneRegistrationAcrossProcesses)
 
     holder.Kill();  // not reaped yet: a zombie holds nothing either
     NXTEthError rc = NXETH_ERR_INTERFACE_IN_USE;
-    for (int i = 0; i < 500 && rc == NXETH_ERR_INTERFACE_IN_USE; ++i) {
-        rc = Register("NVX-ETH-1", &h);
-        if (rc == NXETH_ERR_INTERFACE_IN_USE)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    EXPECT_TRUE(Eventually([&] { return (rc = Register("NVX-ETH-1", &h)) != NXETH_ERR_INTERFACE_IN_USE; }, 5));
     ASSERT_EQ(rc, NXETH_SUCCESS) << ErrorText(rc);
     EXPECT_EQ(Lib().UnregisterInterface(h), NXETH_SUCCESS);
 }
@@ -113,12 +110,6 @@ TEST(EthLifecycle, CallsOutOfOrderAndFaultsAreRefusedWithTheirCodes)
         EXPECT_EQ(ErrorText(c).find("unknown"), std::string::npos) << c;
 }
 
-}  // namespace
-}  // namespace eth_test
-
-namespace eth_test {
-namespace {
-
 // Without a configuration file (CTest runs this one on its own, with
 // BUSAPI_ETH_DEFAULT_TOPOLOGY set): the two ends of tools/with-sim-bus's
 // veth pair, and nothing of the library but its 24 operations to be seen.
@@ -137,7 +128,7 @@ TEST(EthDefault, TheTwoEndsOfTheVethPairAreFoundAtTheLoopbackAddress)
     uint32_t size = 0;
     EXPECT_EQ(Lib().GetInterfaceBufferSize(h, &size), NXETH_SUCCESS);
     EXPECT_GE(size, 714336u) << "a sampling period of a gigabit link, at least";
-    Close(h);
+    Close({h});
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include <zlib.h>
 
 namespace eth_test {
 
@@ -20,17 +21,6 @@ Api g_api;
 // tools/with-sim-bus gives them).
 const uint8_t kTo[6] = {0x02, 0x4e, 0x58, 0x45, 0x00, 0x02};
 const uint8_t kFrom[6] = {0x02, 0x4e, 0x58, 0x45, 0x00, 0x01};
-
-uint32_t Crc32(const uint8_t* data, size_t size)
-{
-    uint32_t crc = 0xFFFFFFFFu;
-    for (size_t i = 0; i < size; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
 
 }  // namespace
 
@@ -94,10 +84,12 @@ NXTEthHandle Open(const std::string& id, bool replay)
     return h;
 }
 
-void Close(NXTEthHandle handle)
+void Close(std::initializer_list<NXTEthHandle> handles)
 {
-    EXPECT_EQ(Lib().DeactivateInterface(handle), NXETH_SUCCESS);
-    EXPECT_EQ(Lib().UnregisterInterface(handle), NXETH_SUCCESS);
+    for (NXTEthHandle handle : handles) {
+        EXPECT_EQ(Lib().DeactivateInterface(handle), NXETH_SUCCESS);
+        EXPECT_EQ(Lib().UnregisterInterface(handle), NXETH_SUCCESS);
+    }
 }
 
 uint64_t Now(NXTEthHandle handle)
@@ -139,7 +131,7 @@ uint32_t SequenceOf(const Bytes& frame)
 Bytes WithCheckSequence(const Bytes& frame)
 {
     Bytes out = frame;
-    const uint32_t crc = Crc32(frame.data(), frame.size());
+    const uint32_t crc = crc32(0, frame.data(), static_cast<uInt>(frame.size()));
     for (int i = 0; i < 4; ++i)
         out.push_back(static_cast<uint8_t>(crc >> (8 * i)));
     return out;
@@ -224,20 +216,6 @@ std::vector<Bytes> ReadPcap(const std::string& path)
         frames.push_back(std::move(f));
     }
     return frames;
-}
-
-void WritePcap(const std::string& path, const std::vector<Bytes>& frames)
-{
-    std::ofstream out(path, std::ios::binary);
-    const uint32_t header[6] = {0xA1B2C3D4u, 0x00040002u, 0, 0, 65535, 1};
-    out.write(reinterpret_cast<const char*>(header), sizeof header);
-    uint32_t usec = 0;
-    for (const Bytes& f : frames) {
-        const uint32_t record[4] = {1700000000, usec += 10, static_cast<uint32_t>(f.size()),
-                                    static_cast<uint32_t>(f.size())};
-        out.write(reinterpret_cast<const char*>(record), sizeof record);
-        out.write(reinterpret_cast<const char*>(f.data()), static_cast<std::streamsize>(f.size()));
-    }
 }
 
 }  // namespace eth_test

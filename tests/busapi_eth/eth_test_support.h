@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,7 @@ std::vector<NXSEthInterfaceInfo> Discover(const std::vector<std::string>& addres
 NXTEthError Register(const std::string& id, NXTEthHandle* handle, bool replay = false);
 // Registered from its discovered record, initialised, activated, flushed.
 NXTEthHandle Open(const std::string& id, bool replay = false);
-void Close(NXTEthHandle handle);
+void Close(std::initializer_list<NXTEthHandle> handles);
 uint64_t Now(NXTEthHandle handle);
 uint64_t TicksPerSecond(NXTEthHandle handle);
 
@@ -57,9 +58,8 @@ Bytes WithCheckSequence(const Bytes& frame);
 std::vector<Frame> Receive(NXTEthHandle handle, size_t count,
                            std::chrono::milliseconds timeout = std::chrono::seconds(5), uint32_t bufferSize = 0);
 
-// Classic pcap files (microseconds, Ethernet).
+// The frames of a classic pcap file (microseconds, Ethernet).
 std::vector<Bytes> ReadPcap(const std::string& path);
-void WritePcap(const std::string& path, const std::vector<Bytes>& frames);
 
 // A temporary folder for the test's files, removed at the end.
 using TempFolder = veldtest::ScratchDir;

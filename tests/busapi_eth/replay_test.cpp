@@ -34,14 +34,9 @@ NXSEthReplayStatusInfo Status(NXTEthHandle h)
     return info;
 }
 
-NXEEthReplayState WaitForState(NXTEthHandle h, NXEEthReplayState wanted)
+bool Reaches(NXTEthHandle h, NXEEthReplayState state)
 {
-    NXEEthReplayState state = Status(h).tReplayState;
-    for (int i = 0; i < 1000 && state != wanted; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        state = Status(h).tReplayState;
-    }
-    return state;
+    return veldtest::Eventually([&] { return Status(h).tReplayState == state; }, 5);
 }
 
 TEST(EthReplay, TheHeadOfARecordFollowsTheFramesLength)
@@ -114,7 +109,7 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
         EXPECT_GT(error, -static_cast<int64_t>(perMs)) << i;
         EXPECT_LT(error, static_cast<int64_t>(20 * perMs)) << i;
     }
-    EXPECT_EQ(WaitForState(tx, NXETH_REPLAY_STATE_END), NXETH_REPLAY_STATE_END);
+    EXPECT_TRUE(Reaches(tx, NXETH_REPLAY_STATE_END));
     NXSEthReplayStatusInfo info = Status(tx);
     EXPECT_EQ(info.ui64SentFrames, 20u);
     EXPECT_EQ(info.ui64ErrorData, 1u);
@@ -132,7 +127,7 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
         Append(stream, {i * 5 * perMs, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS, TestFrame(100, 100 + i)});
     size = static_cast<uint32_t>(stream.size());
     ASSERT_EQ(Lib().ReplayStreamData(tx, &size, stream.data()), NXETH_SUCCESS);
-    EXPECT_EQ(WaitForState(tx, NXETH_REPLAY_STATE_STOP), NXETH_REPLAY_STATE_STOP);
+    EXPECT_TRUE(Reaches(tx, NXETH_REPLAY_STATE_STOP));
     const std::vector<Frame> second = Receive(rx, 10, std::chrono::milliseconds(300));
     ASSERT_EQ(second.size(), 5u);
     for (uint32_t i = 0; i < 5; ++i)
@@ -150,8 +145,7 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
     size = static_cast<uint32_t>(stream.size());
     EXPECT_EQ(Lib().ReplayStreamData(tx, &size, stream.data()), NXETH_ERR_INVALID_RECORD);
     EXPECT_EQ(size, good);
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
 }
 
 }  // namespace

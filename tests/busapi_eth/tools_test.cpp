@@ -5,6 +5,7 @@
 
 #include "ChildProcess.h"
 #include "eth_test_support.h"
+#include "pcap_file.h"
 
 namespace eth_test {
 namespace {
@@ -55,7 +56,7 @@ TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
     ASSERT_EQ(Lib().TransmitFrames(tx, static_cast<uint32_t>(frames.size()), block.data(), &sent), NXETH_SUCCESS);
     EXPECT_TRUE(tcpdump.ExitedCleanly());
     EXPECT_EQ(ReadPcap(folder / "got.pcap"), frames);
-    Close(tx);
+    Close({tx});
 }
 
 TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
@@ -77,11 +78,13 @@ TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
     }
     if (Installed("/usr/bin/tcpreplay")) {
         const std::vector<Bytes> frames = Frames();
-        WritePcap(folder / "ours.pcap", frames);
+        std::vector<CapturedFrame> capture;
+        for (const Bytes& f : frames) capture.push_back({0, f});
+        ASSERT_TRUE(WritePcap(folder / "ours.pcap", capture));
         ASSERT_EQ(Shell("/usr/bin/tcpreplay -q -t -i nvxeth1 " + (folder / "ours.pcap") + " >/dev/null 2>&1"), 0);
         EXPECT_EQ(Payloads(Receive(rx, frames.size())), frames);
     }
-    Close(rx);
+    Close({rx});
 }
 
 }  // namespace

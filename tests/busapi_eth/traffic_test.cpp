@@ -80,8 +80,7 @@ TEST(EthTraffic, FramesArriveByteForByteInBothCheckSequenceModesOnTheSharedClock
     EXPECT_EQ(Lib().TransmitFrames(tx, 0, one.data(), &n), NXETH_SUCCESS);
     EXPECT_EQ(n, 0u);
     EXPECT_TRUE(Receive(withFcs, 1, std::chrono::milliseconds(50)).empty()) << "nothing of a refused block went out";
-    for (NXTEthHandle h : {tx, withFcs, withoutFcs})
-        Close(h);
+    Close({tx, withFcs, withoutFcs});
 }
 
 TEST(EthTraffic, AReadTooSmallTakesWholeFramesFlagsTheRestAndLosesNothing)
@@ -116,8 +115,7 @@ TEST(EthTraffic, AReadTooSmallTakesWholeFramesFlagsTheRestAndLosesNothing)
     ASSERT_EQ(got.size(), frames.size());
     for (size_t i = 0; i < frames.size(); ++i)
         EXPECT_EQ(Payload(got[i]), frames[i]) << i;
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
 }
 
 TEST(EthTraffic, FramesTheRingHadNoRoomForAreFlaggedOnTheNextFrame)
@@ -143,8 +141,7 @@ TEST(EthTraffic, FramesTheRingHadNoRoomForAreFlaggedOnTheNextFrame)
     const std::vector<Frame> next = Receive(rx, 1);
     ASSERT_EQ(next.size(), 1u);
     EXPECT_EQ(next[0].flags, 0u);
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
 }
 
 TEST(EthTraffic, AFilterKeepsWhatItSelects)
@@ -161,8 +158,7 @@ TEST(EthTraffic, AFilterKeepsWhatItSelects)
     char wrong[] = "ether nonsense";
     EXPECT_EQ(Lib().SetFilter(rx, wrong), NXETH_ERR_INVALID_FILTER);
     EXPECT_NE(ErrorText(NXETH_ERR_INVALID_FILTER).find("nonsense"), std::string::npos);
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
 }
 
 TEST(EthTraffic, ALineRateHoldsTheDeviceToItsPace)
@@ -192,8 +188,7 @@ TEST(EthTraffic, ALineRateHoldsTheDeviceToItsPace)
     // a millisecond at the start.
     const double seconds = static_cast<double>(got.back().ticks - got.front().ticks) / TicksPerSecond(rx);
     EXPECT_GT(seconds, (frames.size() - 1) * 1538 * 8 / 100e6 - 0.002);
-    Close(tx);
-    Close(rx);
+    Close({tx, rx});
     std::system("ip link del nvxrate1");
 }
 

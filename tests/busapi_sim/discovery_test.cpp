@@ -47,25 +47,20 @@ TEST_F(DiscoveryTest, DefaultTopologyOffersWhatTheComponentsLookFor)
     EXPECT_TRUE(ids.count("NVX-CAN-1") && ids.count("NVX-CAN-2") && ids.count("NVX-VIRT-1"));
 }
 
-TEST_F(DiscoveryTest, OnlyTheBusAddressFindsChannels)
+TEST_F(DiscoveryTest, OnlyTheBusAddressFindsChannelsAndListingFillsNoMoreThanAskedFor)
 {
-    EXPECT_TRUE(ListChannels("10.1.2.3").empty());
-    EXPECT_TRUE(ListChannels("").empty());
-    EXPECT_TRUE(ListChannels("not an address").empty());
-
+    for (const char* elsewhere : {"10.1.2.3", "", "not an address"})
+        EXPECT_TRUE(ListChannels(elsewhere).empty()) << elsewhere;
     NXSCanChannelsSearchAttribute attribute{};
     attribute.tSearchAttributeType = static_cast<NXECanChannelsSearchAttributeType>(7);
     uint32_t count = 99;
     EXPECT_EQ(NXCAN_GetAvailableChannelsCount(&count, 1, &attribute), NXCAN_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(NXCAN_GetAvailableChannelsCount(nullptr, 0, nullptr), NXCAN_ERR_INVALID_ARGUMENT);
-}
 
-TEST_F(DiscoveryTest, ListingFillsNoMoreThanAskedFor)
-{
-    NXSCanChannelsSearchAttribute attribute{NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS, "127.0.0.1"};
+    attribute = {NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS, "127.0.0.1"};
     NXSCanChannelInfo channels[3];
     std::memset(channels, 0xEE, sizeof channels);
-    uint32_t count = 2;
+    count = 2;
     ASSERT_EQ(NXCAN_GetAvailableChannels(&count, channels, 1, &attribute), NXCAN_SUCCESS);
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(static_cast<unsigned char>(channels[2].szVendorName[0]), 0xEE) << "third record untouched";

@@ -1,20 +1,27 @@
 // Several processes on one bus: traffic across them, channel claims, and a
-// process that dies while it holds the bus.
+// process that dies while it holds the bus. This program is also the other
+// process (the environment selects the namespace and configuration, as for
+// any user of the library); each mode prints "ready" once it is in place:
+//   busapi_sim_tests receive CHANNEL COUNT TIMEOUT_MS  then a line per frame
+//   busapi_sim_tests hold CHANNEL                      claims it and waits
+//   busapi_sim_tests hold-lock BUS                     holds its lock and waits
 #include <sys/wait.h>
+#include <unistd.h>
 
-#include <sstream>
+#include <cstdio>
 #include <thread>
 
 #include "ChildProcess.h"
+#include "scratch.h"
 #include "sim_test_support.h"
+#include "simulator.h"
 
 namespace nxsim_test {
 namespace {
 
-// A child process running nxsim_peer.
 class Peer : public nxtest::ChildProcess {
 public:
-    explicit Peer(std::vector<std::string> args) : ChildProcess(NXSIM_PEER, std::move(args)) {}
+    explicit Peer(std::vector<std::string> args) : ChildProcess("/proc/self/exe", std::move(args)) {}
 };
 
 using ProcessTest = SimTest;
@@ -46,13 +53,8 @@ TEST_F(ProcessTest, ChannelOfALiveProcessIsRefusedAndOfADeadOneReleased)
     EXPECT_EQ(Register("NVX-CAN-2", &h), NXCAN_SUCCESS) << "other channels stay free";
 
     holder.Kill();  // not reaped yet: a zombie holds nothing either
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     NXTCanError rc = NXCAN_ERR_CHANNEL_IN_USE;
-    while (rc == NXCAN_ERR_CHANNEL_IN_USE && std::chrono::steady_clock::now() < deadline) {
-        rc = Register("NVX-CAN-1", &h);
-        if (rc == NXCAN_ERR_CHANNEL_IN_USE)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    EXPECT_TRUE(veldtest::Eventually([&] { return (rc = Register("NVX-CAN-1", &h)) != NXCAN_ERR_CHANNEL_IN_USE; }, 5));
     EXPECT_EQ(rc, NXCAN_SUCCESS) << ErrorText(rc);
 }
 
@@ -74,3 +76,61 @@ TEST_F(ProcessTest, ProcessKilledHoldingTheBusLockDoesNotWedgeIt)
 
 }  // namespace
 }  // namespace nxsim_test
+
+namespace {
+
+int RunPeer(const std::string& mode, char** argv)
+{
+    using namespace nxsim_test;
+    NXTCanHandle h = NXCAN_INVALID_HANDLE;
+    bool fd = false;
+    if (mode == "hold-lock") {
+        nxsim::Simulator& sim = nxsim::Simulator::Instance();
+        nxsim::Bus* bus = sim.Ready() == NXCAN_SUCCESS ? sim.FindBus(argv[2]) : nullptr;
+        std::string error;
+        if (bus == nullptr || bus->EnsureAttached(&error) != NXCAN_SUCCESS)
+            return std::fprintf(stderr, "bus %s: %s\n", argv[2], error.c_str()), 2;
+        bus->SegmentForTests()->Lock();
+    } else if (Register(argv[2], &h) != NXCAN_SUCCESS ||
+               (mode == "receive" && (NXCAN_InitChannel(h, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, true, &fd) != NXCAN_SUCCESS ||
+                                      NXCAN_ActivateChannel(h) != NXCAN_SUCCESS))) {
+        return std::fprintf(stderr, "cannot open %s\n", argv[2]), 2;
+    }
+    std::printf("ready\n");
+    std::fflush(stdout);
+    if (mode != "receive")
+        for (;;)
+            pause();
+    std::vector<NXSCanMessage> buffer(256);
+    size_t got = 0;
+    const size_t wanted = std::strtoul(argv[3], nullptr, 10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[4]));
+    while (got < wanted && std::chrono::steady_clock::now() < deadline) {
+        uint32_t n = static_cast<uint32_t>(buffer.size());
+        if (NXCAN_ReadReceiveQueue(h, &n, buffer.data()) != NXCAN_SUCCESS)
+            return 4;
+        for (const NXSCanMessage& m : std::vector<NXSCanMessage>(buffer.begin(), buffer.begin() + n)) {
+            std::printf("%x %u %u %x", m.ulCanIdentifier, m.tCanIdentifierType, m.usDLC, m.ulFlags);
+            for (int b = 0; b < 8; ++b)
+                std::printf(" %02x", m.ucData[b]);
+            std::printf("\n");
+        }
+        std::fflush(stdout);
+        got += n;
+        if (n == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    NXCAN_UnregisterChannel(h);
+    return got >= wanted ? 0 : 3;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string mode = argc > 1 ? argv[1] : "";
+    if ((mode == "receive" && argc == 5) || ((mode == "hold" || mode == "hold-lock") && argc == 3))
+        return RunPeer(mode, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <thread>
 
+#include "scratch.h"
 #include "sim_test_support.h"
 
 namespace nxsim_test {
@@ -25,15 +26,9 @@ protected:
         ASSERT_EQ(NXCAN_ReplayStreamData(m_replay, &size, const_cast<uint8_t*>(stream.data())), NXCAN_SUCCESS);
         ASSERT_EQ(size, stream.size());
     }
-    NXECanReplayState WaitForState(NXECanReplayState state, std::chrono::milliseconds timeout = std::chrono::seconds(5))
+    bool Reaches(NXECanReplayState state)
     {
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
-        NXECanReplayState now = ReplayStatus(m_replay).tReplayState;
-        while (now != state && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            now = ReplayStatus(m_replay).tReplayState;
-        }
-        return now;
+        return veldtest::Eventually([&] { return ReplayStatus(m_replay).tReplayState == state; }, 5);
     }
 
     NXTCanHandle m_replay = NXCAN_INVALID_HANDLE;
@@ -90,7 +85,7 @@ TEST_F(ReplayTest, FramesLeaveAtStartPlusTimestampMinusOffset)
     EXPECT_EQ(got[4].usDLC, 15);
     EXPECT_EQ(got[4].ucData[63], static_cast<uint8_t>(0x104 + 63)) << "payload beyond the 64-byte head";
 
-    ASSERT_EQ(WaitForState(NXCAN_REPLAY_STATE_END), NXCAN_REPLAY_STATE_END);
+    ASSERT_TRUE(Reaches(NXCAN_REPLAY_STATE_END));
     const NXSCanReplayStatusInfo info = ReplayStatus(m_replay);
     EXPECT_EQ(info.ui64SentFrames, 5u);
     EXPECT_EQ(info.ui64SendFailed + info.ui64Dropped + info.ui64ErrorData, 0u);
@@ -109,7 +104,7 @@ TEST_F(ReplayTest, StopTimeEndsTheReplay)
     const uint64_t start = HardwareTime(m_replay) + Ms(30);
     ASSERT_EQ(NXCAN_SetReplayStopTime(m_replay, start + Ms(225)), NXCAN_SUCCESS);
     ASSERT_EQ(NXCAN_SetReplayStartTime(m_replay, start, 0, NXCAN_REPLAY_OPTION_NONE, 0), NXCAN_SUCCESS);
-    ASSERT_EQ(WaitForState(NXCAN_REPLAY_STATE_STOP), NXCAN_REPLAY_STATE_STOP);
+    ASSERT_TRUE(Reaches(NXCAN_REPLAY_STATE_STOP));
     const auto got = ReadAtLeast(m_rx, 6, std::chrono::milliseconds(100));
     ASSERT_EQ(got.size(), 5u) << "frames at 0, 50, 100, 150 and 200 ms";
     EXPECT_EQ(got.back().ulCanIdentifier, 0x204u);
@@ -261,7 +256,7 @@ TEST_F(ReplayTest, FramesOfAnInactiveChannelFail)
     AppendEndRecord(stream);
     Stream(stream);
     ASSERT_EQ(NXCAN_SetReplayStartTime(m_replay, 0, 0, NXCAN_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0), NXCAN_SUCCESS);
-    ASSERT_EQ(WaitForState(NXCAN_REPLAY_STATE_END), NXCAN_REPLAY_STATE_END);
+    ASSERT_TRUE(Reaches(NXCAN_REPLAY_STATE_END));
     const NXSCanReplayStatusInfo info = ReplayStatus(m_replay);
     EXPECT_EQ(info.ui64SendFailed, 1u);
     EXPECT_EQ(info.ui64SentFrames, 0u);

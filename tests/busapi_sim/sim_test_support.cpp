@@ -45,7 +45,7 @@ void SimTest::UseConfig(const std::string& text)
     nxsim::Simulator::Instance().ResetForTests();
 }
 
-NXTCanError SimTest::Register(const std::string& id, NXTCanHandle* handle, bool replay, bool highSpeed)
+NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay, bool highSpeed)
 {
     for (NXSCanChannelInfo& info : ListChannels("127.0.0.1")) {
         if (id != info.szChannelIdentifier)
@@ -60,31 +60,16 @@ NXTCanError SimTest::Register(const std::string& id, NXTCanHandle* handle, bool 
     return NXCAN_ERR_CHANNEL_NOT_FOUND;
 }
 
-namespace {
-
-NXTCanHandle InitAndActivate(NXTCanHandle handle, NXECanIdentifierType type, uint32_t queueSize, bool canFd)
+NXTCanHandle SimTest::Open(const std::string& id, bool canFd, bool replay, bool highSpeed, NXECanIdentifierType type,
+                           uint32_t queueSize)
 {
+    NXTCanHandle handle = NXCAN_INVALID_HANDLE;
+    EXPECT_EQ(Register(id, &handle, replay, highSpeed), NXCAN_SUCCESS) << id;
     bool fdSupported = false;
     EXPECT_EQ(NXCAN_InitChannel(handle, type, queueSize, canFd, &fdSupported), NXCAN_SUCCESS);
     EXPECT_TRUE(fdSupported);
     EXPECT_EQ(NXCAN_ActivateChannel(handle), NXCAN_SUCCESS);
     return handle;
-}
-
-}  // namespace
-
-NXTCanHandle SimTest::Open(const std::string& id, bool canFd, bool replay, bool highSpeed)
-{
-    NXTCanHandle handle = NXCAN_INVALID_HANDLE;
-    EXPECT_EQ(Register(id, &handle, replay, highSpeed), NXCAN_SUCCESS) << id;
-    return InitAndActivate(handle, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, canFd);
-}
-
-NXTCanHandle SimTest::OpenReceiver(const std::string& id, NXECanIdentifierType type, uint32_t queueSize)
-{
-    NXTCanHandle handle = NXCAN_INVALID_HANDLE;
-    EXPECT_EQ(Register(id, &handle), NXCAN_SUCCESS) << id;
-    return InitAndActivate(handle, type, queueSize, true);
 }
 
 std::vector<NXSCanMessage> SimTest::ReadAtLeast(NXTCanHandle handle, size_t count, std::chrono::milliseconds timeout)
@@ -128,6 +113,20 @@ NXSCanMessage DataFrame(uint32_t id, uint16_t dlc, bool extended, uint32_t flags
     for (int i = 0; i < 64; ++i)
         m.ucData[i] = static_cast<uint8_t>(seed + i * 7);
     return m;
+}
+
+std::vector<NXSCanMessage> DataFrames(uint32_t first, size_t count, uint16_t dlc)
+{
+    std::vector<NXSCanMessage> frames;
+    for (size_t i = 0; i < count; ++i)
+        frames.push_back(DataFrame(first + static_cast<uint32_t>(i), dlc));
+    return frames;
+}
+
+std::string TwoChannelBus(const std::string& settings)
+{
+    return "[bus slow]\naddress = 127.0.0.1\n" + settings +
+           "[channel A]\nvendor = Norvex\ninterface = i\n[channel B]\nvendor = Norvex\ninterface = i\n";
 }
 
 std::vector<NXSCanChannelInfo> ListChannels(const char* address)

@@ -23,11 +23,10 @@ protected:
     const std::string& NameSpace() const { return m_nameSpace; }
 
     // Registers (as the package does, from the listed record), initialises
-    // and activates a channel.
-    NXTCanHandle Open(const std::string& id, bool canFd = true, bool replay = false, bool highSpeed = false);
-    // Open for reception of `type` identifiers into a queue of `queueSize`.
-    NXTCanHandle OpenReceiver(const std::string& id, NXECanIdentifierType type, uint32_t queueSize);
-    NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay = false, bool highSpeed = false);
+    // for `type` identifiers into a queue of `queueSize`, and activates a
+    // channel.
+    NXTCanHandle Open(const std::string& id, bool canFd = true, bool replay = false, bool highSpeed = false,
+                      NXECanIdentifierType type = NXCAN_IDENTIFIER_TYPE_STD_XTD, uint32_t queueSize = 32768);
 
     // Reads until `count` messages have arrived or the timeout passes.
     std::vector<NXSCanMessage> ReadAtLeast(NXTCanHandle handle, size_t count,
@@ -41,7 +40,13 @@ private:
     std::string m_configPath;
 };
 
+// Registers a listed channel as the package does, from its record.
+NXTCanError Register(const std::string& id, NXTCanHandle* handle, bool replay = false, bool highSpeed = false);
 NXSCanMessage DataFrame(uint32_t id, uint16_t dlc, bool extended = false, uint32_t flags = 0, uint8_t seed = 0);
+// `count` frames of `dlc` with identifiers counting up from `first`.
+std::vector<NXSCanMessage> DataFrames(uint32_t first, size_t count, uint16_t dlc);
+// A bus at 127.0.0.1 with `settings`, and its channels A and B.
+std::string TwoChannelBus(const std::string& settings);
 std::vector<NXSCanChannelInfo> ListChannels(const char* address);
 std::string ErrorText(NXTCanError code);
 std::string VendorText(NXTCanHandle handle, int32_t* code);

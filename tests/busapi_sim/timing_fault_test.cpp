@@ -10,39 +10,32 @@ namespace {
 using TimingTest = SimTest;
 using FaultTest = SimTest;
 
-TEST(FrameArithmetic, WorstCaseBitCounts)
+nxsim::FrameShape Shape(unsigned length, bool extended = false, bool fd = false, bool brs = false, bool remote = false)
 {
-    nxsim::FrameShape standard8;
-    standard8.length = 8;
-    EXPECT_EQ(nxsim::CountFrameBits(standard8).nominal, 135u);
-    nxsim::FrameShape extended8 = standard8;
-    extended8.extended = true;
-    EXPECT_EQ(nxsim::CountFrameBits(extended8).nominal, 160u);
-    nxsim::FrameShape remote = standard8;
-    remote.remote = true;
-    nxsim::FrameShape empty;
-    EXPECT_EQ(nxsim::CountFrameBits(remote).nominal, nxsim::CountFrameBits(empty).nominal);
-    EXPECT_EQ(nxsim::FrameDurationNs(standard8, 500000, 2000000), 270000);
-
-    // CAN FD, 64 bytes: the data phase dominates, and BRS shortens it.
-    nxsim::FrameShape fd64;
-    fd64.fd = true;
-    fd64.length = 64;
-    const nxsim::FrameBits bits = nxsim::CountFrameBits(fd64);
-    EXPECT_GT(bits.data, 8u * 64);
-    EXPECT_LT(bits.nominal, 40u);
-    nxsim::FrameShape fd64brs = fd64;
-    fd64brs.brs = true;
-    EXPECT_EQ(nxsim::FrameDurationNs(fd64, 500000, 2000000), (bits.nominal + bits.data) * 2000);
-    EXPECT_EQ(nxsim::FrameDurationNs(fd64brs, 500000, 2000000), bits.nominal * 2000 + bits.data * 500);
+    nxsim::FrameShape shape;
+    shape.length = length;
+    shape.extended = extended;
+    shape.fd = fd;
+    shape.brs = brs;
+    shape.remote = remote;
+    return shape;
 }
 
-TEST(FrameArithmetic, DlcLengths)
+TEST(FrameArithmetic, WorstCaseBitCountsAndDlcLengths)
 {
-    const int lengths[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-    for (unsigned dlc = 0; dlc < 16; ++dlc)
-        EXPECT_EQ(nxsim::DlcToLength(dlc), lengths[dlc]);
-    EXPECT_EQ(nxsim::DlcToLength(16), -1);
+    EXPECT_EQ(nxsim::CountFrameBits(Shape(8)).nominal, 135u);
+    EXPECT_EQ(nxsim::CountFrameBits(Shape(8, true)).nominal, 160u);
+    EXPECT_EQ(nxsim::CountFrameBits(Shape(8, false, false, false, true)).nominal, nxsim::CountFrameBits(Shape(0)).nominal);
+    EXPECT_EQ(nxsim::FrameDurationNs(Shape(8), 500000, 2000000), 270000);
+    // CAN FD, 64 bytes: the data phase dominates, and BRS shortens it.
+    const nxsim::FrameBits bits = nxsim::CountFrameBits(Shape(64, false, true));
+    EXPECT_GT(bits.data, 8u * 64);
+    EXPECT_LT(bits.nominal, 40u);
+    EXPECT_EQ(nxsim::FrameDurationNs(Shape(64, false, true), 500000, 2000000), (bits.nominal + bits.data) * 2000);
+    EXPECT_EQ(nxsim::FrameDurationNs(Shape(64, false, true, true), 500000, 2000000), bits.nominal * 2000 + bits.data * 500);
+
+    const int lengths[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64, -1};
+    for (unsigned dlc = 0; dlc <= 16; ++dlc) EXPECT_EQ(nxsim::DlcToLength(dlc), lengths[dlc]) << dlc;
 }
 
 TEST(BitTiming, RatesTheComponentsOfferConvertBothWays)
@@ -119,29 +112,25 @@ TEST_F(TimingTest, ChannelKeepsTheRatesItWasGiven)
     EXPECT_EQ(NXCAN_SetBaudrate(classic, 8000000, &zero, &zero), NXCAN_ERR_INVALID_ARGUMENT);
 }
 
-TEST_F(TimingTest, HardwareClockFollowsTheMonotonicClockWithOffset)
+TEST_F(TimingTest, HardwareClockFollowsTheMonotonicClockWithItsResolutionAndOffset)
 {
-    UseConfig("clock_resolution_hz = 1000000\nclock_offset_ns = 3000000000\n");
-    const NXTCanHandle h = Open("NVX-CAN-1");
-    EXPECT_EQ(TicksPerMicrosecond(h), 1u);
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    const uint64_t expected = static_cast<uint64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000 + 3000000;
-    const uint64_t ticks = HardwareTime(h);
-    EXPECT_GE(ticks, expected);
-    EXPECT_LT(ticks, expected + 100000) << "generous: 100 ms";
-}
-
-TEST_F(TimingTest, DefaultClockIsMonotonicAt80MHz)
-{
-    const NXTCanHandle h = Open("NVX-CAN-1");
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    const uint64_t expected = (static_cast<uint64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec) * 80 / 1000;
-    const uint64_t ticks = HardwareTime(h);
-    EXPECT_EQ(TicksPerMicrosecond(h), 80u);
-    EXPECT_GE(ticks, expected);
-    EXPECT_LT(ticks, expected + 80 * 100000);
+    const struct {
+        const char* config;
+        uint64_t ticksPerUs, offsetUs;
+    } cases[] = {{"", 80, 0}, {"clock_resolution_hz = 1000000\nclock_offset_ns = 3000000000\n", 1, 3000000}};
+    for (const auto& c : cases) {
+        UseConfig(c.config);
+        const NXTCanHandle h = Open("NVX-CAN-1");
+        timespec ts;
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        const uint64_t expected =
+            (static_cast<uint64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec) * c.ticksPerUs / 1000 + c.offsetUs * c.ticksPerUs;
+        const uint64_t ticks = HardwareTime(h);
+        EXPECT_EQ(TicksPerMicrosecond(h), c.ticksPerUs);
+        EXPECT_GE(ticks, expected);
+        EXPECT_LT(ticks, expected + 100000 * c.ticksPerUs) << "generous: 100 ms";
+        NXCAN_UnregisterChannel(h);
+    }
 }
 
 TEST_F(FaultTest, OperationFailsAfterNCallsForMTimes)

@@ -96,65 +96,54 @@ TEST_F(TrafficTest, InvalidMessagesAreRefusedWhole)
     EXPECT_EQ(NXCAN_TransmitMessages(classic, 0, nullptr), NXCAN_SUCCESS);
 }
 
-TEST_F(TrafficTest, ClassicChannelDoesNotSeeFdFrames)
-{
-    const NXTCanHandle tx = Open("NVX-CAN-1", true);
-    const NXTCanHandle classic = Open("NVX-CAN-2", false);
-    NXSCanMessage frames[] = {DataFrame(0x100, 12, false, NXCAN_FLAG_TX_FD), DataFrame(0x101, 8)};
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 2, frames), NXCAN_SUCCESS);
-    const auto got = ReadAtLeast(classic, 1);
-    ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].ulCanIdentifier, 0x101u);
-}
-
-TEST_F(TrafficTest, AcceptanceFiltersByCodeAndMask)
+TEST_F(TrafficTest, EachReceiverSeesWhatItsSettingsSelect)
 {
     const uint32_t X = 0x80000000u;  // marks an extended identifier below
+    const uint32_t FD = 0x40000000u;  // and an FD frame
     const NXTCanHandle tx = Open("NVX-CAN-1");
     const NXTCanHandle ranges = Open("NVX-CAN-2"), exact = Open("ORV-CAN-1"), all = Open("NVX-ZIRA-1");
+    // A classic channel for extended identifiers: no FD frames, no standard ones.
+    const NXTCanHandle classicExtended = Open("NVX-VIRT-1", false, false, false, NXCAN_IDENTIFIER_TYPE_XTD);
     // Standard 0x120..0x12F, extended 0x18DAxxxx; every standard identifier
     // and the extended 0x120 alone; masks of 0 pass everything.
     ASSERT_EQ(NXCAN_SetAcceptance(ranges, 0x125, 0x7F0, 0x18DA1234, 0x1FFF0000), NXCAN_SUCCESS);
     ASSERT_EQ(NXCAN_SetAcceptance(exact, 0, 0, 0x120, 0x1FFFFFFF), NXCAN_SUCCESS);
-    const std::vector<uint32_t> sent = {0x120,          0x12F,          0x130,          0x7FF,     X | 0x18DA0001,
-                                        X | 0x18DB0001, X | 0x00000120, X | 0x18DAFFFF, X | 0x121, 0x121};
+    const std::vector<uint32_t> sent = {0x120,          0x12F,          0x130,          0x7FF,
+                                        X | 0x18DA0001, X | 0x18DB0001, X | 0x00000120, X | 0x18DAFFFF,
+                                        FD | 0x100,     FD | X | 0x121, X | 0x121,      0x121};
     std::vector<NXSCanMessage> frames;
-    for (uint32_t id : sent) frames.push_back(DataFrame(id & ~X, 2, (id & X) != 0));
+    for (uint32_t id : sent)
+        frames.push_back(DataFrame(id & 0x1FFFFFFF, (id & FD) ? 12 : 2, (id & X) != 0, (id & FD) ? NXCAN_FLAG_TX_FD : 0));
     ASSERT_EQ(NXCAN_TransmitMessages(tx, static_cast<uint32_t>(frames.size()), frames.data()), NXCAN_SUCCESS);
     auto ids = [&](const std::vector<NXSCanMessage>& got) {
         std::vector<uint32_t> out;
-        for (const NXSCanMessage& m : got) out.push_back(m.ulCanIdentifier | (m.tCanIdentifierType == NXCAN_IDENTIFIER_TYPE_XTD ? X : 0));
+        for (const NXSCanMessage& m : got)
+            out.push_back(m.ulCanIdentifier | (m.tCanIdentifierType == NXCAN_IDENTIFIER_TYPE_XTD ? X : 0) |
+                          ((m.ulFlags & NXCAN_FLAG_RX_FD) ? FD : 0));
         return out;
     };
-    // The last frame passes every filter: once it is in, so is all the rest.
+    // Every channel has the batch once the one that takes all has it.
     EXPECT_EQ(ids(ReadAtLeast(all, sent.size())), sent);
-    EXPECT_EQ(ids(ReadAtLeast(ranges, 5)), (std::vector<uint32_t>{0x120, 0x12F, X | 0x18DA0001, X | 0x18DAFFFF, 0x121}));
-    EXPECT_EQ(ids(ReadAtLeast(exact, 6)), (std::vector<uint32_t>{0x120, 0x12F, 0x130, 0x7FF, X | 0x120, 0x121}));
-}
-
-TEST_F(TrafficTest, IdentifierTypeOfTheChannelSelectsFrames)
-{
-    const NXTCanHandle tx = Open("NVX-CAN-1");
-    const NXTCanHandle rx = OpenReceiver("NVX-CAN-2", NXCAN_IDENTIFIER_TYPE_XTD, 64);
-    NXSCanMessage frames[] = {DataFrame(0x10, 1), DataFrame(0x10, 1, true)};
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 2, frames), NXCAN_SUCCESS);
-    const auto got = ReadAtLeast(rx, 2, std::chrono::milliseconds(200));
-    ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_XTD);
+    const std::pair<NXTCanHandle, std::vector<uint32_t>> selected[] = {
+        {ranges, {0x120, 0x12F, X | 0x18DA0001, X | 0x18DAFFFF, 0x121}},
+        {exact, {0x120, 0x12F, 0x130, 0x7FF, X | 0x120, FD | 0x100, 0x121}},
+        {classicExtended, {X | 0x18DA0001, X | 0x18DB0001, X | 0x120, X | 0x18DAFFFF, X | 0x121}},
+    };
+    for (const auto& [handle, expected] : selected) {
+        EXPECT_EQ(ids(ReadAtLeast(handle, expected.size())), expected);
+        EXPECT_TRUE(ReadAtLeast(handle, 1, std::chrono::milliseconds(20)).empty());
+    }
 }
 
 // The receiver also takes the burst in a few deliveries, one each 10 ms,
 // while every frame keeps its own stamp.
 TEST_F(TrafficTest, ABurstTakesTheBusTimeOfItsFrames)
 {
-    UseConfig("[bus slow]\naddress = 127.0.0.1\nbitrate = 125000\ndelivery_interval_us = 10000\n"
-              "[channel A]\nvendor = Norvex\ninterface = i\n[channel B]\nvendor = Norvex\ninterface = i\n");
+    UseConfig(TwoChannelBus("bitrate = 125000\ndelivery_interval_us = 10000\n"));
     const NXTCanHandle tx = Open("A", false);
     const NXTCanHandle rx = Open("B", false);
     constexpr int kFrames = 40;
-    std::vector<NXSCanMessage> burst;
-    for (int i = 0; i < kFrames; ++i)
-        burst.push_back(DataFrame(0x100 + i, 8));
+    std::vector<NXSCanMessage> burst = DataFrames(0x100, kFrames, 8);
     // 135 bits at 125 kbit/s: 1080 us a frame, worst-case stuffing included.
     const uint64_t frameTicks = 1080 * TicksPerMicrosecond(tx);
     const auto start = std::chrono::steady_clock::now();
@@ -194,13 +183,10 @@ TEST_F(TrafficTest, VirtualChannelTakesNoBusTime)
 
 TEST_F(TrafficTest, FullTransmitQueueFailsAtOnceAndFlushWithdraws)
 {
-    UseConfig("[bus slow]\naddress = 127.0.0.1\nbitrate = 1000\ntx_queue_limit = 8\n"
-              "[channel A]\nvendor = Norvex\ninterface = i\n[channel B]\nvendor = Norvex\ninterface = i\n");
+    UseConfig(TwoChannelBus("bitrate = 1000\ntx_queue_limit = 8\n"));
     const NXTCanHandle tx = Open("A", false);
     const NXTCanHandle rx = Open("B", false);
-    std::vector<NXSCanMessage> frames;
-    for (int i = 0; i < 9; ++i)
-        frames.push_back(DataFrame(0x200 + i, 8));
+    std::vector<NXSCanMessage> frames = DataFrames(0x200, 9, 8);
     ASSERT_EQ(NXCAN_TransmitMessages(tx, 8, frames.data()), NXCAN_SUCCESS);  // 135 ms each on the wire
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(NXCAN_TransmitMessages(tx, 1, &frames[8]), NXCAN_ERR_TX_QUEUE_FULL);
@@ -275,42 +261,33 @@ TEST_F(TrafficTest, EventNotificationWakesAWaiter)
     delete event;
 }
 
-TEST_F(TrafficTest, OverflowIsReportedOnceWithTheFramesRead)
+// A queue of 4 overflows; the lost frames are told once, with the frames
+// read. Another channel's flush drops what waits.
+TEST_F(TrafficTest, OverflowIsReportedOnceAndFlushDropsWhatWaits)
 {
     const NXTCanHandle tx = Open("NVX-VIRT-1");
-    const NXTCanHandle rx = OpenReceiver("NVX-CAN-2", NXCAN_IDENTIFIER_TYPE_STD_XTD, 4);
+    const NXTCanHandle small = Open("NVX-CAN-2", true, false, false, NXCAN_IDENTIFIER_TYPE_STD_XTD, 4);
+    const NXTCanHandle flushed = Open("ORV-CAN-1");
     const NXTCanHandle witness = Open("NVX-CAN-1");
-    std::vector<NXSCanMessage> frames;
-    for (int i = 0; i < 10; ++i)
-        frames.push_back(DataFrame(0x300 + i, 1));
+    std::vector<NXSCanMessage> frames = DataFrames(0x300, 10, 1);
     ASSERT_EQ(NXCAN_TransmitMessages(tx, 10, frames.data()), NXCAN_SUCCESS);
     ASSERT_EQ(ReadAtLeast(witness, 10).size(), 10u);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the same batch reaches every channel
 
     NXSCanMessage out[16];
     uint32_t count = 16;
-    ASSERT_EQ(NXCAN_ReadReceiveQueue(rx, &count, out), NXCAN_ERR_VENDOR_SPECIFIC);
+    ASSERT_EQ(NXCAN_ReadReceiveQueue(small, &count, out), NXCAN_ERR_VENDOR_SPECIFIC);
     EXPECT_EQ(count, 4u);
     EXPECT_EQ(out[3].ulCanIdentifier, 0x303u);
     int32_t vendorCode = 0;
-    EXPECT_NE(VendorText(rx, &vendorCode).find("6 frames lost"), std::string::npos);
+    EXPECT_NE(VendorText(small, &vendorCode).find("6 frames lost"), std::string::npos);
     EXPECT_EQ(vendorCode, NXCAN_VENDOR_RX_OVERFLOW);
     count = 16;
-    EXPECT_EQ(NXCAN_ReadReceiveQueue(rx, &count, out), NXCAN_SUCCESS) << "reported once";
+    EXPECT_EQ(NXCAN_ReadReceiveQueue(small, &count, out), NXCAN_SUCCESS) << "reported once";
     EXPECT_EQ(count, 0u);
-}
 
-TEST_F(TrafficTest, FlushReceiveQueueDropsWhatWaits)
-{
-    const NXTCanHandle tx = Open("NVX-VIRT-1");
-    const NXTCanHandle rx = Open("NVX-CAN-2");
-    const NXTCanHandle witness = Open("NVX-CAN-1");
-    NXSCanMessage m[3] = {DataFrame(1, 1), DataFrame(2, 1), DataFrame(3, 1)};
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 3, m), NXCAN_SUCCESS);
-    ASSERT_EQ(ReadAtLeast(witness, 3).size(), 3u);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    ASSERT_EQ(NXCAN_FlushReceiveQueue(rx), NXCAN_SUCCESS);
-    EXPECT_TRUE(ReadAtLeast(rx, 1, std::chrono::milliseconds(20)).empty());
+    ASSERT_EQ(NXCAN_FlushReceiveQueue(flushed), NXCAN_SUCCESS);
+    EXPECT_TRUE(ReadAtLeast(flushed, 1, std::chrono::milliseconds(20)).empty());
 }
 
 TEST_F(TrafficTest, ChannelWithAnotherBitRateNeitherSendsNorReceives)
@@ -337,8 +314,7 @@ TEST_F(TrafficTest, ChannelWithAnotherBitRateNeitherSendsNorReceives)
 
 TEST_F(TrafficTest, BusLoadCoversTheLastSecond)
 {
-    UseConfig("[bus slow]\naddress = 127.0.0.1\nbitrate = 125000\n"
-              "[channel A]\nvendor = Norvex\ninterface = i\n[channel B]\nvendor = Norvex\ninterface = i\n");
+    UseConfig(TwoChannelBus("bitrate = 125000\n"));
     const NXTCanHandle tx = Open("A", false);
     const NXTCanHandle rx = Open("B", false);
     std::vector<NXSCanMessage> burst(100, DataFrame(0x10, 8));  // 108 ms of 1 s: about 10 %

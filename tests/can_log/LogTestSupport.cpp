@@ -57,6 +57,37 @@ ReadOutcome ReadAll(const std::string& path, const ReaderOptions& options)
     return outcome;
 }
 
+bool WriteAll(const std::string& path, const std::vector<CanFrame>& frames, const WriterOptions& options)
+{
+    std::string error;
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(path, error, options);
+    EXPECT_TRUE(writer) << error;
+    if (!writer) return false;
+    for (const CanFrame& f : frames) {
+        if (writer->Write(f) != WriteResult::Written) {
+            ADD_FAILURE() << writer->Error();
+            return false;
+        }
+    }
+    EXPECT_TRUE(writer->Close()) << writer->Error();
+    return writer->Error().empty();
+}
+
+ReaderOptions UtcReading(bool errorFrames)
+{
+    ReaderOptions options;
+    options.dateZone = DateZone::Utc;
+    options.errorFrames = errorFrames;
+    return options;
+}
+
+WriterOptions UtcWriting()
+{
+    WriterOptions options;
+    options.dateZone = DateZone::Utc;
+    return options;
+}
+
 void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected)
 {
     EXPECT_EQ(outcome.openError, "");
@@ -80,6 +111,19 @@ CanFrame Remote(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, b
     CanFrame f = Classic(timestamp, id, {}, extended);
     f.remote = true;
     f.length = length;
+    return f;
+}
+
+CanFrame On(CanFrame f, std::uint8_t channel, Direction direction)
+{
+    f.channel = channel;
+    f.direction = direction;
+    return f;
+}
+
+CanFrame AsError(CanFrame f)
+{
+    f.error = true;
     return f;
 }
 

@@ -49,6 +49,12 @@ struct ReadOutcome {
 };
 ReadOutcome ReadAll(const std::string& path,
                     const veldor::canlog::ReaderOptions& options = veldor::canlog::ReaderOptions());
+// Writes the frames and closes; false (and a failure) on any error.
+bool WriteAll(const std::string& path, const std::vector<CanFrame>& frames,
+              const veldor::canlog::WriterOptions& options = veldor::canlog::WriterOptions());
+// Header dates read and written as UTC, as the files made by hand have them.
+veldor::canlog::ReaderOptions UtcReading(bool errorFrames = false);
+veldor::canlog::WriterOptions UtcWriting();
 // Expects the outcome to be these frames and nothing else.
 void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expected);
 
@@ -56,6 +62,9 @@ void ExpectFrames(const ReadOutcome& outcome, const std::vector<CanFrame>& expec
 CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data,
                  bool extended = false);
 CanFrame Remote(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool extended = false);
+// `f` on another channel, or sent; `f` as an error frame.
+CanFrame On(CanFrame f, std::uint8_t channel, veldor::canlog::Direction direction = veldor::canlog::Direction::Rx);
+CanFrame AsError(CanFrame f);
 // An FD frame of `length` bytes counting up from `first`.
 CanFrame Fd(std::int64_t timestamp, std::uint32_t id, std::uint8_t length, bool bitRateSwitch,
             bool errorStateIndicator = false, std::uint8_t first = 0);

@@ -109,10 +109,7 @@ protected:
     {
         const std::string path = m_dir.File("t.blf");
         WriteText(path, bytes);
-        ReaderOptions options;
-        options.dateZone = DateZone::Utc;
-        options.errorFrames = true;
-        return ReadAll(path, options);
+        return ReadAll(path, UtcReading(true));
     }
 
     ScratchDir m_dir;
@@ -143,19 +140,10 @@ TEST_F(BlfReading, ObjectsOfEveryFormAcrossContainers)
     });
     const ReadOutcome r = Read(File({Container(first, 0), Container(second, 2)}));
 
-    CanFrame newer = Remote(kStart + 50, 0x1ABCDEF0, 4, true);
-    newer.channel = 1;
-    newer.direction = Direction::Tx;
-    CanFrame fd = Fd(kStart + 4000, 0x456, 12, true, true, 0x30);
-    fd.channel = 2;
-    fd.direction = Direction::Tx;
-    CanFrame error = Classic(kStart + 5000, 0, {});
-    error.error = true;
-    error.channel = 3;
-    CanFrame errorExt = Classic(kStart + 6000, 0x80, {7, 8});
-    errorExt.error = true;
-    ExpectFrames(r, {Classic(kStart + 1, 0x123, {0xAA, 0xBB}), newer, Classic(kStart + 3000, 0x100, {0, 1, 2, 3, 4, 5, 6, 7}),
-                     fd, error, errorExt});
+    ExpectFrames(r, {Classic(kStart + 1, 0x123, {0xAA, 0xBB}), On(Remote(kStart + 50, 0x1ABCDEF0, 4, true), 1, Direction::Tx),
+                     Classic(kStart + 3000, 0x100, {0, 1, 2, 3, 4, 5, 6, 7}),
+                     On(Fd(kStart + 4000, 0x456, 12, true, true, 0x30), 2, Direction::Tx),
+                     On(AsError(Classic(kStart + 5000, 0, {})), 3), AsError(Classic(kStart + 6000, 0x80, {7, 8}))});
     EXPECT_EQ(r.otherObjects, 2u);
     EXPECT_EQ(r.errorFrames, 2u);
 }

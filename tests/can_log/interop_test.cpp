@@ -27,22 +27,6 @@ ReaderOptions WithErrorFrames()
     return options;
 }
 
-bool WriteAll(const std::string& path, const std::vector<CanFrame>& frames, const WriterOptions& options = {})
-{
-    std::string error;
-    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(path, error, options);
-    EXPECT_TRUE(writer) << error;
-    if (!writer) return false;
-    for (const CanFrame& f : frames) {
-        if (writer->Write(f) != WriteResult::Written) {
-            ADD_FAILURE() << writer->Error();
-            return false;
-        }
-    }
-    EXPECT_TRUE(writer->Close()) << writer->Error();
-    return writer->Error().empty();
-}
-
 void ExpectSame(const std::vector<CanFrame>& read, const std::vector<CanFrame>& expected)
 {
     ASSERT_EQ(read.size(), expected.size());

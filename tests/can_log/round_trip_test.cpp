@@ -17,39 +17,11 @@ namespace {
 // 2023-11-14 22:13:20.123456 UTC
 constexpr std::int64_t kTime = 1700000000123456;
 
-WriterOptions UtcWriter()
-{
-    WriterOptions options;
-    options.dateZone = DateZone::Utc;
-    return options;
-}
-
-ReaderOptions UtcReader()
-{
-    ReaderOptions options;
-    options.dateZone = DateZone::Utc;
-    return options;
-}
-
-bool WriteFrames(const std::string& path, const std::vector<CanFrame>& frames, const WriterOptions& options)
-{
-    std::string error;
-    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(path, error, options);
-    if (!writer) return false;
-    for (const CanFrame& f : frames) {
-        if (writer->Write(f) != WriteResult::Written) return false;
-    }
-    return writer->Close();
-}
-
 // The four frames whose lines the writers are held to.
 std::vector<CanFrame> FourKinds()
 {
-    CanFrame extended = Classic(kTime + 100000, 0x1ABCDEF0, {0xAA, 0xBB}, true);
-    extended.channel = 1;
-    extended.direction = Direction::Tx;
-    CanFrame fd = Fd(kTime + 300000, 0x456, 12, true);
-    return {Classic(kTime, 0x123, {1, 2, 3, 4, 5, 6, 7, 8}), extended, Remote(kTime + 200000, 0x7FF, 4), fd};
+    return {Classic(kTime, 0x123, {1, 2, 3, 4, 5, 6, 7, 8}), On(Classic(kTime + 100000, 0x1ABCDEF0, {0xAA, 0xBB}, true), 1, Direction::Tx),
+            Remote(kTime + 200000, 0x7FF, 4), Fd(kTime + 300000, 0x456, 12, true)};
 }
 
 class RoundTrip : public ::testing::TestWithParam<const char*> {
@@ -65,8 +37,8 @@ TEST_P(RoundTrip, EveryKindOfFrameReadsBackExactly)
 {
     // Enough lines that the reader's buffer refills in the middle of one.
     const std::vector<CanFrame> frames = VariedFrames(kTime, 20000, 7);
-    ASSERT_TRUE(WriteFrames(Path(), frames, UtcWriter()));
-    const ReadOutcome r = ReadAll(Path(), UtcReader());
+    ASSERT_TRUE(WriteAll(Path(), frames, UtcWriting()));
+    const ReadOutcome r = ReadAll(Path(), UtcReading());
     ASSERT_TRUE(r.issues.empty()) << r.messages.front();
     ASSERT_EQ(r.frames.size(), frames.size());
     for (std::size_t i = 0; i < frames.size(); ++i) ASSERT_EQ(r.frames[i], frames[i]) << "frame " << i;
@@ -80,20 +52,20 @@ TEST_P(RoundTrip, TimesAroundTheEpochAndOutOfOrder)
                                     Classic(999999, 4, {}), Classic(5, 5, {})};
     const bool blf = std::string(GetParam()) == "blf";
     std::string error;
-    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriter());
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriting());
     ASSERT_TRUE(writer) << error;
     for (const CanFrame& f : frames) {
         EXPECT_EQ(writer->Write(f), blf && f.timestamp < 0 ? WriteResult::Refused : WriteResult::Written);
     }
     EXPECT_TRUE(writer->Close());
     if (blf) frames.erase(frames.begin(), frames.begin() + 2);
-    ExpectFrames(ReadAll(Path(), UtcReader()), frames);
+    ExpectFrames(ReadAll(Path(), UtcReading()), frames);
 }
 
 TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
 {
     std::string error;
-    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriter());
+    std::unique_ptr<FrameWriter> writer = OpenFrameWriter(Path(), error, UtcWriting());
     ASSERT_TRUE(writer) << error;
     EXPECT_EQ(writer->Write(Classic(kTime, 0x800, {})), WriteResult::Refused);
     EXPECT_NE(writer->Error().find("0x7FF"), std::string::npos) << writer->Error();
@@ -103,28 +75,24 @@ TEST_P(RoundTrip, RefusedFramesCloseAndWritesAfterIt)
     EXPECT_TRUE(writer->Close());
     EXPECT_TRUE(writer->Close());
     EXPECT_EQ(writer->Write(Classic(kTime, 2, {})), WriteResult::Failed);
-    ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 0x7FF, {9})});
+    ExpectFrames(ReadAll(Path(), UtcReading()), {Classic(kTime, 0x7FF, {9})});
     // Without a close, the destructor closes.
-    writer = OpenFrameWriter(Path(), error, UtcWriter());
+    writer = OpenFrameWriter(Path(), error, UtcWriting());
     writer->Write(Classic(kTime, 3, {}));
     writer.reset();
-    ExpectFrames(ReadAll(Path(), UtcReader()), {Classic(kTime, 3, {})});
+    ExpectFrames(ReadAll(Path(), UtcReading()), {Classic(kTime, 3, {})});
 }
 
 TEST_P(RoundTrip, ErrorFramesKeepWhatTheFormatHolds)
 {
-    CanFrame error = Classic(kTime, 0x80, {1, 2, 3});
-    error.error = true;
-    error.channel = 2;
-    ASSERT_TRUE(WriteFrames(Path(), {error, Classic(kTime + 1, 0x123, {4})}, UtcWriter()));
-    ReaderOptions options = UtcReader();
-    options.errorFrames = true;
-    const ReadOutcome r = ReadAll(Path(), options);
+    CanFrame error = On(AsError(Classic(kTime, 0x80, {1, 2, 3})), 2);
+    ASSERT_TRUE(WriteAll(Path(), {error, Classic(kTime + 1, 0x123, {4})}, UtcWriting()));
+    const ReadOutcome r = ReadAll(Path(), UtcReading(true));
     // ASC keeps an error frame's time and channel only.
-    if (std::string(GetParam()) == "asc") error = Classic(kTime, 0, {}), error.error = true, error.channel = 2;
+    if (std::string(GetParam()) == "asc") error = On(AsError(Classic(kTime, 0, {})), 2);
     ExpectFrames(r, {error, Classic(kTime + 1, 0x123, {4})});
     // Unasked, they are counted only.
-    const ReadOutcome counted = ReadAll(Path(), UtcReader());
+    const ReadOutcome counted = ReadAll(Path(), UtcReading());
     EXPECT_EQ(counted.frames.size(), 1u);
     EXPECT_EQ(counted.errorFrames, 1u);
 }
@@ -134,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log", "bl
 TEST(AscWriting, ExactLines)
 {
     ScratchDir dir;
-    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), FourKinds(), UtcWriter()));
+    ASSERT_TRUE(WriteAll(dir.File("t.asc"), FourKinds(), UtcWriting()));
     EXPECT_EQ(ReadText(dir.File("t.asc")),
               "date Tue Nov 14 10:13:20.123 pm 2023\n"
               "base hex  timestamps absolute\n"
@@ -152,27 +120,27 @@ TEST(AscWriting, ExactLines)
 TEST(AscWriting, RelativeTimestampsAndAGivenStart)
 {
     ScratchDir dir;
-    WriterOptions options = UtcWriter();
+    WriterOptions options = UtcWriting();
     options.relativeTimestamps = true;
     options.measurementStart = kTime + 50999;  // taken down to the millisecond: ...123456 + 50999 -> ...174000
     const std::vector<CanFrame> frames = {Classic(kTime, 1, {}), Classic(kTime + 250000, 2, {}), Classic(kTime + 250000, 3, {})};
-    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), frames, options));
+    ASSERT_TRUE(WriteAll(dir.File("t.asc"), frames, options));
     const std::string text = ReadText(dir.File("t.asc"));
     EXPECT_NE(text.find("base hex  timestamps relative\n"), std::string::npos);
     EXPECT_NE(text.find("Begin Triggerblock Tue Nov 14 10:13:20.174 pm 2023\n"), std::string::npos);
     EXPECT_NE(text.find("  -0.050544 1  1 "), std::string::npos) << text;  // before the start
     EXPECT_NE(text.find("   0.250000 1  2 "), std::string::npos) << text;
     EXPECT_NE(text.find("   0.000000 1  3 "), std::string::npos) << text;
-    EXPECT_EQ(ReadAll(dir.File("t.asc"), UtcReader()).frames, frames);
+    EXPECT_EQ(ReadAll(dir.File("t.asc"), UtcReading()).frames, frames);
 }
 
 TEST(AscWriting, AnEmptyRecordingIsAWholeFile)
 {
     ScratchDir dir;
-    WriterOptions options = UtcWriter();
+    WriterOptions options = UtcWriting();
     options.measurementStart = kTime;
-    ASSERT_TRUE(WriteFrames(dir.File("t.asc"), {}, options));
-    const ReadOutcome r = ReadAll(dir.File("t.asc"), UtcReader());
+    ASSERT_TRUE(WriteAll(dir.File("t.asc"), {}, options));
+    const ReadOutcome r = ReadAll(dir.File("t.asc"), UtcReading());
     EXPECT_TRUE(r.frames.empty());
     EXPECT_TRUE(r.issues.empty());
     EXPECT_NE(ReadText(dir.File("t.asc")).find("End TriggerBlock\n"), std::string::npos);
@@ -186,7 +154,7 @@ TEST(CanUtilsLogWriting, ExactLines)
     std::vector<CanFrame> frames = FourKinds();
     frames.push_back(Fd(1500000, 0x18DAF110, 0, false, true));
     frames.back().extended = true;
-    ASSERT_TRUE(WriteFrames(dir.File("t.log"), frames, options));
+    ASSERT_TRUE(WriteAll(dir.File("t.log"), frames, options));
     EXPECT_EQ(ReadText(dir.File("t.log")),
               "(1700000000.123456) vcan0 123#0102030405060708 R\n"
               "(1700000000.223456) vcan1 1ABCDEF0#AABB T\n"

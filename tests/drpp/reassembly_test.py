@@ -229,10 +229,22 @@ class Reassembly(unittest.TestCase):
         self.assertLessEqual(most, numbers.get("depth", DEPTH))
         return left, statistics, most
 
-    def assertSameMessages(self, reassembled, whole):
+    def assertReassembled(self, rows, whole, lost):
+        """rows: (key, message, offset, reassembled length, data, problems)
+        of each frame as tshark saw it. Every message that could complete
+        comes out byte for byte, its parts in offset order; no part of one
+        that could not leaves; tshark sees no overlap and no error."""
+        reassembled, offsets = {}, collections.defaultdict(list)
+        for key, message, offset, length, data, problems in rows:
+            self.assertEqual(problems, ("", ""), f"message {key}: tshark saw no overlap and no error")
+            self.assertNotIn(message, lost, "no part of a message that could not complete leaves")
+            offsets[key].append(int(offset))
+            if length:
+                reassembled[key] = bytes.fromhex(data)
         self.assertEqual(sorted(reassembled), sorted(whole), "the messages that leave")
         for key, data in whole.items():
             self.assertTrue(reassembled[key] == data, f"message {key} byte for byte")
+            self.assertEqual(offsets[key], sorted(offsets[key]), f"message {key} leaves in offset order")
 
     def dropped(self, statistics):
         return statistics["total"] - statistics["processed"] - statistics["held"]
@@ -273,18 +285,9 @@ class Reassembly(unittest.TestCase):
 
         rows = tshark(left, "ip.id", "vlan.id", "ip.frag_offset", "ip.reassembled.length", "udp.payload",
                       "ip.fragment.overlap", "ip.fragment.error")
-        reassembled, offsets = {}, collections.defaultdict(list)
-        for ident, vlan, offset, length, payload, overlap, error in rows:
-            self.assertEqual((overlap, error), ("", ""), "tshark saw no overlap and no error")
-            ident = int(ident, 16)
-            key = (ident, "99" if vlan == "99" else "")
-            self.assertNotIn(ident, lost, "no part of a datagram that could not complete leaves")
-            offsets[key].append(int(offset))
-            if length:
-                reassembled[key] = bytes.fromhex(payload)
-        self.assertSameMessages(reassembled, whole)
-        for key in whole:
-            self.assertEqual(offsets[key], sorted(offsets[key]), f"datagram {key} leaves in offset order")
+        self.assertReassembled([((int(ident, 16), "99" if vlan == "99" else ""), int(ident, 16), offset, length, payload,
+                                 (overlap, error)) for ident, vlan, offset, length, payload, overlap, error in rows],
+                               whole, lost)
         self.assertEqual(self.dropped(statistics), drops)
         self.assertEqual(sum(1 for _, f in left if b"plain" in f), sum(1 for f in frames if b"plain" in f))
         self.assertLess(most, 60, "no message holds the window until the end")
@@ -334,19 +337,8 @@ class Reassembly(unittest.TestCase):
 
         rows = tshark(left, "someip.sessionid", "someip.tp.offset", "someip.tp.reassembled.length",
                       "someip.tp.reassembled.data", "someip.tp.fragment.overlap.conflicts", "someip.tp.fragment.error")
-        reassembled, offsets = {}, collections.defaultdict(list)
-        for session, offset, length, data, conflicts, error in rows:
-            if not session:
-                continue
-            self.assertEqual((conflicts, error), ("", ""))
-            session = int(session, 16)
-            self.assertNotIn(session, lost)
-            offsets[session].append(int(offset))
-            if length:
-                reassembled[session] = bytes.fromhex(data)
-        self.assertSameMessages(reassembled, whole)
-        for session in whole:
-            self.assertEqual(offsets[session], sorted(offsets[session]), f"message {session} in offset order")
+        self.assertReassembled([(int(session, 16), int(session, 16), offset, length, data, (conflicts, error))
+                                for session, offset, length, data, conflicts, error in rows if session], whole, lost)
         self.assertEqual(self.dropped(statistics), drops)
         self.assertLess(most, 60)
 

@@ -23,7 +23,7 @@ std::vector<int> ValuesBackwards(const VELDList<int>& list)
 
 }  // namespace
 
-TEST(Array, AppendDoublesThePowerOfTwoCapacity)
+TEST(Array, AppendAndIndexingPastTheEndGrowToAPowerOfTwo)
 {
     VELDArray<int> a;
     EXPECT_EQ(a.Allocated(), 0);
@@ -34,22 +34,17 @@ TEST(Array, AppendDoublesThePowerOfTwoCapacity)
     }
     EXPECT_EQ(capacities, (std::vector<int>{1, 2, 4, 4, 8}));
     for (int i = 0; i < 5; ++i) EXPECT_EQ(a[i], i);
-}
 
-TEST(Array, IndexingPastTheEndGrows)
-{
-    VELDArray<int> a;
-    a(5) = 42;
-    EXPECT_EQ(a.Size(), 6);
-    EXPECT_EQ(a.Allocated(), 8);
-    EXPECT_EQ(a[5], 42);
-    a(6) = 7;  // within the block: no reallocation
-    EXPECT_EQ(a.Size(), 7);
-    EXPECT_EQ(a.Allocated(), 8);
-    EXPECT_EQ(VELDArray<int>::compute_array_size(0), 0);
-    EXPECT_EQ(VELDArray<int>::compute_array_size(1), 1);
-    EXPECT_EQ(VELDArray<int>::compute_array_size(5), 8);
-    EXPECT_EQ(VELDArray<int>::compute_array_size(8), 8);
+    VELDArray<int> b;
+    b(5) = 42;
+    EXPECT_EQ(b.Size(), 6);
+    EXPECT_EQ(b.Allocated(), 8);
+    EXPECT_EQ(b[5], 42);
+    b(6) = 7;  // within the block: no reallocation
+    EXPECT_EQ(b.Size(), 7);
+    EXPECT_EQ(b.Allocated(), 8);
+    const std::pair<int, int> sizes[] = {{0, 0}, {1, 1}, {5, 8}, {8, 8}};
+    for (const auto& [size, slots] : sizes) EXPECT_EQ(VELDArray<int>::compute_array_size(size), slots) << size;
 }
 
 TEST(Array, UsedAsARingTheIndexWrapsAndGrowthRestoresOrder)

@@ -29,47 +29,32 @@ using veldtest::WriteText;
 // ---------------------------------------------------------------------------
 // Path arithmetic
 
-struct CompactCase {
-    const char* path;
-    bool done;
-    const char* result;
-};
-
-class Compact : public ::testing::TestWithParam<CompactCase> {};
-
-TEST_P(Compact, DropsDotsAndEmptyElementsAndClimbsWhereItMay)
+TEST(Paths, CompactDropsDotsAndEmptyElementsAndClimbsWhereItMay)
 {
-    VELDFile file(GetParam().path);
-    EXPECT_EQ(file.CompactPath(), GetParam().done);
-    EXPECT_STREQ(file.GetLongName(), GetParam().result);
+    const struct {
+        const char* path;
+        bool done;
+        const char* result;
+    } cases[] = {{"a/./b", true, "a/b/"}, {"/x/y/../z", true, "/x/z/"}, {"//a///b/.", true, "/a/b/"},
+                 {"a/b/c/../../d", true, "a/d/"},
+                 // A ".." is resolved only against one of two elements kept.
+                 {"a/../b", true, "a/../b/"}, {"../../a", true, "../../a/"}, {"/../a", false, "/../a"},
+                 {"/a/../b", false, "/a/../b"}, {"./", true, ""}, {"", true, ""}};
+    for (const auto& c : cases) {
+        VELDFile file(c.path);
+        EXPECT_EQ(file.CompactPath(), c.done) << c.path;
+        EXPECT_STREQ(file.GetLongName(), c.result) << c.path;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    OddPaths, Compact,
-    ::testing::Values(CompactCase{"a/./b", true, "a/b/"}, CompactCase{"/x/y/../z", true, "/x/z/"},
-                      CompactCase{"//a///b/.", true, "/a/b/"}, CompactCase{"a/b/c/../../d", true, "a/d/"},
-                      // A ".." is resolved only against one of two elements kept.
-                      CompactCase{"a/../b", true, "a/../b/"}, CompactCase{"../../a", true, "../../a/"},
-                      CompactCase{"/../a", false, "/../a"}, CompactCase{"/a/../b", false, "/a/../b"},
-                      CompactCase{"./", true, ""}, CompactCase{"", true, ""}));
-
-struct RelativeCase {
-    const char *path, *base, *relative;
-};
-
-class Relative : public ::testing::TestWithParam<RelativeCase> {};
-
-TEST_P(Relative, ClimbsFromTheBaseAndDescendsToThePath)
+TEST(Paths, RelativeClimbsFromTheBaseAndDescendsToThePath)
 {
-    EXPECT_STREQ(VELDFile(GetParam().path).GetRelativePath(GetParam().base), GetParam().relative);
+    const struct {
+        const char *path, *base, *relative;
+    } cases[] = {{"/a/b/c.txt", "/a/d", "../b/c.txt"}, {"/a/./b/../c", "/a/x/..", "c"}, {"/a/b", "/a/b/", "."},
+                 {"/etc", "/usr/lib/x", "../../../etc"}, {"rel/x", "/a", "rel/x"}};
+    for (const auto& c : cases) EXPECT_STREQ(VELDFile(c.path).GetRelativePath(c.base), c.relative) << c.path;
 }
-
-INSTANTIATE_TEST_SUITE_P(Paths, Relative,
-                         ::testing::Values(RelativeCase{"/a/b/c.txt", "/a/d", "../b/c.txt"},
-                                           RelativeCase{"/a/./b/../c", "/a/x/..", "c"},
-                                           RelativeCase{"/a/b", "/a/b/", "."},
-                                           RelativeCase{"/etc", "/usr/lib/x", "../../../etc"},
-                                           RelativeCase{"rel/x", "/a", "rel/x"}));
 
 TEST(Paths, NameParentAndExtensionSplitBehindTrailingSeparators)
 {
@@ -85,37 +70,33 @@ TEST(Paths, NameParentAndExtensionSplitBehindTrailingSeparators)
 // ---------------------------------------------------------------------------
 // Files
 
-struct ModeCase {
-    int flags;
-    const char* after;  // "old" written over by "XY"
-};
-
-class WriterModes : public ::testing::TestWithParam<ModeCase> {};
-
-TEST_P(WriterModes, TruncateAppendOrOverwriteAsTheFlagsSay)
+TEST(Files, WritersTruncateAppendOrOverwriteAsTheFlagsSay)
 {
+    const struct {
+        int flags;
+        const char* after;  // "old" written over by "XY"
+    } cases[] = {{0, "XY"}, {VELDFileIO::EnableRead, "XY"}, {VELDFileIO::Append, "oldXY"},
+                 {VELDFileIO::Append | VELDFileIO::EnableRead, "oldXY"},
+                 {VELDFileIO::Append | VELDFileIO::EnableRead | VELDFileIO::RandomAccess, "XYd"}};
     Folder folder;
     const std::string path = folder / "f.bin";
-    WriteText(path, "old");
-    VELDFileWriterAndReader both;
-    VELDFileWriter writer;
-    const bool readable = (GetParam().flags & VELDFileIO::EnableRead) != 0;
-    VELDFileWriter& file = readable ? static_cast<VELDFileWriter&>(both) : writer;
-    ASSERT_TRUE(file.Open(path.c_str(), GetParam().flags));
-    ASSERT_TRUE(file.Write("XY", 2));
-    // Read back through the same file where it can read.
-    char back[16] = {};
-    const bool read = !readable || (both.Rewind() && both.Read(back, sizeof back) > 0);
-    ASSERT_TRUE(file.Close() && read);
-    EXPECT_EQ(ReadText(path), GetParam().after);
-    EXPECT_STREQ(readable ? back : GetParam().after, GetParam().after);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.flags);
+        WriteText(path, "old");
+        VELDFileWriterAndReader both;
+        VELDFileWriter writer;
+        const bool readable = (c.flags & VELDFileIO::EnableRead) != 0;
+        VELDFileWriter& file = readable ? static_cast<VELDFileWriter&>(both) : writer;
+        ASSERT_TRUE(file.Open(path.c_str(), c.flags));
+        ASSERT_TRUE(file.Write("XY", 2));
+        // Read back through the same file where it can read.
+        char back[16] = {};
+        const bool read = !readable || (both.Rewind() && both.Read(back, sizeof back) > 0);
+        ASSERT_TRUE(file.Close() && read);
+        EXPECT_EQ(ReadText(path), c.after);
+        EXPECT_STREQ(readable ? back : c.after, c.after);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Flags, WriterModes,
-    ::testing::Values(ModeCase{0, "XY"}, ModeCase{VELDFileIO::EnableRead, "XY"}, ModeCase{VELDFileIO::Append, "oldXY"},
-                      ModeCase{VELDFileIO::Append | VELDFileIO::EnableRead, "oldXY"},
-                      ModeCase{VELDFileIO::Append | VELDFileIO::EnableRead | VELDFileIO::RandomAccess, "XYd"}));
 
 TEST(Files, LinesComeWithoutTheirEndsFromWhereTheyStart)
 {
