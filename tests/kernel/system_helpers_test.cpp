@@ -1,10 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <sched.h>
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <string>
+#include <thread>
 
+#include "Engine.h"
 #include "scoped_env.h"
 #include "veld_os_helpers.h"
+#include "veld_thread.h"
 
 TEST(TimestampText, WritesAndReadsDurationsWithAndWithoutHours)
 {
@@ -105,4 +111,36 @@ TEST(MsgBox, WithoutADisplayItStillReturns)
     testing::internal::CaptureStdout();
     VELD::MsgBox("Title", "no window", 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Title: no window\n");
+}
+
+// A priority maps to the thread's nice value, 128 being nice 0; from 250 up
+// to real-time scheduling where the system allows it (else to the lowest
+// nice value the table gives); back below, to time sharing again. Run on a
+// thread of its own, which the test leaves as it found it.
+TEST(ThreadPriority, NiceValuesAndTheRealTimeBand)
+{
+    veldor::Engine engine;  // the threads' clock
+    std::thread([] {
+        VELDThread thread;
+        const pid_t tid = thread.SystemId();
+        const bool mayRaise = setpriority(PRIO_PROCESS, static_cast<id_t>(tid), -1) == 0;
+        const struct {
+            int priority;
+            int nice;  // expected where allowed
+        } table[] = {{128, 0}, {0, 9}, {115, 1}, {141, -1}, {249, -9}};
+        for (const auto& row : table) {
+            SCOPED_TRACE(row.priority);
+            if (row.nice < 0 && !mayRaise) continue;
+            EXPECT_TRUE(thread.SetPriority(row.priority));
+            EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(tid)), row.nice);
+            EXPECT_EQ(sched_getscheduler(tid), SCHED_OTHER);
+        }
+        if (thread.SetPriority(255)) {
+            EXPECT_EQ(sched_getscheduler(tid), SCHED_FIFO);
+            EXPECT_TRUE(thread.SetPriority(128));
+            EXPECT_EQ(sched_getscheduler(tid), SCHED_OTHER) << "back to time sharing";
+            EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(tid)), 0);
+        }
+        EXPECT_EQ(thread.Priority(), 128);
+    }).join();
 }
