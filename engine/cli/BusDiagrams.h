@@ -47,9 +47,10 @@ const long long kCanReadPeriod = 1000;  // microseconds
 const int kCanMonitorFifo = 256;        // elements
 // A monitor has a read's 256 frames of margin (10 ms of a full CAN FD bus),
 // the recorder a FIFO's 256 elements: the monitors' threads come first
-// when the machine is busy (the highest priority a component takes, where
-// the system lets the process raise it).
-const int kMonitorPriority = 255;
+// when the machine is busy, at the highest priority short of real time
+// (nice -9, where the system lets the process raise it). Real time would
+// let an instrumented or runaway monitor starve the recorder.
+const int kMonitorPriority = 249;
 
 std::string MonitorName(std::size_t k);
 // The recorder is made first, so that it runs before the monitors do.
