@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <sstream>
 
+#include "Engine.h"
+#include "veld_output.h"
+
 namespace veldor::cli {
 
 namespace {
@@ -194,11 +197,21 @@ long long ReplayProgress::Sent()
 
 long long ReplayProgress::Dropped()
 {
-    long long dropped = m_session.GetEngine().Readers().TotalOverflows();
+    veldor::Engine& engine = m_session.GetEngine();
+    long long dropped = engine.Readers().TotalOverflows();
     if (!m_settings.sync) return dropped;
-    for (std::size_t k = 0; k < m_settings.routes.size(); ++k)
+    for (std::size_t k = 0; k < m_settings.routes.size(); ++k) {
         dropped += m_session.Figure(ReplayDiagram::Status(k) + ".dropped") +
                    m_session.Figure(ReplayDiagram::Status(k) + ".failed");
+        // The replay states that a busy status keeper passed over are not
+        // frames.
+        const std::string states = ReplayDiagram::Injector(k) + ".oReplayStateInfo";
+        engine.LockSymbols();
+        const VELDSymbol* symbol = engine.FindSymbol(states.c_str());
+        if (symbol && symbol->kind == VELDSymbol::OutputSymbol)
+            dropped -= static_cast<VELDOutput*>(symbol->object)->NbFIFOOverflows();
+        engine.UnlockSymbols();
+    }
     return dropped;
 }
 
