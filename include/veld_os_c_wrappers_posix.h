@@ -33,13 +33,20 @@ bool FutexWait(std::atomic<int>* word, int expected, const timespec* deadline);
 void FutexWake(std::atomic<int>* word, int count);
 // A short pause in a spin that waits for another processor.
 inline void SpinPause() { __builtin_ia32_pause(); }
+// Set once the process may make every running thread pass a memory barrier
+// (the kernel's private expedited membarrier): mutex releases then need no
+// fence of their own.
+extern std::atomic<bool> g_fencelessRelease;
 }  // namespace VELD
 
 // A plain, non-recursive mutex on a futex. Uncontended, taking it is one
-// compare-and-swap and releasing it one exchange: no system call. A thread
-// that finds it taken spins a little (the holders of the data plane keep it
-// for a short walk) before it sleeps; a release makes a system call only
-// when a thread may sleep on it.
+// compare-and-swap and releasing it a store and a load: no system call, and
+// no fence where the kernel offers process-wide barriers (a releaser that
+// stalls on its fence until the lock's line comes back costs the next
+// holder as much as the walk it guards). A thread that finds it taken spins
+// a little (the holders of the data plane keep it for a short walk) before
+// it sleeps; a release makes a system call only when a thread may sleep on
+// it.
 class VELDMutex {
 public:
     VELDMutex();
@@ -66,7 +73,16 @@ public:
 #ifdef VELD_TSAN
         __tsan_mutex_pre_unlock(this, 0);
 #endif
-        if (m_state.exchange(kFree, std::memory_order_release) == kSleepers) WakeOne();
+        m_state.store(kFree, std::memory_order_release);
+        // The store must be seen before the count of sleepers is read. A
+        // thread about to sleep makes every running thread pass a full
+        // barrier after it counted itself; until the process has asked for
+        // that, the releaser fences here.
+        if (VELD::g_fencelessRelease.load(std::memory_order_relaxed))
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        else
+            std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (m_sleepers.load(std::memory_order_relaxed)) WakeOne();
 #ifdef VELD_TSAN
         __tsan_mutex_post_unlock(this, 0);
 #endif
@@ -75,11 +91,12 @@ public:
     void Reset();
 
 private:
-    enum { kFree = 0, kHeld = 1, kSleepers = 2 };
+    enum { kFree = 0, kHeld = 1 };
     void LockContended();
     void WakeOne();
 
     std::atomic<int> m_state;
+    std::atomic<int> m_sleepers;  // threads between counting themselves and taking the lock
 };
 
 #endif

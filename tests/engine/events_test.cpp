@@ -261,6 +261,43 @@ TEST(Condition, SignalWakesBusyItemsAndThePoolIsReused)
     mutex.Release();
 }
 
+// Holders that now and then keep the lock long enough for the others to
+// stop spinning and sleep: every increment made under the lock counts, and
+// no sleeper is left behind (a lost wake-up hangs here). Both releases: the
+// one without a fence, which the kernel's process-wide barrier makes safe,
+// and the fenced one of a process without it.
+TEST(Mutex, ExcludesAndWakesEverySleeper)
+{
+    const bool barrier = VELD::g_fencelessRelease.load();
+    struct Case {
+        int threads;
+        bool fenceless;
+    } const cases[] = {{2, true}, {8, true}, {8, false}};
+    for (const Case& c : cases) {
+        if (c.fenceless && !barrier) continue;  // unsafe without the barrier
+        SCOPED_TRACE(testing::Message() << c.threads << " threads, fenceless " << c.fenceless);
+        VELD::g_fencelessRelease.store(c.fenceless);
+        VELDMutex mutex;
+        long counter = 0;
+        const int rounds = 3000;
+        std::vector<std::thread> threads;
+        for (int t = 0; t < c.threads; ++t) {
+            threads.emplace_back([&] {
+                for (int i = 0; i < rounds; ++i) {
+                    mutex.Lock();
+                    const long seen = counter;
+                    if (i % 100 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
+                    counter = seen + 1;
+                    mutex.Release();
+                }
+            });
+        }
+        for (std::thread& t : threads) t.join();
+        EXPECT_EQ(counter, static_cast<long>(c.threads) * rounds);
+    }
+    VELD::g_fencelessRelease.store(barrier);
+}
+
 TEST(Mutex2, IsReentrantForItsOwnerOnly)
 {
     VELDMutex2 lock;

@@ -2,10 +2,27 @@
 
 #include <errno.h>
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace VELD {
+std::atomic<bool> g_fencelessRelease(false);
+
+namespace {
+long Membarrier(int command) { return syscall(SYS_membarrier, command, 0, 0); }
+
+// Registration is for the whole process: every copy of this code in it (a
+// package carries its own) finds the barrier usable once one registered.
+bool RegisterBarrier()
+{
+    const bool usable = Membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0;
+    if (usable) g_fencelessRelease.store(true, std::memory_order_relaxed);
+    return usable;
+}
+const bool g_registered = RegisterBarrier();
+}  // namespace
+
 VELDThreadId CurrentThreadId() { return pthread_self(); }
 bool SameThread(VELDThreadId a, VELDThreadId b) { return pthread_equal(a, b) != 0; }
 
@@ -35,7 +52,7 @@ const int kTightSpins = 100;
 
 }  // namespace
 
-VELDMutex::VELDMutex() : m_state(kFree)
+VELDMutex::VELDMutex() : m_state(kFree), m_sleepers(0)
 {
 #ifdef VELD_TSAN
     __tsan_mutex_create(this, 0);
@@ -64,9 +81,14 @@ bool VELDMutex::TryLock()
     return taken;
 }
 
-// A sleeper marks the word kSleepers, so that the release that frees it
-// wakes one; whoever takes the lock after sleeping keeps that mark, as
-// another thread may still sleep.
+// A thread that gives up spinning counts itself among the sleepers before it
+// tests the lock for the last time, and a release reads that count after
+// its store: either the releaser sees the sleeper and wakes it, or the
+// sleeper sees the lock free (the futex tests the word before it sleeps).
+// The releaser's side of that needs its store and its load kept in order;
+// with no fence there, the sleeper has every running thread of the process
+// pass a barrier, which orders a release that straddles the count, and
+// every later release reads the count after it was made.
 void VELDMutex::LockContended()
 {
     for (int i = 0; i < kSpins; ++i) {
@@ -76,7 +98,18 @@ void VELDMutex::LockContended()
             return;
         if (i >= kTightSpins) VELD::SpinPause();
     }
-    while (m_state.exchange(kSleepers, std::memory_order_acquire) != kFree) VELD::FutexWait(&m_state, kSleepers, nullptr);
+    m_sleepers.fetch_add(1, std::memory_order_seq_cst);
+    // Whichever copy of this code the releaser runs: the barrier is there
+    // as soon as anyone in the process registered, and a releaser that
+    // doesn't know about it fences.
+    VELD::Membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+    for (;;) {
+        int expected = kFree;
+        if (m_state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
+            break;
+        VELD::FutexWait(&m_state, kHeld, nullptr);
+    }
+    m_sleepers.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void VELDMutex::WakeOne() { VELD::FutexWake(&m_state, 1); }
