@@ -84,7 +84,30 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
     return true;
 }
 
-long long RecordingDropped(BusSession& s) { return s.GetEngine().Readers().TotalOverflows(); }
+namespace {
+
+// The elements that the readers of an output lost to its writer.
+long long OverflowsOf(BusSession& s, const std::string& output)
+{
+    veldor::Engine& engine = s.GetEngine();
+    engine.LockSymbols();
+    const VELDSymbol* symbol = engine.FindSymbol(output.c_str());
+    const long long lost = symbol && symbol->kind == VELDSymbol::OutputSymbol
+                               ? static_cast<VELDOutput*>(symbol->object)->NbFIFOOverflows()
+                               : 0;
+    engine.UnlockSymbols();
+    return lost;
+}
+
+}  // namespace
+
+long long RecordingDropped(BusSession& s, const RecordSettings& settings)
+{
+    long long dropped = 0;
+    for (std::size_t k = 0; k < settings.channels.size(); ++k)
+        dropped += OverflowsOf(s, MonitorName(k) + "." + InfoOf(settings.channels[k].kind).monitorOutput);
+    return dropped;
+}
 
 long long MonitorTroubles(BusSession& s, const RecordSettings& settings)
 {
@@ -197,20 +220,14 @@ long long ReplayProgress::Sent()
 
 long long ReplayProgress::Dropped()
 {
-    veldor::Engine& engine = m_session.GetEngine();
-    long long dropped = engine.Readers().TotalOverflows();
-    if (!m_settings.sync) return dropped;
+    // Frames lost between the player and an injector, and, hardware-timed,
+    // those that the injector dropped or failed to send.
+    long long dropped = 0;
     for (std::size_t k = 0; k < m_settings.routes.size(); ++k) {
-        dropped += m_session.Figure(ReplayDiagram::Status(k) + ".dropped") +
-                   m_session.Figure(ReplayDiagram::Status(k) + ".failed");
-        // The replay states that a busy status keeper passed over are not
-        // frames.
-        const std::string states = ReplayDiagram::Injector(k) + ".oReplayStateInfo";
-        engine.LockSymbols();
-        const VELDSymbol* symbol = engine.FindSymbol(states.c_str());
-        if (symbol && symbol->kind == VELDSymbol::OutputSymbol)
-            dropped -= static_cast<VELDOutput*>(symbol->object)->NbFIFOOverflows();
-        engine.UnlockSymbols();
+        dropped += OverflowsOf(m_session, "player." + m_diagram.outputs[k]);
+        if (m_settings.sync)
+            dropped += m_session.Figure(ReplayDiagram::Status(k) + ".dropped") +
+                       m_session.Figure(ReplayDiagram::Status(k) + ".failed");
     }
     return dropped;
 }

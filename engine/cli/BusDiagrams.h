@@ -57,9 +57,9 @@ std::string MonitorName(std::size_t k);
 // `inputs` gets the recorder's input of each channel.
 bool AddRecording(BusSession& session, const RecordSettings& settings, std::vector<std::string>* inputs,
                   std::string* error);
-// The frames lost on the way into the file: by a FIFO, as the engine
-// counts them.
-long long RecordingDropped(BusSession& session);
+// The frames lost on the way into the file: those that the recorder's
+// FIFOs lost to the monitors.
+long long RecordingDropped(BusSession& session, const RecordSettings& settings);
 // How often the monitors said they lost frames or took bad ones (a read
 // larger than a CAN monitor takes, a frame the Ethernet hardware marked),
 // as the engine counts their reports.
@@ -110,7 +110,8 @@ public:
     bool Ended();
     long long Sent();
     long long SentOn(std::size_t route);
-    // Frames lost on the way: by the bus library, synchronised; by a FIFO.
+    // Frames lost on the way: by the player's FIFOs; synchronised, by the
+    // bus library too.
     long long Dropped();
     long long Late();
     long long UnreadableLines();

@@ -138,7 +138,7 @@ int RecordCommand::Run(int argc, char** argv)
 
     const long long frames = session.Figure("recorder.recorded");
     std::printf("recorded %lld frames in %s from %s into %s; dropped %lld", frames, Seconds(Since(start)).c_str(),
-                names.c_str(), settings.file.c_str(), RecordingDropped(session));
+                names.c_str(), settings.file.c_str(), RecordingDropped(session, settings));
     const long long troubles = MonitorTroubles(session, settings);
     if (troubles > 0) std::printf(", frames lost or marked bad by the hardware, as told above: %lld times", troubles);
     std::printf("%s\n", end == BusSession::End::Interrupted ? " (interrupted)" : "");
