@@ -36,6 +36,16 @@ rc=$?
 "$LAUNCHER" --libraries "$LIST" -- sh -c 'exit 5'
 [ $? -eq 5 ] || fail "exit status of the command was not passed on"
 
+# A command killed before it removed its buses leaves none behind.
+ns=$("$LAUNCHER" --libraries "$LIST" -- sh -c '
+    : >/dev/shm/nxbusapi-sim.$NXBUSAPI_SIM_NAMESPACE.CAN1
+    : >/dev/shm/nxbusapi-sim.$NXBUSAPI_SIM_NAMESPACE@ethernet
+    echo "$NXBUSAPI_SIM_NAMESPACE"
+    kill -9 $$')
+[ -n "$ns" ] || fail "no bus namespace given to the command"
+left=$(ls /dev/shm | grep -F "nxbusapi-sim.$ns")
+[ -z "$left" ] || fail "a killed command's buses were left: $left"
+
 after=$(state)
 [ "$before" = "$after" ] || fail "the machine changed: $(printf '%s\n' "$before" >"$TMPDIR/a"; printf '%s\n' "$after" | diff "$TMPDIR/a" -)"
 [ -z "$(ls -A "$TMPDIR")" ] || fail "temporary files left: $(ls -A "$TMPDIR")"
