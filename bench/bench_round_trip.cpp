@@ -229,7 +229,9 @@ int main(int argc, char** argv)
         settings.recordChannel.channel = "NVX-CAN-2";
         veldor::cli::RoundTripOutcome outcome;
         veldor_bench::ThreadCpuWatch replayThread("nxsim-replay");
+        veldor_bench::WakeLatencyWatch machine;
         outcome = veldor::cli::RunRoundTrip(session, settings, nullptr);
+        const veldor_bench::WakeLatency w = machine.Stop();
         const double replaySeconds = static_cast<double>(frames.back().timestamp - frames.front().timestamp) / 1e6;
         std::vector<veldor::canlog::CanFrame> recorded;
         veldor::cli::ReadFrames(settings.recording, &recorded, &error);
@@ -262,9 +264,8 @@ int main(int argc, char** argv)
         std::printf("  replay thread (%s): %.1f %% of a core over the replay\n",
                     replayThread.RealTime() ? "real-time priority" : "normal priority",
                     static_cast<double>(replayThread.Ns()) / 1e7 / replaySeconds);
-        const veldor_bench::WakeLatency w = veldor_bench::MeasureWakeLatency();
-        std::printf("  peer: how late this machine wakes a %s thread from a timed sleep: p50 %.0f us, p99 %.0f us, "
-                    "p99.9 %.0f us, max %.0f us\n",
+        std::printf("  peer, during the replay: how late this machine woke a %s thread from timed sleeps 1 ms apart: "
+                    "p50 %.0f us, p99 %.0f us, p99.9 %.0f us, max %.0f us\n",
                     w.realtime ? "real-time" : "normal", w.p50, w.p99, w.p999, w.max);
         lossless = c.recordedFrames == c.originalFrames && c.differing == 0 && outcome.dropped == 0;
         timed = c.gaps.p50 <= kGapP50 && c.gaps.p99 <= kGapP99;
