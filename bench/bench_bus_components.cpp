@@ -163,11 +163,8 @@ const double kThroughputGoal = 50000;  // frames/s, lossless, in every mode
 // a second of elements.
 void RecordingDefaults(Diagram& d, const std::string& monitor)
 {
-    d.Set(monitor + ".vectorize_frames", "true");
-    d.Set(monitor + ".sampling_mode", "Polling");
-    d.Set(monitor + ".sampling_period", std::to_string(veldor::cli::kCanReadPeriod));
-    d.Set(monitor + ".oCAN.fifosize", std::to_string(veldor::cli::kCanMonitorFifo));
-    d.Set(monitor + ".priority", std::to_string(veldor::cli::kMonitorPriority));
+    using namespace veldor::cli;
+    for (const auto& [name, value] : MonitorSettings(RecordSettings(), BusKind::Can)) d.Set(monitor + "." + name, value);
 }
 
 struct Flow {

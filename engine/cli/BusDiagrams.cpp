@@ -27,6 +27,22 @@ std::vector<std::string> PlayerOutputs(const std::string& text)
 
 std::string MonitorName(std::size_t k) { return "monitor" + std::to_string(k); }
 
+std::vector<std::pair<std::string, std::string>> MonitorSettings(const RecordSettings& settings, BusKind kind)
+{
+    std::vector<std::pair<std::string, std::string>> set;
+    const bool can = kind == BusKind::Can;
+    if (can) set.emplace_back("output_type", settings.outputType == "universal" ? "Universal CAN" : "CAN/CAN FD");
+    set.emplace_back("vectorize_frames", settings.vectorize ? "true" : "false");
+    set.emplace_back("priority", std::to_string(kMonitorPriority));
+    if (can) {
+        set.emplace_back("oCAN.fifosize", std::to_string(kCanMonitorFifo));
+        if (!settings.canEvents) set.emplace_back("sampling_mode", "Polling");
+    }
+    const long long period = settings.pollingPeriod > 0 ? settings.pollingPeriod : can ? kCanReadPeriod : 0;
+    if (period > 0 && !(can && settings.canEvents)) set.emplace_back("sampling_period", std::to_string(period));
+    return set;
+}
+
 bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std::string>* inputs, std::string* error)
 {
     const FileKindInfo* file = FileKindOf(settings.file);
@@ -63,21 +79,8 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
         const std::string monitor = MonitorName(k);
         if (settings.outputType == "fd") channel.fd = true;
         if (!s.MakeOnChannel(false, monitor, channel, "", error)) return false;
-        const bool can = channel.kind == BusKind::Can;
-        if (can) {
-            const char* record = settings.outputType == "universal" ? "Universal CAN" : "CAN/CAN FD";
-            if (!s.Set(monitor + ".output_type", record, error)) return false;
-        }
-        if (!s.Set(monitor + ".vectorize_frames", settings.vectorize ? "true" : "false", error) ||
-            !s.Set(monitor + ".priority", std::to_string(kMonitorPriority), error))
-            return false;
-        const long long period = settings.pollingPeriod > 0 ? settings.pollingPeriod : can ? kCanReadPeriod : 0;
-        if (can && (!s.Set(monitor + ".oCAN.fifosize", std::to_string(kCanMonitorFifo), error) ||
-                    (!settings.canEvents && !s.Set(monitor + ".sampling_mode", "Polling", error))))
-            return false;
-        if (period > 0 && !(can && settings.canEvents) &&
-            !s.Set(monitor + ".sampling_period", std::to_string(period), error))
-            return false;
+        for (const auto& [name, value] : MonitorSettings(settings, channel.kind))
+            if (!s.Set(monitor + "." + name, value, error)) return false;
         if (!s.Connect(monitor + "." + InfoOf(channel.kind).monitorOutput, "recorder." + (*inputs)[k], error))
             return false;
     }

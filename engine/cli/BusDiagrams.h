@@ -21,6 +21,7 @@
 #define VELDOR_CLI_BUS_DIAGRAMS_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BusSession.h"
@@ -53,6 +54,9 @@ const int kCanMonitorFifo = 256;        // elements
 const int kMonitorPriority = 249;
 
 std::string MonitorName(std::size_t k);
+// The properties, beyond its channel, that a recording gives a monitor of a
+// bus of `kind`: name and value.
+std::vector<std::pair<std::string, std::string>> MonitorSettings(const RecordSettings& settings, BusKind kind);
 // The recorder is made first, so that it runs before the monitors do.
 // `inputs` gets the recorder's input of each channel.
 bool AddRecording(BusSession& session, const RecordSettings& settings, std::vector<std::string>* inputs,
