@@ -50,7 +50,9 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
         *error = settings.file + ": a recording is a .asc, .log, .blf, .pcap or .pcapng file";
         return false;
     }
-    if (!s.Make(file->recorder, "recorder", error) || !s.Set("recorder.file", settings.file, error)) return false;
+    if (!s.Make(file->recorder, "recorder", error) || !s.Set("recorder.file", settings.file, error) ||
+        !s.Set("recorder.priority", std::to_string(kRecorderPriority), error))
+        return false;
     inputs->clear();
     if (file->kind == FileKind::CanLog) {
         if (settings.channels.size() != 1 || settings.channels[0].kind != BusKind::Can) {
