@@ -96,13 +96,9 @@ TEST_F(EthTransport, TransmittedFramesMakeRoomForTheCheckSequence)
     EXPECT_EQ(raw->tHeader.ui64Timestamp, 2000001000u);
     EXPECT_EQ(std::vector<std::uint8_t>(block.begin() + 32, block.begin() + 92), packet.bytes);
 
-    Mark();
-    EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0);
-    EXPECT_TRUE(CallsSinceMark().empty());
+    EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0); }).empty());
     Eth().SetResult("NXETH_TransmitFrames", 13);
-    NxBusError refused = wrapper->TransmitFrames(block.data(), 1);  // one frame
-    EXPECT_EQ(refused.errorCode, 13);
-    EXPECT_EQ(refused.functionName, "NXETH_TransmitFrames");
+    EXPECT_EQ(wrapper->TransmitFrames(block.data(), 1), NxBusError(13, "NXETH_TransmitFrames", kError));  // one frame
 }
 
 // ---------------------------------------------------------------------------
@@ -119,9 +115,8 @@ TEST_F(EthTransport, FramesLeaveTheStageOnlyFromItsFillLevelOnAndStreamByteForBy
 
     // Nine of ten held: the stage answers 4, which is no error, and nothing
     // is streamed.
-    Mark();
-    EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0);
-    EXPECT_EQ(CallsSinceMark(), std::vector<std::string>{"NxDRPP_GetFrames"});
+    EXPECT_EQ(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0); }),
+              Calls{"NxDRPP_GetFrames"});
 
     ASSERT_EQ(wrapper->CopyFrame2(packets[9].bytes.data(), &packets[9].header, kNeverStop).errorCode, 0);
     EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0);
@@ -161,9 +156,7 @@ TEST_F(EthTransport, AFullStageIsWaitedOutUntilItTakesTheFrameOrTheStopTestSaysS
         Stage().ScriptResults("NxDRPP_InsertFrames", c.answers);
         NxBusError result = wrapper->CopyFrame2(packet.bytes.data(), &packet.header, stopAfter(c.stopAfterTries));
         EXPECT_EQ(result.errorCode, c.code);
-        if (c.code != 0) {
-            EXPECT_EQ(result.functionName, "NxDRPP_InsertFrames");
-        }
+        EXPECT_EQ(result.functionName, c.code ? "NxDRPP_InsertFrames" : result.functionName);
         EXPECT_EQ(Stage().CallsTo("NxDRPP_InsertFrames").size() - inserts, c.inserts);
         EXPECT_EQ(Stage().Held() - held, c.taken ? 1u : 0u);
     }
@@ -220,16 +213,13 @@ TEST_F(EthTransport, FailuresOfTheStageOnTheWayOut)
     AddInterface();
     auto wrapper = Ready(Replay());
     Stage().SetResult("NxDRPP_GetFrames", NXDRPP_CORRUPTED_DATA);
-    NxBusError failed = wrapper->TransmitFramesPushing(false);
-    EXPECT_EQ(failed.errorCode, NXDRPP_CORRUPTED_DATA);
-    EXPECT_EQ(failed.functionName, "NxDRPP_GetFrames");
+    EXPECT_EQ(wrapper->TransmitFramesPushing(false), NxBusError(NXDRPP_CORRUPTED_DATA, "NxDRPP_GetFrames", kError));
     Stage().SetGetFramesThrows(true);
     EXPECT_EQ(Thrown([&] { wrapper->TransmitFramesPushing(false); }), "Unhandled exception in NxDRPP_GetFrames");
     Stage().SetGetFramesThrows(false);
 
     Eth().SetResult("NXETH_ReplayInitHeader", 2);
     Packet packet = MakePacket(60, 1, 5);
-    NxBusError header = wrapper->CopyFrame2(packet.bytes.data(), &packet.header, kNeverStop);
-    EXPECT_EQ(header.errorCode, 2);
-    EXPECT_EQ(header.functionName, "NXETH_ReplayInitHeader");
+    EXPECT_EQ(wrapper->CopyFrame2(packet.bytes.data(), &packet.header, kNeverStop),
+              NxBusError(2, "NXETH_ReplayInitHeader", kError));
 }
