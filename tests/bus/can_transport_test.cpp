@@ -5,6 +5,7 @@
 #include <atomic>
 #include <thread>
 
+#include "bus_frames.h"
 #include "bus_test_fixture.h"
 #include "scratch.h"
 
@@ -22,18 +23,6 @@ void RecordSizes(nxtest::FakeCanLibrary& fake, std::vector<std::uint32_t> sizes)
         remaining->pop_front();
         return size;
     });
-}
-
-// A frame of any of the three kinds; payload byte i is id + i.
-template <class Frame = VELDCANFrame>
-Frame MakeFrame(std::uint32_t id, int length = 8, VELDTimestamp ts = 0, bool extended = false)
-{
-    Frame frame{};
-    extended ? frame.SetExtendedId(id) : frame.SetStandardId(id);
-    frame.SetDataLength(static_cast<std::size_t>(length));
-    for (std::size_t i = 0; i < sizeof frame.data; ++i) frame.data[i] = static_cast<VELDUInt8>(id + i);
-    frame.SetTimestamp(ts);
-    return frame;
 }
 
 // A deadline that runs past the end of the current second makes a wait fail
@@ -133,7 +122,7 @@ TEST_F(CanTransport, FramesBecomeMessagesWithTheirFlags)
 {
     NXSCanMessage message;
     std::memset(&message, 0x5A, sizeof message);
-    NxCanApiWrapper::CopyFrame(message, MakeFrame(0x1FFFFFFF, 5, 0, true));
+    NxCanApiWrapper::CopyFrame(message, MakeCanFrame(0x1FFFFFFF, 5, 0, true));
     EXPECT_EQ(message.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
     EXPECT_EQ(message.ui64Timestamp, 0u);
     EXPECT_EQ(message.ulCanIdentifier, 0x1FFFFFFFu);
@@ -142,13 +131,13 @@ TEST_F(CanTransport, FramesBecomeMessagesWithTheirFlags)
     EXPECT_EQ(message.ulFlags, 0u);
     EXPECT_EQ(message.ucData[4], (0x1FFFFFFF + 4) & 0xFF);
 
-    NxCanApiWrapper::CopyFrame(message, MakeFrame<VELDCANFDFrame>(0x10, 48));
+    NxCanApiWrapper::CopyFrame(message, MakeCanFrame<VELDCANFDFrame>(0x10, 48));
     EXPECT_EQ(message.tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_STD);
     EXPECT_EQ(message.usDLC, 14);
     EXPECT_EQ(message.ulFlags, 3u);
     EXPECT_EQ(message.ucData[47], 0x10 + 47);
 
-    VELDCANUniFrame uni = MakeFrame<VELDCANUniFrame>(0x20, 16);
+    VELDCANUniFrame uni = MakeCanFrame<VELDCANUniFrame>(0x20, 16);
     for (int fdBit = 0; fdBit < 2; ++fdBit)
         for (int brs = 0; brs < 2; ++brs) {
             uni.SetFD(fdBit != 0);
@@ -244,8 +233,8 @@ TEST_F(CanTransport, DirectTransmission)
     Fake().SetResult("NXCAN_TransmitMessages", 11);
     EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitMessages(messages, 0).errorCode, 0); }).empty());
 
-    NxCanApiWrapper::CopyFrame(messages[0], MakeFrame(0x11));
-    NxCanApiWrapper::CopyFrame(messages[1], MakeFrame(0x22));
+    NxCanApiWrapper::CopyFrame(messages[0], MakeCanFrame(0x11));
+    NxCanApiWrapper::CopyFrame(messages[1], MakeCanFrame(0x22));
     messages[0].ui64Timestamp = 99;
     messages[1].ui64Timestamp = 98;
     EXPECT_EQ(wrapper->TransmitMessages(messages, 2), NxBusError(11, "NXCAN_TransmitMessages", kError));
@@ -264,10 +253,10 @@ TEST_F(CanTransport, StagedFramesCarryTheirFieldsIntoTheStream)
 {
     AddChannel();
     auto wrapper = Ready(Replay());  // 80 ticks per microsecond
-    VELDCANUniFrame uni = MakeFrame<VELDCANUniFrame>(0x7, 64, 3000);
+    VELDCANUniFrame uni = MakeCanFrame<VELDCANUniFrame>(0x7, 64, 3000);
     uni.SetFD(true);
-    EXPECT_EQ(wrapper->CopyFrame2(MakeFrame(0x123, 5, 1000)).errorCode, 0);
-    EXPECT_EQ(wrapper->CopyFrame2(MakeFrame<VELDCANFDFrame>(0xABCDE, 20, 2000, true)).errorCode, 0);
+    EXPECT_EQ(wrapper->CopyFrame2(MakeCanFrame(0x123, 5, 1000)).errorCode, 0);
+    EXPECT_EQ(wrapper->CopyFrame2(MakeCanFrame<VELDCANFDFrame>(0xABCDE, 20, 2000, true)).errorCode, 0);
     EXPECT_EQ(wrapper->CopyFrame2(uni).errorCode, 0);
     EXPECT_EQ(wrapper->GetTxBufferSize(), 64u + 80u + 120u);
     EXPECT_TRUE(Fake().Streamed().empty());
@@ -311,9 +300,9 @@ TEST_F(CanTransport, AHeaderNeeds64FreeBytes)
         AddChannel();
         RecordSizes(Fake(), {used});
         auto wrapper = Ready(Replay());
-        wrapper->CopyFrame2(MakeFrame(1));
+        wrapper->CopyFrame2(MakeCanFrame(1));
         ASSERT_EQ(wrapper->GetTxBufferSize(), used);
-        wrapper->CopyFrame2(MakeFrame(2));
+        wrapper->CopyFrame2(MakeCanFrame(2));
         const bool pushed = used == 65473u;  // the first record goes before the second is placed
         EXPECT_EQ(Fake().Streamed().size(), pushed ? used : 0u);
         EXPECT_EQ(wrapper->GetTxBufferSize(), pushed ? 64u : 65536u);
@@ -325,8 +314,8 @@ TEST_F(CanTransport, ARecordThatNoLongerFitsIsPlacedAgainAfterThePush)
     AddChannel();
     RecordSizes(Fake(), {65000, 1000, 1000});
     auto wrapper = Ready(Replay());
-    wrapper->CopyFrame2(MakeFrame(1));
-    wrapper->CopyFrame2(MakeFrame(2, 8, 77));
+    wrapper->CopyFrame2(MakeCanFrame(1));
+    wrapper->CopyFrame2(MakeCanFrame(2, 8, 77));
     std::vector<nxtest::FakeCall> inits = Fake().CallsTo("NXCAN_ReplayInitHeader");
     ASSERT_EQ(inits.size(), 3u);
     EXPECT_EQ(inits[1].args[2] - inits[0].args[2], 65000u);
@@ -346,7 +335,7 @@ TEST_F(CanTransport, APartialPushKeepsTheRestAndHoldsBackNewFrames)
 {
     AddChannel();
     auto wrapper = Ready(Replay());
-    for (std::uint32_t id = 1; id <= 3; ++id) wrapper->CopyFrame2(MakeFrame(id));
+    for (std::uint32_t id = 1; id <= 3; ++id) wrapper->CopyFrame2(MakeCanFrame(id));
     Fake().SetConsumption([](std::uint32_t offered) { return offered > 64 ? 64u : offered; });
     for (std::uint32_t left : {128u, 64u, 0u}) {
         EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
@@ -358,7 +347,7 @@ TEST_F(CanTransport, APartialPushKeepsTheRestAndHoldsBackNewFrames)
     for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(records[i].head.tMsgHeader.ulCanId, i + 1);
 
     // An error keeps the data for the next push.
-    wrapper->CopyFrame2(MakeFrame(4));
+    wrapper->CopyFrame2(MakeCanFrame(4));
     Fake().SetResult("NXCAN_ReplayStreamData", 6);
     EXPECT_EQ(wrapper->TransmitMessagesPushing(false), NxBusError(6, "NXCAN_ReplayStreamData", kError));
     EXPECT_EQ(wrapper->GetTxBufferSize(), 64u);
@@ -372,7 +361,7 @@ TEST_F(CanTransport, TheEndOfTheStreamIsOneRecordWithDlc0AndTime0)
         << "not initialised: nothing done";
 
     auto wrapper = Ready(Replay());
-    wrapper->CopyFrame2(MakeFrame(1, 8, 50));
+    wrapper->CopyFrame2(MakeCanFrame(1, 8, 50));
     EXPECT_EQ(wrapper->TransmitMessagesPushing(true).errorCode, 0);
     std::vector<nxtest::FakeCall> inits = Fake().CallsTo("NXCAN_ReplayInitHeader");
     ASSERT_EQ(inits.size(), 2u);
@@ -395,7 +384,7 @@ TEST_F(CanTransport, ConcurrentStagingAndPushingNeverSendAHalfWrittenRecord)
         while (!staged) wrapper->TransmitMessagesPushing(false);
         wrapper->TransmitMessagesPushing(false);
     });
-    for (std::uint32_t id = 1; id <= kFrames; ++id) wrapper->CopyFrame2(MakeFrame(id & 0x7FF, 8, id));
+    for (std::uint32_t id = 1; id <= kFrames; ++id) wrapper->CopyFrame2(MakeCanFrame(id & 0x7FF, 8, id));
     staged = true;
     pusher.join();
     std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
