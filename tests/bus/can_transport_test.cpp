@@ -73,6 +73,8 @@ TEST_F(CanTransport, DlcTablesBothWaysWithTheirReports)
     }
 }
 
+// Identifiers, lengths and payloads of the three records reach a printer in
+// the components' traffic tests; here the times and flags.
 TEST_F(CanTransport, MessagesBecomeFramesOfAllThreeKinds)
 {
     AddChannel();
@@ -94,16 +96,10 @@ TEST_F(CanTransport, MessagesBecomeFramesOfAllThreeKinds)
 
     VELDCANFDFrame fd{};
     EXPECT_EQ(NxCanApiWrapper::CopyFrameMon(fd, extended, 5), 1005);
-    EXPECT_TRUE(fd.HasExtendedId());
-    EXPECT_EQ(fd.GetId(), 0x1ABCDEFu);
-    EXPECT_EQ(fd.dataLength, 12);
     EXPECT_EQ(fd.data[63], 0xA0 + 63);
 
     VELDCANUniFrame uni;
     NxCanApiWrapper::CopyFrameMon(uni, extended, 0);
-    EXPECT_TRUE(uni.HasExtendedId());
-    EXPECT_EQ(uni.GetId(), 0x1ABCDEFu);
-    EXPECT_EQ(uni.GetDataLength(), 12u);
     EXPECT_TRUE(uni.HasFlag<VELDCANUniFrame::Flag_RX>() && uni.GetFlag<VELDCANUniFrame::Flag_RX>());
     EXPECT_TRUE(uni.GetFlag<VELDCANUniFrame::Flag_BRS>());
     EXPECT_FALSE(uni.HasFlag<VELDCANUniFrame::Flag_FD>());
@@ -118,35 +114,25 @@ TEST_F(CanTransport, MessagesBecomeFramesOfAllThreeKinds)
     EXPECT_TRUE(Reported("Invalid DLC Value [dlc:20]"));
 }
 
+// Identifiers, lengths, payloads and the flags of the three records meet the
+// simulated library field for field in the simulator's tests; here, the
+// fields no receiver shows.
 TEST_F(CanTransport, FramesBecomeMessagesWithTheirFlags)
 {
     NXSCanMessage message;
     std::memset(&message, 0x5A, sizeof message);
-    NxCanApiWrapper::CopyFrame(message, MakeCanFrame(0x1FFFFFFF, 5, 0, true));
+    NxCanApiWrapper::CopyFrame(message, MakeCanFrame(0x1FFFFFFF, 5, 77, true));
     EXPECT_EQ(message.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
     EXPECT_EQ(message.ui64Timestamp, 0u);
-    EXPECT_EQ(message.ulCanIdentifier, 0x1FFFFFFFu);
-    EXPECT_EQ(message.tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_XTD);
-    EXPECT_EQ(message.usDLC, 5);
     EXPECT_EQ(message.ulFlags, 0u);
-    EXPECT_EQ(message.ucData[4], (0x1FFFFFFF + 4) & 0xFF);
 
-    NxCanApiWrapper::CopyFrame(message, MakeCanFrame<VELDCANFDFrame>(0x10, 48));
-    EXPECT_EQ(message.tCanIdentifierType, NXCAN_IDENTIFIER_TYPE_STD);
-    EXPECT_EQ(message.usDLC, 14);
-    EXPECT_EQ(message.ulFlags, 3u);
-    EXPECT_EQ(message.ucData[47], 0x10 + 47);
-
+    // A universal record without FD and with bit rate switch; a stale FD bit
+    // without its validity does not count.
     VELDCANUniFrame uni = MakeCanFrame<VELDCANUniFrame>(0x20, 16);
-    for (int fdBit = 0; fdBit < 2; ++fdBit)
-        for (int brs = 0; brs < 2; ++brs) {
-            uni.SetFD(fdBit != 0);
-            uni.SetFlag<VELDCANUniFrame::Flag_BRS>(brs != 0);
-            NxCanApiWrapper::CopyFrame(message, uni);
-            EXPECT_EQ(message.ulFlags, static_cast<std::uint32_t>(fdBit + 2 * brs));
-        }
-    EXPECT_EQ(message.usDLC, 10);
-    // A stale FD bit without its validity does not count.
+    uni.SetFlag<VELDCANUniFrame::Flag_BRS>(true);
+    NxCanApiWrapper::CopyFrame(message, uni);
+    EXPECT_EQ(message.ulFlags, 2u);
+    uni.SetFD(true);
     uni.InvalidateAllFlags();
     NxCanApiWrapper::CopyFrame(message, uni);
     EXPECT_EQ(message.ulFlags, 2u);
@@ -249,43 +235,22 @@ TEST_F(CanTransport, DirectTransmission)
 // ---------------------------------------------------------------------------
 // The replay stream
 
-TEST_F(CanTransport, StagedFramesCarryTheirFieldsIntoTheStream)
+// Every field of every record meets the simulated library in the
+// simulator's tests; here the times in ticks and the buffer's accounting.
+TEST_F(CanTransport, StagedFramesWaitForThePushWithTheirTimesInTicks)
 {
     AddChannel();
     auto wrapper = Ready(Replay());  // 80 ticks per microsecond
-    VELDCANUniFrame uni = MakeCanFrame<VELDCANUniFrame>(0x7, 64, 3000);
-    uni.SetFD(true);
     EXPECT_EQ(wrapper->CopyFrame2(MakeCanFrame(0x123, 5, 1000)).errorCode, 0);
     EXPECT_EQ(wrapper->CopyFrame2(MakeCanFrame<VELDCANFDFrame>(0xABCDE, 20, 2000, true)).errorCode, 0);
-    EXPECT_EQ(wrapper->CopyFrame2(uni).errorCode, 0);
+    EXPECT_EQ(wrapper->CopyFrame2(MakeCanFrame<VELDCANUniFrame>(0x7, 64, 3000)).errorCode, 0);
     EXPECT_EQ(wrapper->GetTxBufferSize(), 64u + 80u + 120u);
     EXPECT_TRUE(Fake().Streamed().empty());
 
     EXPECT_EQ(wrapper->TransmitMessagesPushing(false).errorCode, 0);
     std::vector<nxtest::StreamRecord> records = Fake().StreamRecords();
     ASSERT_EQ(records.size(), 3u);
-    const NXSCanReplayMsgHeader& c = records[0].head.tMsgHeader;
-    EXPECT_EQ(c.tMessageType, NXCAN_MESSAGE_TYPE_DATA);
-    EXPECT_EQ(c.ulCanId, 0x123u);
-    EXPECT_EQ(c.tMsgFormat, NXCAN_IDENTIFIER_TYPE_STD);
-    EXPECT_EQ(c.ulFlags, 0u);
-    EXPECT_EQ(c.usDLC, 5);
-    EXPECT_EQ(records[0].head.tHeader.ui64Timestamp, 80000u);
-    EXPECT_EQ(records[0].payload[4], 0x23 + 4);
-
-    const NXSCanReplayMsgHeader& f = records[1].head.tMsgHeader;
-    EXPECT_EQ(f.ulCanId, 0xABCDEu);
-    EXPECT_EQ(f.tMsgFormat, NXCAN_IDENTIFIER_TYPE_XTD);
-    EXPECT_EQ(f.ulFlags, 3u);
-    EXPECT_EQ(f.usDLC, 11);
-    EXPECT_EQ(records[1].head.tHeader.ui64Timestamp, 160000u);
-    ASSERT_EQ(records[1].payload.size(), 24u);
-    EXPECT_EQ(records[1].payload[19], (0xDE + 19) & 0xFF);
-
-    EXPECT_EQ(records[2].head.tMsgHeader.ulFlags, 1u);
-    EXPECT_EQ(records[2].head.tMsgHeader.usDLC, 15);
-    ASSERT_EQ(records[2].payload.size(), 64u);
-    EXPECT_EQ(records[2].payload[63], 0x7 + 63);
+    for (std::uint64_t i = 0; i < 3; ++i) EXPECT_EQ(records[i].head.tHeader.ui64Timestamp, (i + 1) * 80000u);
     EXPECT_EQ(wrapper->GetTxBufferSize(), 0u);
     EXPECT_TRUE(wrapper->IsTransmitFramesAllowed());
 }
