@@ -100,13 +100,10 @@ struct FakeEthLibrary::Ops {
     {
         return Answer("NXETH_GetTime", {U(h)}, ticks, F().m_ticks);
     }
-    static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t* buffer, std::uint32_t* third)
+    static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t*, std::uint32_t* read)
     {
-        Lock lock(Mutex());
-        std::uint32_t n = std::min<std::uint32_t>(bufferSize, static_cast<std::uint32_t>(F().m_readBlock.size()));
-        std::memcpy(buffer, F().m_readBlock.data(), n);
-        *third = n;
-        return Record("NXETH_ReadFrames", {U(h), bufferSize});
+        *read = 0;
+        return Simple("NXETH_ReadFrames", {U(h), bufferSize});
     }
     static NXTEthError GetErrorText(NXTEthError error, char* text) { return ErrorText("NXETH_GetErrorText", error, text); }
     static NXTEthError GetLastAccessProviderSpecificError(NXTEthHandle h, std::int32_t* code, char* text)

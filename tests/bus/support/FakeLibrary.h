@@ -372,14 +372,9 @@ public:
     static FakeEthLibrary& Instance();
     void Reset();
 
-    // The block that the next reads return.
-    void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
-
 private:
     FakeEthLibrary() : FakeBusLibrary(1000000000) {}
     struct Ops;
-
-    std::vector<std::uint8_t> m_readBlock;
 };
 
 class FakeDrPreLibrary : public FakeLibrary {
