@@ -38,8 +38,6 @@ TEST_F(EthWrapper, BringsUpAndReleasesMonitoringAndReplayInterfacesInTheLibrarys
         EXPECT_EQ(*wrapper->GetInterfaceHandle(), 5);
         EXPECT_EQ(Eth().RegisteredIdentifier(), "eth1");
         EXPECT_EQ(NxEthApiWrapper::GetTimeConvCoefficient(), 125u);
-        EXPECT_EQ(uEthApiWrapperCount, 1u);
-        EXPECT_EQ(uDrPreApiWrapperCount, replay ? 1u : 0u);
         if (replay) {
             EXPECT_EQ(Eth().CallsTo("NxDRPP_CreateHandle")[0].args, (Args{10, 1000, NXDRPP_UDP}));
             // Hardware that offers the high-speed path, settings that do not ask for it.
@@ -50,8 +48,6 @@ TEST_F(EthWrapper, BringsUpAndReleasesMonitoringAndReplayInterfacesInTheLibrarys
         Calls release = kRelease;
         if (replay) release.push_back("NxDRPP_DestroyHandle");
         EXPECT_EQ(CallsDuring([&] { wrapper.reset(); }), release);
-        EXPECT_EQ(uEthApiWrapperCount, 0u);
-        EXPECT_EQ(uDrPreApiWrapperCount, 0u);
     }
 }
 
@@ -101,16 +97,13 @@ TEST_F(EthWrapper, OnlyTheLastWrapperLetsTheLibrariesGo)
     auto second = Ready(Replay());
     EXPECT_EQ(uEthApiWrapperCount, 2u);
     EXPECT_EQ(uDrPreApiWrapperCount, 2u);
-    const std::vector<nxtest::FakeCall> handles = Eth().CallsTo("NxDRPP_CreateHandle");
-    ASSERT_EQ(handles.size(), 2u);
-
+    EXPECT_EQ(Eth().CallsTo("NxDRPP_CreateHandle").size(), 2u);
     EXPECT_EQ(CallsDuring([&] { first.reset(); }), kRelease);  // its stage is left as it is
     EXPECT_NE(pfnEthGetTime, nullptr);
     EXPECT_TRUE(bus.StageObject().is_loaded());
 
     second.reset();
-    std::vector<nxtest::FakeCall> destroyed = Eth().CallsTo("NxDRPP_DestroyHandle");
-    ASSERT_EQ(destroyed.size(), 1u);
+    EXPECT_EQ(Eth().CallsTo("NxDRPP_DestroyHandle").size(), 1u);
     EXPECT_EQ(pfnEthGetTime, nullptr);
     EXPECT_FALSE(bus.StageObject().is_loaded());
     EXPECT_EQ(bus.StageObject().unloads, 1);
