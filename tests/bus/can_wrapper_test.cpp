@@ -178,14 +178,16 @@ TEST_F(CanWrapper, AVirtualFirstChannelSkipsEveryBitRateCall)
     EXPECT_EQ(rate, 1234u);
 }
 
-// The classic rate that reaches the bus is checked by the simulated bus,
-// which refuses a rate that differs from its own; here its failures: a rate
-// that cannot be converted is an error and nothing is set; one that cannot
-// be set is a warning, and the channel is still up.
-TEST_F(CanWrapper, ClassicBitRateFailures)
+// The rate that reaches the bus is checked by the simulated bus, which
+// refuses a rate other than its own; here the clock, which it does not
+// tell, and the failures: a rate that cannot be converted is an error and
+// nothing is set; one that cannot be set is a warning, the channel still up.
+TEST_F(CanWrapper, ClassicBitRate)
 {
     AddChannel();
     auto wrapper = Ready(Monitoring("ch1", false));
+    EXPECT_EQ(Fake().CallsTo("NXCAN_ConvertBaudrateToBitTimingParameters")[0].args, (Args{8000000, 500000}));
+    EXPECT_EQ(Fake().CallsTo("NXCAN_SetBaudrate")[0].args, (Args{7, 8000000}));
     NXSCanBitTimingParameters data = Fake().LastDataTiming();  // a classic channel has no data phase
     EXPECT_EQ(data.ulSJW + data.ulBRP + data.ulSAM + data.ulTSEG1 + data.ulTSEG2, 0u);
     for (const NxBusError& failure : {NxBusError(2, "NXCAN_ConvertBaudrateToBitTimingParameters", kError),
