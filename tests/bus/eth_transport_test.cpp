@@ -116,7 +116,6 @@ TEST_F(EthTransport, FramesLeaveTheStageOnlyFromItsFillLevelOnAndStreamByteForBy
     ASSERT_EQ(records.size(), 10u);
     for (std::size_t i = 0; i < records.size(); ++i) {
         EXPECT_EQ(records[i].payload, packets[i].bytes) << i;
-        EXPECT_EQ(records[i].head.tMsgHeader.tFrameType, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS);
         EXPECT_EQ(records[i].head.tHeader.ui64Timestamp, (1000 + i) * 1000) << i;
     }
     EXPECT_EQ(wrapper->GetTxBufferSize(), 0u);
