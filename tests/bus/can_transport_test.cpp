@@ -210,26 +210,24 @@ TEST_F(CanTransport, WaitingWakesOnReceptionAndTimesOut)
     EXPECT_FALSE(wrapper->WaitForReceiveEvent(1000000, nullptr));
 }
 
+// A refusal reaches the user through the components' fault tests; here what
+// the library is handed: the messages as they are, to go at once.
 TEST_F(CanTransport, DirectTransmission)
 {
     AddChannel();
     NXSCanMessage messages[2];
     EXPECT_THROW(Make(Monitoring())->TransmitMessages(messages, 2), std::runtime_error);
     auto wrapper = Ready(Monitoring());
-    Fake().SetResult("NXCAN_TransmitMessages", 11);
     EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitMessages(messages, 0).errorCode, 0); }).empty());
-
     NxCanApiWrapper::CopyFrame(messages[0], MakeCanFrame(0x11));
     NxCanApiWrapper::CopyFrame(messages[1], MakeCanFrame(0x22));
     messages[0].ui64Timestamp = 99;
     messages[1].ui64Timestamp = 98;
-    EXPECT_EQ(wrapper->TransmitMessages(messages, 2), NxBusError(11, "NXCAN_TransmitMessages", kError));
-    EXPECT_EQ(messages[0].ui64Timestamp + messages[1].ui64Timestamp, 0u);
-    Fake().SetResult("NXCAN_TransmitMessages", 0);
     ASSERT_EQ(wrapper->TransmitMessages(messages, 2).errorCode, 0);
     std::vector<NXSCanMessage> sent = Fake().Transmitted();
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[1].ulCanIdentifier, 0x22u);
+    EXPECT_EQ(sent[0].ui64Timestamp + sent[1].ui64Timestamp, 0u);
 }
 
 // ---------------------------------------------------------------------------

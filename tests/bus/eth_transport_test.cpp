@@ -89,8 +89,6 @@ TEST_F(EthTransport, TransmittedFramesMakeRoomForTheCheckSequence)
     EXPECT_EQ(std::vector<std::uint8_t>(block.begin() + 32, block.begin() + 92), packet.bytes);
 
     EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0); }).empty());
-    Eth().SetResult("NXETH_TransmitFrames", 13);
-    EXPECT_EQ(wrapper->TransmitFrames(block.data(), 1), NxBusError(13, "NXETH_TransmitFrames", kError));  // one frame
 }
 
 // ---------------------------------------------------------------------------
