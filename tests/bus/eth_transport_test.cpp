@@ -145,7 +145,9 @@ TEST_F(EthTransport, AFullStageIsWaitedOutUntilItTakesTheFrameOrTheStopTestSaysS
         Stage().ScriptResults("NxDRPP_InsertFrames", c.answers);
         NxBusError result = wrapper->CopyFrame2(packet.bytes.data(), &packet.header, stopAfter(c.stopAfterTries));
         EXPECT_EQ(result.errorCode, c.code);
-        EXPECT_EQ(result.functionName, c.code ? "NxDRPP_InsertFrames" : result.functionName);
+        if (c.code != 0) {
+            EXPECT_EQ(result.functionName, "NxDRPP_InsertFrames");
+        }
         EXPECT_EQ(Stage().CallsTo("NxDRPP_InsertFrames").size() - inserts, c.inserts);
         EXPECT_EQ(Stage().Held() - held, c.taken ? 1u : 0u);
     }
