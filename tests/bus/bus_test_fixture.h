@@ -1,12 +1,14 @@
 // What the bus tests share: an engine that captures reports, the library
 // doubles installed for the test's duration, and short ways to make settings
-// and wrappers.
+// and wrappers and to compare their results.
 #ifndef BUS_TEST_FIXTURE_H
 #define BUS_TEST_FIXTURE_H
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,19 @@
 
 using Calls = std::vector<std::string>;
 using Args = std::vector<std::uint64_t>;  // of a logged call
+
+const NxBusErrorSeverity kError = NxBusErrorSeverity::Error;
+const NxBusErrorSeverity kWarning = NxBusErrorSeverity::Warning;
+const NxBusErrorSeverity kNotDefined = NxBusErrorSeverity::NotDefined;
+
+inline bool operator==(const NxBusError& a, const NxBusError& b)
+{
+    return a.errorCode == b.errorCode && a.functionName == b.functionName && a.severity == b.severity;
+}
+inline void PrintTo(const NxBusError& e, std::ostream* out)
+{
+    *out << "{" << e.errorCode << ", \"" << e.functionName << "\", severity " << static_cast<int>(e.severity) << "}";
+}
 
 // `order` appears within `calls` in that order (other calls between).
 inline void ExpectInOrder(const Calls& calls, const Calls& order)
@@ -42,57 +57,47 @@ std::string Thrown(F f)
     return "no exception";
 }
 
-template <class Settings>
-struct WrapperOf;
-template <>
-struct WrapperOf<NxCanApiWrapperSettings> {
-    using type = NxCanApiWrapper;
-};
-template <>
-struct WrapperOf<NxEthApiWrapperSettings> {
-    using type = NxEthApiWrapper;
-};
-
-// An engine that captures what is reported; the calls made since a mark,
-// in the log that all doubles share; wrappers made, and made ready.
+// An engine that captures what is reported; the calls made, in the log that
+// all doubles share; wrappers made, and made ready.
 class EngineTest : public ::testing::Test {
 protected:
     EngineTest() : engine(Quiet()) {}
 
     bool Reported(const std::string& text) { return engine.GetConsole().Contains(text, VELD::Error); }
-    void Mark() { m_mark = nxtest::FakeCanLibrary::Instance().Calls().size(); }
-    Calls CallsSinceMark() const
+    // The library calls that `action` makes.
+    static Calls CallsDuring(const std::function<void()>& action)
     {
-        Calls names = nxtest::FakeCanLibrary::Instance().CallNames();
-        return Calls(names.begin() + static_cast<std::ptrdiff_t>(m_mark), names.end());
+        const std::size_t before = nxtest::FakeCanLibrary::Instance().Calls().size();
+        action();
+        const Calls names = nxtest::FakeCanLibrary::Instance().CallNames();
+        return Calls(names.begin() + static_cast<std::ptrdiff_t>(before), names.end());
     }
-    template <class Settings>
-    static auto Make(const Settings& settings)
+    static auto Make(const NxCanApiWrapperSettings& settings) { return std::make_unique<NxCanApiWrapper>(settings); }
+    static auto Make(const NxEthApiWrapperSettings& settings) { return std::make_unique<NxEthApiWrapper>(settings); }
+    template <class Wrapper>
+    static NxBusError Init(Wrapper& wrapper, bool* highSpeed = nullptr)
     {
-        return std::make_unique<typename WrapperOf<Settings>::type>(settings);
+        bool ignored = false;
+        return wrapper.Initialize(highSpeed ? highSpeed : &ignored);
     }
     // A wrapper that went through Initialize successfully.
     template <class Settings>
     static auto Ready(const Settings& settings)
     {
         auto wrapper = Make(settings);
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
+        NxBusError result = Init(*wrapper);
         EXPECT_EQ(result.errorCode, 0) << wrapper->GetErrorMessage(result);
         return wrapper;
     }
 
     veldor::Engine engine;
-
-private:
-    std::size_t m_mark = 0;
 };
 
 class BusTest : public EngineTest {
 protected:
     nxtest::FakeCanLibrary& Fake() { return bus.Fake(); }
 
-    // One real channel "ch1" at the default address.
+    // A channel at the default address.
     void AddChannel(const std::string& identifier = "ch1", std::uint32_t capabilities = 0,
                     const std::string& interfaceName = "PCIe", const std::string& vendor = "Norvex")
     {
@@ -110,7 +115,7 @@ protected:
     nxtest::ScopedFakeCanLibrary bus;
 };
 
-// The Ethernet twin: one interface "eth1" unless a test adds others.
+// The Ethernet twin.
 class EthBusTest : public EngineTest {
 protected:
     nxtest::FakeEthLibrary& Eth() { return bus.Eth(); }

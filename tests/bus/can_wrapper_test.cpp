@@ -44,28 +44,16 @@ TEST_F(CanWrapper, BringsUpMonitoringAndReplayChannelsInTheLibrarysOrder)
             EXPECT_EQ(Fake().RegisteredIdentifier(), "ch1");
             EXPECT_EQ(Fake().CallsTo("NXCAN_InitChannel")[0].args, (Args{7, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, 0}));
             EXPECT_EQ(Fake().CallsTo("NXCAN_SetAcceptance")[0].args, (Args{7, 0x100, 0x700, 0x1000, 0x1F000}));
-            EXPECT_EQ(Fake().CallsTo("NXCAN_FlushReceiveQueue").size(), 1u);
-            EXPECT_EQ(Fake().CallsTo("NXCAN_FlushTransmitQueue").size(), 1u);
+            EXPECT_EQ(Fake().CallsTo("NXCAN_FlushReceiveQueue").size() + Fake().CallsTo("NXCAN_FlushTransmitQueue").size(), 2u);
+            EXPECT_EQ(Fake().CallsTo("NXCAN_SetEventNotification").size(), eventBased ? 1u : 0u);
             if (eventBased) {
                 EXPECT_EQ(Fake().CallsTo("NXCAN_SetEventNotification")[0].args, (Args{7, 1}));
                 ASSERT_NE(Fake().Event(), nullptr);
                 EXPECT_FALSE(Fake().Event()->m_signalled);
-            } else {
-                EXPECT_TRUE(Fake().CallsTo("NXCAN_SetEventNotification").empty());
             }
-            if (replay) {
-                EXPECT_EQ(Fake().CallsTo("NXCAN_RegisterReplayChannel")[0].args[1], 0u);
-            }
-            EXPECT_EQ(NxCanApiWrapper::GetTimeConvCoefficient(), 80u);
-            EXPECT_EQ(wrapper->GetInitialBaudRate(), 500000u);
-
-            // A second Initialize does nothing.
-            Mark();
-            bool highSpeed = false;
-            EXPECT_EQ(wrapper->Initialize(&highSpeed).errorCode, 0);
-            EXPECT_TRUE(CallsSinceMark().empty());
-            wrapper.reset();
-            EXPECT_EQ(CallsSinceMark(), kRelease);
+            EXPECT_EQ(wrapper->GetInitialBaudRate(), 500000u);  // as the library converts the channel's timing
+            EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(Init(*wrapper).errorCode, 0); }).empty()) << "once is enough";
+            EXPECT_EQ(CallsDuring([&] { wrapper.reset(); }), kRelease);
         }
     }
 }
@@ -85,12 +73,10 @@ TEST_F(CanWrapper, AChannelThatIsNotThereGivesCode10AndCountsAsInitialised)
         auto wrapper = Make(c.settings);
         EXPECT_EQ(Fake().LastSearchAddress(), c.settings.GetIp());
         EXPECT_EQ(Fake().CallNames(), c.discovery);
-        Mark();
         bool highSpeed = true;
-        NxBusError result = wrapper->Initialize(&highSpeed);
-        EXPECT_EQ(result.errorCode, 10);
-        EXPECT_EQ(result.functionName, "RegisterCanChannel");
-        EXPECT_EQ(result.severity, NxBusErrorSeverity::Error);
+        EXPECT_TRUE(CallsDuring([&] {
+                        EXPECT_EQ(Init(*wrapper, &highSpeed), NxBusError(10, "RegisterCanChannel", kError));
+                    }).empty());
         EXPECT_TRUE(wrapper->GetIsInitialized());
         EXPECT_EQ(wrapper->GetCanChannelHandle(), -1);
         EXPECT_TRUE(highSpeed);
@@ -99,22 +85,21 @@ TEST_F(CanWrapper, AChannelThatIsNotThereGivesCode10AndCountsAsInitialised)
             EXPECT_EQ(wrapper->GetCanChannelInfo(), nullptr);
             EXPECT_EQ(Thrown([&] { wrapper->CopyFrame2(VELDCANFrame{}); }), "Destination buffer is null!");
         }
-        wrapper.reset();
-        EXPECT_TRUE(CallsSinceMark().empty()) << "no handle: the destructor calls nothing";
+        EXPECT_TRUE(CallsDuring([&] { wrapper.reset(); }).empty()) << "no handle: the destructor calls nothing";
     }
 }
 
 TEST_F(CanWrapper, AFailedStepStopsTheBringUpAndOnlyCode1LeavesItUninitialised)
 {
+    const Calls kUnregister = {"NXCAN_IsChannelAccessible", "NXCAN_UnregisterChannel"};
     struct Case {
         const char* symbol;
         std::int32_t code;
         bool initialised;
         Calls release;  // an uninitialised channel is only unregistered
-    };
-    const Case cases[] = {
-        {"NXCAN_InitChannel", 1, false, {"NXCAN_IsChannelAccessible", "NXCAN_UnregisterChannel"}},
-        {"NXCAN_GetBaudrate", 1, false, {"NXCAN_IsChannelAccessible", "NXCAN_UnregisterChannel"}},
+    } const cases[] = {
+        {"NXCAN_InitChannel", 1, false, kUnregister},
+        {"NXCAN_GetBaudrate", 1, false, kUnregister},
         {"NXCAN_ActivateChannel", 5, true, kRelease},
     };
     for (const Case& c : cases) {
@@ -123,29 +108,21 @@ TEST_F(CanWrapper, AFailedStepStopsTheBringUpAndOnlyCode1LeavesItUninitialised)
         AddChannel();
         Fake().ScriptResults(c.symbol, {c.code});
         auto wrapper = Make(Monitoring());
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
-        EXPECT_EQ(result.errorCode, c.code);
-        EXPECT_EQ(result.functionName, c.symbol);
+        EXPECT_EQ(Init(*wrapper), NxBusError(c.code, c.symbol, kError));
         EXPECT_EQ(Fake().CallNames().back(), c.symbol) << "nothing after the failed step";
         EXPECT_EQ(wrapper->GetIsInitialized(), c.initialised);
         if (!c.initialised) {
             EXPECT_THROW(wrapper->ReadReceiveQueue(), std::runtime_error);
         }
-        Mark();
-        wrapper.reset();
-        EXPECT_EQ(CallsSinceMark(), c.release);
+        EXPECT_EQ(CallsDuring([&] { wrapper.reset(); }), c.release);
     }
 
     // Not initialised, the whole bring-up runs again, registration included.
     AddChannel();
     Fake().ScriptResults("NXCAN_InitChannel", {1});
     auto wrapper = Make(Monitoring());
-    bool highSpeed = false;
-    EXPECT_EQ(wrapper->Initialize(&highSpeed).errorCode, 1);
-    Mark();
-    EXPECT_EQ(wrapper->Initialize(&highSpeed).errorCode, 0);
-    ExpectInOrder(CallsSinceMark(), BringUpOrder(false, false));
+    EXPECT_EQ(Init(*wrapper).errorCode, 1);
+    ExpectInOrder(CallsDuring([&] { EXPECT_EQ(Init(*wrapper).errorCode, 0); }), BringUpOrder(false, false));
     EXPECT_TRUE(wrapper->GetIsInitialized());
 }
 
@@ -155,13 +132,8 @@ TEST_F(CanWrapper, AnInaccessibleChannelIsLeftAlone)
         nxtest::ScopedFakeCanLibrary scoped;
         AddChannel();
         auto wrapper = Ready(Monitoring());
-        if (failQuestion)
-            Fake().SetResult("NXCAN_IsChannelAccessible", 3);
-        else
-            Fake().SetAccessible(false);
-        Mark();
-        wrapper.reset();
-        EXPECT_EQ(CallsSinceMark(), (Calls{"NXCAN_IsChannelAccessible", "NXCAN_IsChannelAccessible"}));
+        failQuestion ? Fake().SetResult("NXCAN_IsChannelAccessible", 3) : Fake().SetAccessible(false);
+        EXPECT_EQ(CallsDuring([&] { wrapper.reset(); }), (Calls{"NXCAN_IsChannelAccessible", "NXCAN_IsChannelAccessible"}));
     }
 }
 
@@ -179,16 +151,15 @@ TEST_F(CanWrapper, HighSpeedNeedsTheHardwareAndTheSettings)
         NxCanApiWrapperSettings settings = Replay();
         settings.SetIsHighSpeedChannel(c.asked);
         bool supported = !(c.capabilities & 0x100);
-        Make(settings)->Initialize(&supported);
+        Init(*Make(settings), &supported);
         EXPECT_EQ(supported, (c.capabilities & 0x100) != 0);
         EXPECT_EQ(Fake().CallsTo("NXCAN_RegisterReplayChannel")[0].args, (Args{c.passed, 0}));
     }
-
     // A monitoring channel leaves the output alone.
     nxtest::ScopedFakeCanLibrary scoped;
     AddChannel("ch1", 0x100);
     bool untouched = false;
-    Make(Monitoring())->Initialize(&untouched);
+    Init(*Make(Monitoring()), &untouched);
     EXPECT_FALSE(untouched);
 }
 
@@ -207,32 +178,24 @@ TEST_F(CanWrapper, AVirtualFirstChannelSkipsEveryBitRateCall)
     EXPECT_EQ(rate, 1234u);
 }
 
+// The rate that reaches the bus is checked by the simulated bus, which
+// refuses a rate other than its own; here the clock, which it does not
+// tell, and the failures: a rate that cannot be converted is an error and
+// nothing is set; one that cannot be set is a warning, the channel still up.
 TEST_F(CanWrapper, ClassicBitRate)
 {
     AddChannel();
     auto wrapper = Ready(Monitoring("ch1", false));
     EXPECT_EQ(Fake().CallsTo("NXCAN_ConvertBaudrateToBitTimingParameters")[0].args, (Args{8000000, 500000}));
     EXPECT_EQ(Fake().CallsTo("NXCAN_SetBaudrate")[0].args, (Args{7, 8000000}));
-    EXPECT_EQ(Fake().LastArbitrationTiming().ulTSEG1, 500u);
-    NXSCanBitTimingParameters data = Fake().LastDataTiming();
+    NXSCanBitTimingParameters data = Fake().LastDataTiming();  // a classic channel has no data phase
     EXPECT_EQ(data.ulSJW + data.ulBRP + data.ulSAM + data.ulTSEG1 + data.ulTSEG2, 0u);
-
-    // A rate that cannot be converted is an error and nothing is set; one
-    // that cannot be set is a warning, and the channel is still up.
-    struct Case {
-        const char* symbol;
-        std::int32_t code;
-        NxBusErrorSeverity severity;
-    };
-    for (Case c : {Case{"NXCAN_ConvertBaudrateToBitTimingParameters", 2, NxBusErrorSeverity::Error},
-                   Case{"NXCAN_SetBaudrate", 9, NxBusErrorSeverity::Warning}}) {
-        Fake().ScriptResults(c.symbol, {c.code});
+    for (const NxBusError& failure : {NxBusError(2, "NXCAN_ConvertBaudrateToBitTimingParameters", kError),
+                                      NxBusError(9, "NXCAN_SetBaudrate", kWarning)}) {
+        Fake().ScriptResults(failure.functionName, {failure.errorCode});
         const std::size_t sets = Fake().CallsTo("NXCAN_SetBaudrate").size();
-        NxBusError failed = wrapper->SetBaudRate();
-        EXPECT_EQ(failed.errorCode, c.code);
-        EXPECT_EQ(failed.functionName, c.symbol);
-        EXPECT_EQ(failed.severity, c.severity);
-        EXPECT_EQ(Fake().CallsTo("NXCAN_SetBaudrate").size(), sets + (c.code == 2 ? 0 : 1));
+        EXPECT_EQ(wrapper->SetBaudRate(), failure);
+        EXPECT_EQ(Fake().CallsTo("NXCAN_SetBaudrate").size(), sets + (failure.errorCode == 2 ? 0 : 1));
     }
 }
 
@@ -249,8 +212,7 @@ TEST_F(CanWrapper, CanFdSetsTheRatesOnlyWhenBothConversionsFail)
         AddChannel();
         Fake().ScriptResults("NXCAN_ConvertBaudrateToBitTimingParameters", c.conversions);
         auto wrapper = Make(Monitoring("ch1", true));
-        bool highSpeed = false;
-        NxBusError result = wrapper->Initialize(&highSpeed);
+        NxBusError result = Init(*wrapper);
         std::vector<nxtest::FakeCall> conversions = Fake().CallsTo("NXCAN_ConvertBaudrateToBitTimingParameters");
         ASSERT_EQ(conversions.size(), c.conversionCalls);
         EXPECT_EQ(conversions[0].args, (Args{80000000, 2000000}));
@@ -277,16 +239,11 @@ TEST_F(CanWrapper, OperationsNameTheirLibraryCall)
     AddChannel();
     auto wrapper = Ready(Monitoring());
     Fake().SetResult("NXCAN_GetBaudrate", 3);
-    Mark();
     std::uint32_t rate = 77;
-    EXPECT_EQ(wrapper->GetBaudRate(&rate).functionName, "NXCAN_GetBaudrate");
+    EXPECT_EQ(CallsDuring([&] { EXPECT_EQ(wrapper->GetBaudRate(&rate).functionName, "NXCAN_GetBaudrate"); }),
+              Calls{"NXCAN_GetBaudrate"});
     EXPECT_EQ(rate, 77u);
-    EXPECT_EQ(CallsSinceMark(), Calls{"NXCAN_GetBaudrate"});
-
-    NxBusError acceptance = wrapper->SetAcceptance(1, 2, 3, 4);
-    EXPECT_EQ(acceptance.errorCode, 0);
-    EXPECT_EQ(acceptance.functionName, "NXCAN_CanSetAcceptance");
-    EXPECT_EQ(acceptance.severity, NxBusErrorSeverity::Error);
+    EXPECT_EQ(wrapper->SetAcceptance(1, 2, 3, 4), NxBusError(0, "NXCAN_CanSetAcceptance", kError));
 }
 
 TEST_F(CanWrapper, HardwareTimeUsesTheSharedCoefficient)
@@ -297,12 +254,8 @@ TEST_F(CanWrapper, HardwareTimeUsesTheSharedCoefficient)
     EXPECT_EQ(NxCanApiWrapper::GetTimeConvCoefficient(), 25u);
     Fake().SetTicks(25 * 1234567);
     std::uint64_t now = 0;
-    NxBusError ok = wrapper->GetHardwareTime(&now);
-    EXPECT_EQ(ok.errorCode, 0);
-    EXPECT_EQ(ok.functionName, "");
-    EXPECT_EQ(ok.severity, NxBusErrorSeverity::NotDefined);
+    EXPECT_EQ(wrapper->GetHardwareTime(&now), NxBusError());
     EXPECT_EQ(now, 1234567u);
-
     Fake().SetResult("NXCAN_GetHardwareTime", 8);
     now = 5;
     EXPECT_EQ(wrapper->GetHardwareTime(&now).functionName, "NXCAN_GetHardwareTime");
@@ -323,39 +276,25 @@ TEST_F(CanWrapper, ReplayTimesGoOutInTicks)
 {
     AddChannel();
     auto wrapper = Ready(Replay());  // 80 ticks per microsecond
-
-    NxBusError log = wrapper->SetLogStartTime(1000);
-    EXPECT_EQ(wrapper->GetLogStartTime(), 1000u);
-    EXPECT_EQ(log.severity, NxBusErrorSeverity::NotDefined);
-    EXPECT_EQ(log.functionName, "NXCAN_SetReplayStartTime");
+    EXPECT_EQ(wrapper->SetLogStartTime(1000), NxBusError(0, "NXCAN_SetReplayStartTime", kNotDefined));
     EXPECT_EQ(Fake().CallsTo("NXCAN_SetReplayStartTime").back().args,
               (Args{7, 0, 80000, NXCAN_REPLAY_OPTION_APPLY_OFFSET_ONLY, 0}));
     Fake().ScriptResults("NXCAN_SetReplayStartTime", {-1, 2});
-    EXPECT_EQ(wrapper->SetLogStartTime(5).severity, NxBusErrorSeverity::Warning);
-    EXPECT_EQ(wrapper->SetLogStartTime(5).severity, NxBusErrorSeverity::Error);
+    EXPECT_EQ(wrapper->SetLogStartTime(5).severity, kWarning);
+    EXPECT_EQ(wrapper->SetLogStartTime(5).severity, kError);
 
     EXPECT_EQ(wrapper->SetReplayStartTime(300, 200).functionName, "NXCAN_SetReplayStartTime");
     EXPECT_EQ(Fake().CallsTo("NXCAN_SetReplayStartTime").back().args,
               (Args{7, 24000, 16000, NXCAN_REPLAY_OPTION_NONE, 0}));
     EXPECT_EQ(wrapper->SetReplayStopTime(10).functionName, "NXCAN_SetReplayStopTime");
     EXPECT_EQ(Fake().CallsTo("NXCAN_SetReplayStopTime").back().args, (Args{7, 800}));
-
-    wrapper->SetReplayEofTime(42);
-    EXPECT_EQ(wrapper->GetReplayEofTime(), 42u);
 }
 
 TEST_F(CanWrapper, ReplayStateIsCopiedWithTheStateCutTo8Bits)
 {
     AddChannel();
     auto wrapper = Ready(Replay());
-    NXSCanReplayStatusInfo status = {};
-    status.tReplayState = static_cast<NXECanReplayState>(0x104);
-    status.ui64Timestamp = 1;
-    status.ui64SentFrames = 2;
-    status.ui64ErrorData = 3;
-    status.ui64SendFailed = 4;
-    status.ui64Dropped = 5;
-    Fake().SetReplayStatus(status);
+    Fake().SetReplayStatus({0, static_cast<NXECanReplayState>(0x104), 1, 2, 3, 4, 5, {}});
     NxBusReplayStateInfo info = {};
     EXPECT_EQ(wrapper->GetReplayStateInfo(&info).functionName, "");
     EXPECT_EQ(info.tReplayState, 4);
@@ -366,36 +305,24 @@ TEST_F(CanWrapper, ReplayStateIsCopiedWithTheStateCutTo8Bits)
     EXPECT_EQ(wrapper->GetReplayStateInfo(&info).functionName, "NXCAN_GetReplayStateInfo");
 }
 
-TEST_F(CanWrapper, DiscoveryListsFiltersAndDescribes)
+// What the channel list of the components shows (hardware only, the
+// descriptions) is theirs to test on the simulated bus; here what it cannot
+// show.
+TEST_F(CanWrapper, DiscoveryDescribesOnlyItsOwnChannelAndFailsOnlyOnTheCount)
 {
     AddChannel("n1", 0x100);
-    AddChannel("v1", 0, "Virtual");
-    AddChannel("o1", 0, "USB", "Other");
+    AddChannel("o1");
     auto all = NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", false);
-    ASSERT_EQ(all.size(), 3u);
-    EXPECT_EQ(Fake().CallsTo("NXCAN_GetAvailableChannelsCount")[0].args,
-              (Args{1, NXCAN_SEARCH_ARRTIBUTE_TYPE_IP_V4_ADDRESS}));
-    auto hardware = NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", true);
-    ASSERT_EQ(hardware.size(), 1u);
-    EXPECT_STREQ(NxCanApiWrapper::GetChannelId(hardware[0]), "n1");
-    EXPECT_TRUE(NxCanApiWrapper::IsHighSpeedChannel(hardware[0]));
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_TRUE(NxCanApiWrapper::IsHighSpeedChannel(all[0]));
     EXPECT_FALSE(NxCanApiWrapper::IsHighSpeedChannel(all[1]));
-
-    EXPECT_STREQ(NxCanApiWrapper::GetChannelDescription(all[0], "n1"), "Vendor: Norvex; Interface: PCIe; Serial number: SN-n1");
-    EXPECT_STREQ(NxCanApiWrapper::GetChannelDescription(all[0], "v1"), "");
-    std::memset(all[2].szInterfaceSerialNumber, 0, sizeof all[2].szInterfaceSerialNumber);
-    EXPECT_STREQ(NxCanApiWrapper::GetChannelDescription(all[2], "o1"), "Vendor: Other; Interface: USB");
-
-    // The listing fails quietly, the count does not.
+    EXPECT_STREQ(NxCanApiWrapper::GetChannelDescription(all[0], "o1"), "");
     Fake().SetResult("NXCAN_GetAvailableChannels", 3);
     EXPECT_TRUE(NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", false).empty());
     Fake().SetResult("NXCAN_GetAvailableChannelsCount", 4);
     EXPECT_EQ(Thrown([] { NxCanApiWrapper::RetrieveAvailableChannelsVector("127.0.0.1", false); }),
               "NXCAN_GetAvailableChannelsCount: library text of 4");
 }
-
-// ---------------------------------------------------------------------------
-// Error texts
 
 // -1 takes the vendor's text, and only with a channel; the vendor's 128
 // asks for a flush and no text. GetErrorMessage returns what
@@ -410,8 +337,7 @@ TEST_F(CanWrapper, ErrorMessagesTakeTheVendorBranchOnlyWithAChannel)
         bool channel;
         std::int32_t vendorCode;
         const char* message;
-    };
-    const Case cases[] = {
+    } const cases[] = {
         {0, true, 0, ""},
         {-1, false, 77, "NXCAN_X: library text of -1"},
         {12, true, 77, "NXCAN_X: library text of 12"},
@@ -422,12 +348,11 @@ TEST_F(CanWrapper, ErrorMessagesTakeTheVendorBranchOnlyWithAChannel)
         SCOPED_TRACE(testing::Message() << c.code << (c.channel ? " with a channel, vendor " : " without, vendor ")
                                         << c.vendorCode);
         Fake().SetVendorError(c.vendorCode, "vendor says no");
-        Mark();
-        NxBusError error(c.code, "NXCAN_X", NxBusErrorSeverity::Error);
-        EXPECT_EQ((c.channel ? ready : idle)->GetErrorMessage(error), c.message);
-        EXPECT_EQ(Thrown([&] { NxCanApiWrapper::RetrieveErrMessage("NXCAN_X", c.code, c.channel ? 7 : -1); }),
-                  *c.message ? c.message : "no exception");
-        const Calls calls = CallsSinceMark();
+        const Calls calls = CallsDuring([&] {
+            EXPECT_EQ((c.channel ? ready : idle)->GetErrorMessage(NxBusError(c.code, "NXCAN_X", kError)), c.message);
+            EXPECT_EQ(Thrown([&] { NxCanApiWrapper::RetrieveErrMessage("NXCAN_X", c.code, c.channel ? 7 : -1); }),
+                      *c.message ? c.message : "no exception");
+        });
         EXPECT_EQ(std::count(calls.begin(), calls.end(), "NXCAN_GetLastVendorSpecificError") > 0,
                   c.code == -1 && c.channel);
         EXPECT_EQ(std::count(calls.begin(), calls.end(), "NXCAN_FlushReceiveQueue"), c.vendorCode == 128 ? 2 : 0);
@@ -438,31 +363,24 @@ TEST_F(CanWrapper, ErrorMessagesTakeTheVendorBranchOnlyWithAChannel)
 TEST_F(CanWrapper, ErrorMessagesNeedNoBoundTable)
 {
     bus.Object().missing = {"NXCAN_GetErrorText"};
-    auto wrapper = Make(Monitoring());
-    EXPECT_EQ(wrapper->GetErrorMessage(NxBusError(10, "RegisterCanChannel", NxBusErrorSeverity::Error)),
-              "RegisterCanChannel: ");
+    EXPECT_EQ(Make(Monitoring())->GetErrorMessage(NxBusError(10, "RegisterCanChannel", kError)), "RegisterCanChannel: ");
 }
 
 TEST(StringFormat, GrowsUntilTheTextFits)
 {
     const std::string big(5000, 'x');
-    EXPECT_EQ(NxCanApiWrapper::StringFormat(""), "");
-    EXPECT_EQ(NxCanApiWrapper::StringFormat("plain"), "plain");
     EXPECT_EQ(NxCanApiWrapper::StringFormat("%s", ""), "");
     EXPECT_EQ(NxCanApiWrapper::StringFormat("%d", 12), "12");   // exactly the first size, one short
     EXPECT_EQ(NxCanApiWrapper::StringFormat("%d", 123), "123"); // one more than the first size
     EXPECT_EQ(NxCanApiWrapper::StringFormat("<%s|%s>", big.c_str(), "y"), "<" + big + "|y>");
-    EXPECT_EQ(NxCanApiWrapper::StringFormat("%s: %s", "NXCAN_A", "text"), "NXCAN_A: text");
     EXPECT_EQ(NxEthApiWrapper::StringFormat("%s: %d", "a", 7), "a: 7");
 }
 
 TEST(CanSettings, TheConstructorLeavesTheSetterMembersAtRest)
 {
-    EXPECT_EQ(NxCanApiWrapperSettings().GetLogFilename(), ".asc");
     NxCanApiWrapperSettings s("1.2.3.4", "a b/c", true, 2000000, 500000, true, true);
     EXPECT_EQ(s.GetLogFilename(), "a b/c.asc");
-    EXPECT_FALSE(s.GetIsHighSpeedChannel());
-    EXPECT_FALSE(s.GetEventBasedReceive());
+    EXPECT_FALSE(s.GetIsHighSpeedChannel() || s.GetEventBasedReceive());
     s.SetStandardCanIdentifiersMask(0x7FF);
     s.SetExtendedCanIdentifiersCode(0x10);
     s.AcceptAll();

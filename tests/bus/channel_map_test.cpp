@@ -43,10 +43,3 @@ TEST(ChannelMap, CustomChannelsAreNotTracked)
     EXPECT_TRUE(Names("NxEthInject", "10.0.0.1", "Custom channel").empty());
     NxChannelMap::RemoveBlockName("x", "NxEthInject", "10.0.0.1", "Custom channel");
 }
-
-TEST(ChannelMap, ToStringJoinsWithCommas)
-{
-    EXPECT_EQ(NxChannelMap::ToString({}), "");
-    EXPECT_EQ(NxChannelMap::ToString({"only"}), "only");
-    EXPECT_EQ(NxChannelMap::ToString({"a", "b c", "d"}), "a,b c,d");
-}

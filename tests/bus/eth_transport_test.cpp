@@ -44,6 +44,8 @@ TEST_F(EthTransport, TheTwoNotInitialisedMessagesDifferByOneCapital)
     EXPECT_TRUE(Eth().Calls().empty());
 }
 
+// What the library reads reaches a printer byte for byte in the
+// components' traffic tests, in one check sequence mode; here both.
 TEST_F(EthTransport, ReadFramesDropTheCheckSequenceOfType1Only)
 {
     AddInterface();
@@ -71,16 +73,6 @@ TEST_F(EthTransport, ReadFramesDropTheCheckSequenceOfType1Only)
         EXPECT_EQ(header.ts_microseconds, 500000u);
         EXPECT_EQ(out, std::vector<std::uint8_t>(block.begin() + 32, block.begin() + 32 + c.length));
     }
-
-    Eth().SetReadBlock({1, 2, 3});
-    std::uint8_t buffer[16];
-    std::uint32_t third = 0;
-    EXPECT_EQ(wrapper->ReadFrames(sizeof buffer, buffer, &third).functionName, "NXETH_ReadFrames");
-    EXPECT_EQ(third, 3u);
-    EXPECT_EQ(buffer[2], 3);
-    std::uint32_t size = 0;
-    EXPECT_EQ(wrapper->GetInterfaceBufferSize(&size).functionName, "NXETH_GetInterfaceBufferSize");
-    EXPECT_EQ(size, 65536u);
 }
 
 TEST_F(EthTransport, TransmittedFramesMakeRoomForTheCheckSequence)
@@ -96,13 +88,7 @@ TEST_F(EthTransport, TransmittedFramesMakeRoomForTheCheckSequence)
     EXPECT_EQ(raw->tHeader.ui64Timestamp, 2000001000u);
     EXPECT_EQ(std::vector<std::uint8_t>(block.begin() + 32, block.begin() + 92), packet.bytes);
 
-    Mark();
-    EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0);
-    EXPECT_TRUE(CallsSinceMark().empty());
-    Eth().SetResult("NXETH_TransmitFrames", 13);
-    NxBusError refused = wrapper->TransmitFrames(block.data(), 1);  // one frame
-    EXPECT_EQ(refused.errorCode, 13);
-    EXPECT_EQ(refused.functionName, "NXETH_TransmitFrames");
+    EXPECT_TRUE(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitFrames(block.data(), 0).errorCode, 0); }).empty());
 }
 
 // ---------------------------------------------------------------------------
@@ -119,9 +105,8 @@ TEST_F(EthTransport, FramesLeaveTheStageOnlyFromItsFillLevelOnAndStreamByteForBy
 
     // Nine of ten held: the stage answers 4, which is no error, and nothing
     // is streamed.
-    Mark();
-    EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0);
-    EXPECT_EQ(CallsSinceMark(), std::vector<std::string>{"NxDRPP_GetFrames"});
+    EXPECT_EQ(CallsDuring([&] { EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0); }),
+              Calls{"NxDRPP_GetFrames"});
 
     ASSERT_EQ(wrapper->CopyFrame2(packets[9].bytes.data(), &packets[9].header, kNeverStop).errorCode, 0);
     EXPECT_EQ(wrapper->TransmitFramesPushing(false).errorCode, 0);
@@ -129,7 +114,6 @@ TEST_F(EthTransport, FramesLeaveTheStageOnlyFromItsFillLevelOnAndStreamByteForBy
     ASSERT_EQ(records.size(), 10u);
     for (std::size_t i = 0; i < records.size(); ++i) {
         EXPECT_EQ(records[i].payload, packets[i].bytes) << i;
-        EXPECT_EQ(records[i].head.tMsgHeader.tFrameType, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS);
         EXPECT_EQ(records[i].head.tHeader.ui64Timestamp, (1000 + i) * 1000) << i;
     }
     EXPECT_EQ(wrapper->GetTxBufferSize(), 0u);
@@ -220,16 +204,13 @@ TEST_F(EthTransport, FailuresOfTheStageOnTheWayOut)
     AddInterface();
     auto wrapper = Ready(Replay());
     Stage().SetResult("NxDRPP_GetFrames", NXDRPP_CORRUPTED_DATA);
-    NxBusError failed = wrapper->TransmitFramesPushing(false);
-    EXPECT_EQ(failed.errorCode, NXDRPP_CORRUPTED_DATA);
-    EXPECT_EQ(failed.functionName, "NxDRPP_GetFrames");
+    EXPECT_EQ(wrapper->TransmitFramesPushing(false), NxBusError(NXDRPP_CORRUPTED_DATA, "NxDRPP_GetFrames", kError));
     Stage().SetGetFramesThrows(true);
     EXPECT_EQ(Thrown([&] { wrapper->TransmitFramesPushing(false); }), "Unhandled exception in NxDRPP_GetFrames");
     Stage().SetGetFramesThrows(false);
 
     Eth().SetResult("NXETH_ReplayInitHeader", 2);
     Packet packet = MakePacket(60, 1, 5);
-    NxBusError header = wrapper->CopyFrame2(packet.bytes.data(), &packet.header, kNeverStop);
-    EXPECT_EQ(header.errorCode, 2);
-    EXPECT_EQ(header.functionName, "NXETH_ReplayInitHeader");
+    EXPECT_EQ(wrapper->CopyFrame2(packet.bytes.data(), &packet.header, kNeverStop),
+              NxBusError(2, "NXETH_ReplayInitHeader", kError));
 }

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "NxBusLibraryPaths.h"
 #include "NxProcessLauncher.h"
@@ -19,34 +20,26 @@
 
 namespace {
 
-struct ToolRun {
-    int status;
-    std::string out;
-};
-
-ToolRun RunTool(const std::string& arguments)
+// How a command exits, and what it prints.
+std::pair<int, std::string> RunCommand(const std::string& command)
 {
-    const std::string command = std::string(VELDOR_PACKAGES_DIR) + "/bin/NxGetProductPath.exe " + arguments +
-                                " 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    ToolRun run{-1, ""};
-    if (!pipe) return run;
+    std::string out;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (!pipe) return {-1, out};
     char buffer[256];
-    while (std::fgets(buffer, sizeof buffer, pipe)) run.out += buffer;
+    while (std::fgets(buffer, sizeof buffer, pipe)) out += buffer;
     const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
 TEST(ProductPathTool, TellsTheProductsFolderAndRefusesAnythingElse)
 {
-    const ToolRun known = RunTool("--product NorvexBusAPI");
-    EXPECT_EQ(known.status, 0);
-    EXPECT_EQ(known.out, std::string(NX_BUSAPI_BIN_DIR) + "/\n");
+    const std::string tool = std::string(VELDOR_PACKAGES_DIR) + "/bin/NxGetProductPath.exe ";
+    EXPECT_EQ(RunCommand(tool + "--product NorvexBusAPI"), std::make_pair(0, std::string(NX_BUSAPI_BIN_DIR) + "/\n"));
     for (const char* arguments : {"--product Other", "", "--product", "--help", "--product NorvexBusAPI extra"}) {
-        const ToolRun refused = RunTool(arguments);
-        EXPECT_NE(refused.status, 0) << arguments;
-        EXPECT_EQ(refused.out, "") << arguments;
+        const auto refused = RunCommand(tool + arguments);
+        EXPECT_NE(refused.first, 0) << arguments;
+        EXPECT_EQ(refused.second, "") << arguments;
     }
 }
 
@@ -84,12 +77,13 @@ TEST(ProductPathLauncher, AppendsTheFileNameToTheToolsFirstLine)
     // No tool: the failure is told, and the path left alone.
     ASSERT_EQ(unlink(tool.c_str()), 0);
     path = "untouched";
+    std::string failure = "no failure";
     try {
         NxProcessLauncher::GetBusApiDllFilePath("lib.so", path);
-        ADD_FAILURE() << "no tool, no path";
-    } catch (const std::runtime_error& failure) {
-        EXPECT_EQ(std::string(failure.what()).rfind("GetBusApiDllFilePath failed: ", 0), 0u) << failure.what();
+    } catch (const std::runtime_error& e) {
+        failure = e.what();
     }
+    EXPECT_EQ(failure.rfind("GetBusApiDllFilePath failed: ", 0), 0u) << failure;
     EXPECT_EQ(path, "untouched");
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "runtime_support.h"
+#include "thrown.h"
 #include "veld_dynamic_io_models.h"
 #include "veld_object_types.h"
 #include "veld_output.h"
@@ -81,18 +82,9 @@ TEST_F(DynamicModels, AModelLeftOutTwiceGoesAndNewOnesComeBeforeUnusedOnes)
 
 TEST_F(DynamicModels, BrokenExpectationsReportWhereAndThrow)
 {
-    // Each throws the kernel's error code.
-    auto thrown = [](auto call) {
-        try {
-            call();
-        } catch (int code) {
-            return code;
-        }
-        return 0;
-    };
     engine.GetConsole().ClearCaptured();
     VELD::DynamicOutputModel empty;
-    EXPECT_EQ(thrown([&] { empty.Output(); }), VELD::ErrorException) << "an empty model gave an output";
+    EXPECT_EQ(Thrown([&] { empty.Output(); }), VELD::ErrorException) << "an empty model gave an output";
     std::vector<veldor::ReportRecord> reports = engine.GetConsole().Captured();
     ASSERT_EQ(reports.size(), 2u);
     EXPECT_EQ(reports[0].level, VELD::Error);
@@ -100,7 +92,7 @@ TEST_F(DynamicModels, BrokenExpectationsReportWhereAndThrow)
     EXPECT_NE(reports[0].text.find(" : Assertion Failed: IsValid()"), std::string::npos) << reports[0].text;
     EXPECT_NE(reports[1].text.find(": -5"), std::string::npos) << reports[1].text;
 
-    EXPECT_EQ(thrown([&] { models.Model("oMissing"); }), VELD::ErrorException) << "an unknown name gave a model";
+    EXPECT_EQ(Thrown([&] { models.Model("oMissing"); }), VELD::ErrorException) << "an unknown name gave a model";
     EXPECT_TRUE(engine.GetConsole().Contains("Assertion Failed: it != m_models.end()"));
 }
 

@@ -47,6 +47,16 @@ std::vector<StreamRecord> FakeCanLibrary::StreamRecords() const
 struct FakeCanLibrary::Ops {
     static FakeCanLibrary& F() { return Instance(); }
     using Lock = std::lock_guard<std::mutex>;
+#define NXTEST_CAN_LOGGED(name) NXTEST_LOGGED(NXCANAPI_FUNC_PTR_, "NXCAN_", name)
+    NXTEST_CAN_LOGGED(UnregisterChannel)
+    NXTEST_CAN_LOGGED(SetAcceptance)
+    NXTEST_CAN_LOGGED(ActivateChannel)
+    NXTEST_CAN_LOGGED(DeactivateChannel)
+    NXTEST_CAN_LOGGED(FlushReceiveQueue)
+    NXTEST_CAN_LOGGED(FlushTransmitQueue)
+    NXTEST_CAN_LOGGED(SetReplayStartTime)
+    NXTEST_CAN_LOGGED(SetReplayStopTime)
+#undef NXTEST_CAN_LOGGED
 
     static NXTCanError GetAvailableChannelsCount(std::uint32_t* count, std::uint32_t attributeCount,
                                                  NXSCanChannelsSearchAttribute* attributes)
@@ -75,7 +85,6 @@ struct FakeCanLibrary::Ops {
     {
         return F().Register("NXCAN_RegisterReplayChannel", identifier, handle, NXTCanHandle(7), {highSpeed, reserved});
     }
-    static NXTCanError UnregisterChannel(NXTCanHandle h) { return Simple("NXCAN_UnregisterChannel", {U(h)}); }
     static NXTCanError IsChannelAccessible(NXTCanHandle h, bool* accessible)
     {
         return Answer("NXCAN_IsChannelAccessible", {U(h)}, accessible, F().m_accessible);
@@ -103,19 +112,12 @@ struct FakeCanLibrary::Ops {
         *data = NXSCanBitTimingParameters();
         return Simple("NXCAN_GetBaudrate", {U(h)});
     }
-    static NXTCanError SetAcceptance(NXTCanHandle h, std::uint32_t a, std::uint32_t b, std::uint32_t c,
-                                     std::uint32_t d)
-    {
-        return Simple("NXCAN_SetAcceptance", {U(h), a, b, c, d});
-    }
     static NXTCanError SetEventNotification(NXTCanHandle h, NXTEventHandle event, std::uint32_t count)
     {
         Lock lock(Mutex());
         F().m_event = static_cast<EventHandle*>(event);
         return Record("NXCAN_SetEventNotification", {U(h), count});
     }
-    static NXTCanError ActivateChannel(NXTCanHandle h) { return Simple("NXCAN_ActivateChannel", {U(h)}); }
-    static NXTCanError DeactivateChannel(NXTCanHandle h) { return Simple("NXCAN_DeactivateChannel", {U(h)}); }
     static NXTCanError GetHardwareTimeResolution(NXTCanHandle h, std::uint64_t* ticksPerSecond)
     {
         return Answer("NXCAN_GetHardwareTimeResolution", {U(h)}, ticksPerSecond, F().m_resolution);
@@ -134,23 +136,12 @@ struct FakeCanLibrary::Ops {
         *count = n;
         return code;
     }
-    static NXTCanError FlushReceiveQueue(NXTCanHandle h) { return Simple("NXCAN_FlushReceiveQueue", {U(h)}); }
     static NXTCanError TransmitMessages(NXTCanHandle h, std::uint32_t count, NXSCanMessage* messages)
     {
         Lock lock(Mutex());
         NXTCanError code = Record("NXCAN_TransmitMessages", {U(h), count});
         if (code == 0) F().m_transmitted.insert(F().m_transmitted.end(), messages, messages + count);
         return code;
-    }
-    static NXTCanError FlushTransmitQueue(NXTCanHandle h) { return Simple("NXCAN_FlushTransmitQueue", {U(h)}); }
-    static NXTCanError SetReplayStartTime(NXTCanHandle h, std::uint64_t start, std::uint64_t offset,
-                                          NXECanReplayStartOptions options, std::uint64_t reserved)
-    {
-        return Simple("NXCAN_SetReplayStartTime", {U(h), start, offset, U(options), reserved});
-    }
-    static NXTCanError SetReplayStopTime(NXTCanHandle h, std::uint64_t t)
-    {
-        return Simple("NXCAN_SetReplayStopTime", {U(h), t});
     }
     static NXTCanError ReplayStreamData(NXTCanHandle h, std::uint32_t* size, std::uint8_t* data)
     {
@@ -196,11 +187,7 @@ FakeCanLibrary& FakeCanLibrary::Instance()
 {
     static FakeCanLibrary* fake = [] {
         // Each operation checked against the table's signature on the way.
-#define NXTEST_DEFINE(name)                                        \
-    {                                                              \
-        NXCANAPI_FUNC_PTR_##name function = &Ops::name;            \
-        Define("NXCAN_" #name, reinterpret_cast<void*>(function)); \
-    }
+#define NXTEST_DEFINE(name) Define("NXCAN_" #name, reinterpret_cast<void*>(static_cast<NXCANAPI_FUNC_PTR_##name>(Ops::name)));
         NXCAN_API_OPERATIONS(NXTEST_DEFINE)
 #undef NXTEST_DEFINE
         return new FakeCanLibrary;

@@ -43,6 +43,18 @@ void FakeEthLibrary::Reset()
 struct FakeEthLibrary::Ops {
     static FakeEthLibrary& F() { return Instance(); }
     using Lock = std::lock_guard<std::mutex>;
+#define NXTEST_ETH_LOGGED(name) NXTEST_LOGGED(NXETHAPI_FUNC_PTR_, "NXETH_", name)
+    NXTEST_ETH_LOGGED(UnregisterInterface)
+    NXTEST_ETH_LOGGED(InitInterface)
+    NXTEST_ETH_LOGGED(ActivateInterface)
+    NXTEST_ETH_LOGGED(DeactivateInterface)
+    NXTEST_ETH_LOGGED(FlushReceiveQueue)
+    NXTEST_ETH_LOGGED(TransmitFrames)
+    NXTEST_ETH_LOGGED(FlushTransmitQueue)
+    NXTEST_ETH_LOGGED(SetFilter)
+    NXTEST_ETH_LOGGED(SetReplayStartTime)
+    NXTEST_ETH_LOGGED(SetReplayStopTime)
+#undef NXTEST_ETH_LOGGED
 
     static NXTEthError GetAvailableInterfacesCount(std::uint32_t* count, std::uint32_t attributeCount,
                                                    NXSEthInterfacesSearchAttribute* attributes)
@@ -71,7 +83,6 @@ struct FakeEthLibrary::Ops {
     {
         return F().Register("NXETH_RegisterReplayInterface", identifier, handle, NXTEthHandle(5), {highSpeed, reserved});
     }
-    static NXTEthError UnregisterInterface(NXTEthHandle h) { return Simple("NXETH_UnregisterInterface", {U(h)}); }
     static NXTEthError GetInterfaceBufferSize(NXTEthHandle h, std::uint32_t* size)
     {
         *size = 65536;
@@ -81,9 +92,6 @@ struct FakeEthLibrary::Ops {
     {
         return Answer("NXETH_IsInterfaceAccessible", {U(h)}, accessible, F().m_accessible);
     }
-    static NXTEthError InitInterface(NXTEthHandle h) { return Simple("NXETH_InitInterface", {U(h)}); }
-    static NXTEthError ActivateInterface(NXTEthHandle h) { return Simple("NXETH_ActivateInterface", {U(h)}); }
-    static NXTEthError DeactivateInterface(NXTEthHandle h) { return Simple("NXETH_DeactivateInterface", {U(h)}); }
     static NXTEthError GetTimeResolution(NXTEthHandle h, std::uint64_t* ticksPerSecond, std::uint64_t*)
     {
         return Answer("NXETH_GetTimeResolution", {U(h)}, ticksPerSecond, F().m_resolution);
@@ -92,34 +100,15 @@ struct FakeEthLibrary::Ops {
     {
         return Answer("NXETH_GetTime", {U(h)}, ticks, F().m_ticks);
     }
-    static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t* buffer, std::uint32_t* third)
+    static NXTEthError ReadFrames(NXTEthHandle h, std::uint32_t bufferSize, std::uint8_t*, std::uint32_t* read)
     {
-        Lock lock(Mutex());
-        std::uint32_t n = std::min<std::uint32_t>(bufferSize, static_cast<std::uint32_t>(F().m_readBlock.size()));
-        std::memcpy(buffer, F().m_readBlock.data(), n);
-        *third = n;
-        return Record("NXETH_ReadFrames", {U(h), bufferSize});
+        *read = 0;
+        return Simple("NXETH_ReadFrames", {U(h), bufferSize});
     }
-    static NXTEthError FlushReceiveQueue(NXTEthHandle h) { return Simple("NXETH_FlushReceiveQueue", {U(h)}); }
-    static NXTEthError TransmitFrames(NXTEthHandle h, std::uint32_t count, std::uint8_t*, std::uint32_t*)
-    {
-        return Simple("NXETH_TransmitFrames", {U(h), count});
-    }
-    static NXTEthError FlushTransmitQueue(NXTEthHandle h) { return Simple("NXETH_FlushTransmitQueue", {U(h)}); }
     static NXTEthError GetErrorText(NXTEthError error, char* text) { return ErrorText("NXETH_GetErrorText", error, text); }
     static NXTEthError GetLastAccessProviderSpecificError(NXTEthHandle h, std::int32_t* code, char* text)
     {
         return F().LastError("NXETH_GetLastAccessProviderSpecificError", h, code, text);
-    }
-    static NXTEthError SetFilter(NXTEthHandle h, char*) { return Simple("NXETH_SetFilter", {U(h)}); }
-    static NXTEthError SetReplayStartTime(NXTEthHandle h, std::uint64_t start, std::uint64_t offset,
-                                          NXEEthReplayStartOptions options, std::uint64_t reserved)
-    {
-        return Simple("NXETH_SetReplayStartTime", {U(h), start, offset, U(options), reserved});
-    }
-    static NXTEthError SetReplayStopTime(NXTEthHandle h, std::uint64_t t)
-    {
-        return Simple("NXETH_SetReplayStopTime", {U(h), t});
     }
     static NXTEthError ReplayStreamData(NXTEthHandle h, std::uint32_t* size, std::uint8_t* data)
     {
@@ -147,11 +136,7 @@ struct FakeEthLibrary::Ops {
 FakeEthLibrary& FakeEthLibrary::Instance()
 {
     static FakeEthLibrary* fake = [] {
-#define NXTEST_DEFINE(name)                                              \
-    {                                                                    \
-        NXETHAPI_FUNC_PTR_##name function = &Ops::name;                  \
-        Define("NXETH_" #name, reinterpret_cast<void*>(function));       \
-    }
+#define NXTEST_DEFINE(name) Define("NXETH_" #name, reinterpret_cast<void*>(static_cast<NXETHAPI_FUNC_PTR_##name>(Ops::name)));
         NXETH_API_OPERATIONS(NXTEST_DEFINE)
 #undef NXTEST_DEFINE
         return new FakeEthLibrary;
@@ -232,11 +217,8 @@ struct FakeDrPreLibrary::Ops {
 FakeDrPreLibrary& FakeDrPreLibrary::Instance()
 {
     static FakeDrPreLibrary* fake = [] {
-#define NXTEST_DEFINE(name, type, symbol)                                \
-    {                                                                    \
-        NXDRPP_FUN_PTR_PREPROCESSING_##type function = &Ops::name;       \
-        Define(#symbol, reinterpret_cast<void*>(function));              \
-    }
+#define NXTEST_DEFINE(name, type, symbol) \
+    Define(#symbol, reinterpret_cast<void*>(static_cast<NXDRPP_FUN_PTR_PREPROCESSING_##type>(Ops::name)));
         NXDRPP_OPERATIONS(NXTEST_DEFINE)
 #undef NXTEST_DEFINE
         return new FakeDrPreLibrary;

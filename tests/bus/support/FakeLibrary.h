@@ -1,18 +1,15 @@
-// The recording doubles of the three closed libraries, keyed by symbol name. Each
-// double defines its operations under their symbol names and keeps the state
-// of its own bus; what they share lives here: one log of the calls of all
-// doubled libraries, in order (so that a test sees how the Ethernet and the
-// pre-processing calls interleave), the results the test chose per symbol,
-// and the library object that hands the functions to the package's real
-// loading code in place of a shared object.
+// The recording doubles of the three closed libraries, keyed by symbol name.
+// They share one log of the calls of all doubled libraries, in order (a test
+// sees how the Ethernet and the pre-processing calls interleave), the results
+// the test chose per symbol, and the library object that hands the functions
+// to the package's real loading code in place of a shared object:
 //
-//     nxtest::ScopedFakeLibrary guard(EthLibrary(), InitEthFunctionPointers);
-//     guard.Object().absent = true;            // no file at the fixed path
-//     ... LoadEthLibrary() ...                 // 1, nothing loaded
+//     nxtest::ScopedFakeEthLibrary bus;        // both doubles, both bindings
+//     bus.Eth().AddChannel({"Norvex", "veth", "SN1", "eth1"});
+//     bus.EthObject().absent = true;           // no file at the fixed path
 //
-// A double never exists as a file: it is reachable only through a guard, in
-// the test's own process, so no test writes anything at a fixed path. All
-// state is behind one mutex, so that threads of a component under test may
+// A double never exists as a file, so no test writes anything at a fixed
+// path. All state is behind one mutex: threads of a component under test may
 // call the doubles while the test configures or inspects them.
 #ifndef NXTEST_FAKE_LIBRARY_H
 #define NXTEST_FAKE_LIBRARY_H
@@ -27,6 +24,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -48,13 +46,12 @@ struct FakeChannel {
 };
 
 // One call of a library: its symbol name and its scalar arguments, in the
-// order of the signature (what records carry is kept by the double).
+// order of the signature.
 struct FakeCall {
     std::string name;
     std::vector<std::uint64_t> args;
 };
 
-// Arguments of a call as the log keeps them.
 inline std::uint64_t U(std::int64_t v) { return static_cast<std::uint64_t>(v); }
 inline std::uint64_t P(const void* pointer) { return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer)); }
 
@@ -75,13 +72,29 @@ public:
 
 protected:
     static void Define(const std::string& symbol, void* function);
-    // The lock of the log and of every double's state.
     static std::mutex& Mutex();
     // Logs a call and picks its result; Mutex() held.
     static std::int32_t Record(const std::string& symbol, std::vector<std::uint64_t> args);
-    // A call that only answers: locks, logs and picks the result.
+    // Locks, logs and picks the result.
     static std::int32_t Simple(const std::string& symbol, std::vector<std::uint64_t> args);
-    // A field of a double's state, set and read under the lock.
+
+    // An operation that only logs its scalar arguments and answers.
+    template <class Function, const char* Name>
+    struct Logged;
+    template <class R, class... A, const char* Name>
+    struct Logged<R (*)(A...), Name> {
+        static R Call(A... a)
+        {
+            std::vector<std::uint64_t> args;
+            (
+                [&] {
+                    if constexpr (!std::is_pointer<A>::value) args.push_back(static_cast<std::uint64_t>(a));
+                }(),
+                ...);
+            return static_cast<R>(Simple(Name, std::move(args)));
+        }
+    };
+
     template <class T, class V>
     static void Locked(T& field, V&& value)
     {
@@ -94,7 +107,6 @@ protected:
         std::lock_guard<std::mutex> lock(Mutex());
         return field;
     }
-    // A text into a fixed-size field of a record.
     template <std::size_t N>
     static void CopyText(char (&field)[N], const std::string& text)
     {
@@ -102,10 +114,14 @@ protected:
     }
 };
 
+// Inside a double's Ops: `name` only logs, under the symbol prefix + name.
+#define NXTEST_LOGGED(pointerType, prefix, name)           \
+    static constexpr char name##Symbol[] = prefix #name;   \
+    static constexpr pointerType##name name = &Logged<pointerType##name, name##Symbol>::Call;
+
 // What the CAN and Ethernet doubles share: the channels (interfaces) found
 // at an address, the provider's last error, the answers about a registered
-// channel, and the replay stream taken. Each operation locks, logs its call
-// and answers.
+// channel, and the replay stream taken.
 class FakeBusLibrary : public FakeLibrary {
 public:
     void AddChannel(const FakeChannel& channel)
@@ -146,8 +162,7 @@ protected:
                                                           [&](const FakeChannel& c) { return c.ip == address; }));
         return Record(symbol, {attributeCount, type});
     }
-    // Up to *count records of the channels at the address, zeroed and
-    // filled by `fill`.
+    // Up to *count records of the channels at the address, zeroed and filled by `fill`.
     template <class Info, class Fill>
     std::int32_t List(const char* symbol, std::uint32_t* count, Info* records, std::uint32_t attributeCount,
                       const char* address, Fill fill)
@@ -216,8 +231,8 @@ protected:
     std::string m_searchAddress;
 };
 
-// A record of a replay stream: its head, and `length(head, size)` bytes
-// from `payloadAt`.
+// A record of a replay stream: its head, and its payload from `payloadAt`,
+// `length(head, size)` bytes.
 template <class Head>
 struct StreamedRecord {
     Head head;
@@ -243,7 +258,7 @@ std::vector<StreamedRecord<Head>> SplitStream(const std::vector<std::uint8_t>& s
     return records;
 }
 
-// The library object behind a table: "loads" without touching the file
+// The library object behind a binding: "loads" without touching the file
 // system and answers each symbol with the doubles' function.
 class FakeLibraryObject : public NxLibraryObject {
 public:
@@ -289,12 +304,7 @@ private:
 };
 
 // ---------------------------------------------------------------------------
-// The CAN bus access library: its 28 operations and the state of a bus
-// behind them.
-//
-//     nxtest::ScopedFakeCanLibrary bus;             // installs the double
-//     bus.Fake().AddChannel({"Norvex", "PCIe", "SN1", "ch1", 0});
-//     NxCanApiWrapper wrapper(settings);            // loads through the double
+// The CAN bus access library: its 28 operations and the state of a bus.
 
 using StreamRecord = StreamedRecord<NXSCanReplayData>;  // payload: the bytes after the head's first 56
 
@@ -324,7 +334,7 @@ public:
 
 private:
     FakeCanLibrary() : FakeBusLibrary(80000000) {}
-    struct Ops;  // the 28 operations, called through the table
+    struct Ops;
 
     NXSCanReplayStatusInfo m_replayStatus = {};
     std::function<std::uint32_t(std::uint16_t, bool)> m_recordSize;
@@ -342,26 +352,19 @@ public:
     FakeCanLibrary& Fake() { return FakeCanLibrary::Instance(); }
 };
 
-// A received message as the library delivers it.
+// A received message as the library delivers it; payload byte i is 0xA0 + i.
 NXSCanMessage MakeMessage(std::uint32_t id, bool extended, std::uint16_t dlc, std::uint64_t ticks,
                           std::uint32_t flags = 0);
 
 // ---------------------------------------------------------------------------
 // The Ethernet bus access library (24 operations) and the replay
-// pre-processing library (6 operations): one log shows how their calls
-// interleave.
-//
-//     nxtest::ScopedFakeEthLibrary bus;        // both doubles, both bindings
-//     bus.Eth().AddChannel({"Norvex", "veth", "SN1", "eth1"});
-//     bus.Stage().SetResult("NxDRPP_InsertFrames", NXDRPP_BUFFER_FULL);
-//
-// The Ethernet double makes replay records by the rule both open libraries
-// keep: a 56-byte head, the frame from byte 48, the size rounded up to 8.
-// The pre-processing double passes records through unchanged, once it holds
-// as many as the fill level the stage was made with, or the closing record.
+// pre-processing library (6 operations). The Ethernet double makes replay
+// records by the rule both open libraries keep: a 56-byte head, the frame
+// from byte 48, the size rounded up to 8. The pre-processing double passes
+// records through unchanged, once it holds as many as the fill level the
+// stage was made with, or the closing record.
 
-// A record of a replay stream; payload: the frame, from byte 48.
-using EthRecord = StreamedRecord<NXSEthReplayData>;
+using EthRecord = StreamedRecord<NXSEthReplayData>;  // payload: the frame, from byte 48
 std::vector<EthRecord> SplitRecords(const std::vector<std::uint8_t>& stream);
 
 class FakeEthLibrary : public FakeBusLibrary {
@@ -369,14 +372,9 @@ public:
     static FakeEthLibrary& Instance();
     void Reset();
 
-    // The block that the next reads return.
-    void SetReadBlock(std::vector<std::uint8_t> block) { Locked(m_readBlock, std::move(block)); }
-
 private:
     FakeEthLibrary() : FakeBusLibrary(1000000000) {}
     struct Ops;
-
-    std::vector<std::uint8_t> m_readBlock;
 };
 
 class FakeDrPreLibrary : public FakeLibrary {
