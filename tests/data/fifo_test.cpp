@@ -385,7 +385,8 @@ TEST_F(Fifo, SubsamplingRateAndReaderTypeAreCheckedInOrder)
     } types[] = {{VELD::NeverSkippingReader, 1, 0}, {VELD::LastOrNextReader, 0, 1}, {VELD::FifoReader, 0, 0}};
     for (const auto& t : types) {
         F().SetReaderType(fifo, t.type);
-        EXPECT_EQ(std::make_tuple(F().neverSkippingMask, F().lastOrNextMask), std::make_tuple(t.neverSkipping, t.lastOrNext))
+        EXPECT_EQ(std::make_tuple(F().neverSkippingMask, F().lastOrNextMask),
+                  std::make_tuple(t.neverSkipping, t.lastOrNext))
             << t.type;
     }
 }

@@ -24,7 +24,10 @@ protected:
     }
     // The bytes of an element, the distance between the payloads of two
     // neighbouring slots, and the items of the buffer.
-    std::tuple<int, long, int> Layout() { return {output->IOEltSizeBytes(), Data(1) - Data(0), output->bufferSizeItems}; }
+    std::tuple<int, long, int> Layout()
+    {
+        return {output->IOEltSizeBytes(), Data(1) - Data(0), output->bufferSizeItems};
+    }
     void ExpectError(const std::function<void()>& call, const char* text)
     {
         EXPECT_EQ(Thrown(call), VELD::ErrorException) << text;
@@ -38,8 +41,9 @@ TEST_F(OutputBuffer, FlatRowsCarveEveryPayloadOutOfOneBlock)
         VELDTypeInfoValue type;
         int items, bytes, vectorSize;  // bytes per element; vectorSize after allocation
         bool zeroed;
-    } rows[] = {{VELD::Integer16, 10, 20, 10, true}, {VELD::Float64, 3, 24, 3, true}, {VELD::CANFrame, 10, 240, 10, true},
-                {VELD::CANUniFrame, 10, 960, 10, true}, {VELD::DrawingObject, 2, 192, 2, true},
+    } rows[] = {{VELD::Integer16, 10, 20, 10, true},  {VELD::Float64, 3, 24, 3, true},
+                {VELD::CANFrame, 10, 240, 10, true},  {VELD::CANUniFrame, 10, 960, 10, true},
+                {VELD::DrawingObject, 2, 192, 2, true},
                 {VELD::TextAscii, 100, 100, 0, true},  // an empty text, not a full one
                 {VELD::Stream8, 100, 100, 100, true},
                 {VELD::Structure, 100, 100, 100, false}};  // a structure keeps what the allocator gave
@@ -71,8 +75,8 @@ TEST_F(OutputBuffer, AVectorWithoutItsFlagIsReportedButAllocated)
     EXPECT_EQ(Elements()[2]->bufferSize, 10);
     engine.GetConsole().ClearCaptured();
     // A single value, a text and a matrix are no vectors.
-    const std::pair<VELDTypeInfoValue, int> others[] = {{VELD::Integer32, 1}, {VELD::TextAscii, 100}, {VELD::Matrix, 4}};
-    for (const auto& [type, items] : others) Make(type).AllocOutputBuffer(items, true);
+    for (const auto& [type, items] : {std::make_pair(VELD::Integer32, 1), {VELD::TextAscii, 100}, {VELD::Matrix, 4}})
+        Make(type).AllocOutputBuffer(items, true);
     EXPECT_FALSE(Reported("vector flag"));
 }
 

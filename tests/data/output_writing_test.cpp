@@ -226,7 +226,8 @@ TEST_F(Writing, SequentialModulesReadOnTheWritersThreadAfterEachWrite)
     EXPECT_EQ(sequential.seen, (std::vector<long>{2, 4, 6}));
     EXPECT_EQ(threaded.calls, 0);
     // The third element put the module in error: the kernel heard of it once.
-    EXPECT_EQ(engine.changes, (std::vector<std::pair<std::string, int>>{{"seq", VELD::LivingState | VELD::ErrorState}}));
+    EXPECT_EQ(engine.changes,
+              (std::vector<std::pair<std::string, int>>{{"seq", VELD::LivingState | VELD::ErrorState}}));
     Stop(Start(), true);  // a discarded element calls nobody
     EXPECT_EQ(sequential.calls, 6);
     EXPECT_TRUE(output->RemoveSequentialInput(reinterpret_cast<VELDInput*>(1)));

@@ -153,7 +153,8 @@ TEST_F(PcapData, TheRecordOfAnElementTellsItsPacketsAndItsNewBufferOnlyAtTheEnd)
     {
         pcap_data_writer w(element, VELDpcapLinkTypeEthernet, 5);
         w.DeInit();  // an empty element
-        EXPECT_EQ(std::make_tuple(Address(record.packet_offsets), +record.data_size, +record.nb_packets, +record.link_type),
+        EXPECT_EQ(std::make_tuple(Address(record.packet_offsets), +record.data_size, +record.nb_packets,
+                                  +record.link_type),
                   std::make_tuple(nullptr, std::uint64_t(0), 0, 1));
         w.Init(element, VELDpcapLinkTypeEthernet, 5);
         const std::vector<uint8_t> big = Bytes(VELDpcap_component::kInitialBufferSize, 1);

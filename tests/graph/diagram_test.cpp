@@ -30,7 +30,8 @@ TEST(Packages, RefusalsAndTheModelsOfAFile)
     // Counts of -1 were resolved up to the closing record.
     VELDComponentDefinition* counter = engine.GetPackages().Find("Counter");
     ASSERT_NE(counter, nullptr);
-    EXPECT_EQ(std::make_tuple(counter->nbProperties, counter->nbActions, counter->nbInputs), std::make_tuple(5u, 1u, 0u));
+    EXPECT_EQ(std::make_tuple(counter->nbProperties, counter->nbActions, counter->nbInputs),
+              std::make_tuple(5u, 1u, 0u));
     // A package file serves the first engine that loads it.
     veldor::Engine other(Quiet());
     EXPECT_FALSE(other.LoadPackage(VELDOR_TEST_PACKAGE, &error));
