@@ -246,7 +246,6 @@ TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
         {VELDpcapTypeValue, payload, 49}, {VELD::Integer32, payload, 4}, {VELD::CustomType, payload, 1},
         {VELD::Structure, nullptr, 49}};
     for (int i = 0; i < 4; ++i) std::tie(elements[i].type.value, elements[i].data, elements[i].bufferSize) = made[i];
-
     struct Case {
         std::function<void()> access;
         int line;
@@ -262,11 +261,7 @@ TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&integers, 0, true); }, 257,
          "[ElementType != ioElt.Type] The requested ElementType is different from actual data type of the I/O element"},
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&custom, 0, true); }, 257, "[ElementType != ioElt.Type]"},
-        {[&] {
-             pcap.bufferSize = 48;
-             VELD::GetIOElementPointer<VELDpcap_data_t>(&pcap, 0, true);
-         },
-         276,
+        {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>((pcap.bufferSize = 48, &pcap), 0, true); }, 276,
          "[bufferElementCapacity:0] == [bufferSize:48] / [sizeOfElement:49]\n    This might happen if:\n    * The "
          "structure used in the upstream component is different from the one that is used in the downstream "
          "component (event if they both appear to have the same name)\n    * And/or the upstream component has not "
@@ -274,18 +269,14 @@ TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
         {[&] { VELD::GetIOElementPointer<CustomRecord>(&custom, 0, true); }, 294, "I/O type not supported"},
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&empty, 0, true); }, 299,
          "Assertion Failed: typedElementPtr != NULL"},
-        {[&] {
-             pcap.bufferSize = 98;
-             VELD::GetIOElementPointer<VELDpcap_data_t>(&pcap, 2, true);
-         },
-         304, "Element index is out of bounds. [elementIndex:2] >= [bufferElementCapacity:2]"},
+        {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>((pcap.bufferSize = 98, &pcap), 2, true); }, 304,
+         "Element index is out of bounds. [elementIndex:2] >= [bufferElementCapacity:2]"},
     };
     for (const Case& c : cases) {
         EXPECT_THROW(c.access(), int) << c.line;
         ExpectLastError("veld_io_access:" + std::to_string(c.line) + " ", ": " + c.text);
         ExpectLastError("", "GetIOElementPointer");
     }
-
     // What passes: any structure for a record without a type value, and a
     // type's own record by its value.
     pcap.bufferSize = 98;
