@@ -3,7 +3,10 @@
 // checked against what its type allows, and every element against tearing:
 // a reader must never see an element that the writer is filling. Then the
 // wake-ups, on a ring so small that both sides block all the time.
+#include <algorithm>
 #include <chrono>
+#include <functional>
+#include <numeric>
 #include <random>
 #include <thread>
 
@@ -37,14 +40,14 @@ struct ReaderRun {
     long torn = 0;  // elements whose contents disagreed with their number
 };
 
-bool Increasing(const std::vector<long>& v, bool strictly)
-{
-    for (size_t i = 1; i < v.size(); ++i)
-        if (strictly ? v[i] <= v[i - 1] : v[i] < v[i - 1]) return false;
-    return true;
-}
+struct StressCase {
+    const char* name;
+    std::vector<int> types;  // one reader of each
+    int ring;                // slots; 0: one more than there are readers
+    long elements;
+};
 
-class FifoStress : public OutputTest, public ::testing::WithParamInterface<std::vector<int>> {
+class FifoStress : public OutputTest, public ::testing::WithParamInterface<StressCase> {
 protected:
     // Writes 1 to `elements` on a ring of `ring` slots, read by one reader of
     // each of `types`. A writer that is blocked 30 seconds tells which side
@@ -121,37 +124,35 @@ protected:
     std::mutex m_seenMutex;
 };
 
-TEST_P(FifoStress, EachReaderGetsWhatItsTypeAllows)
+TEST_P(FifoStress, EachReaderGetsWhatItsTypeAllowsAndNoSideSleepsThroughAWakeUp)
 {
-    const long kElements = 3000;
-    ASSERT_EQ(Run(GetParam(), 8, kElements), "");
-    long overflows = output->NbFIFOOverflows();
+    const StressCase& c = GetParam();
+    const long n = c.elements;
+    EXPECT_EQ(Run(c.types, c.ring ? c.ring : static_cast<int>(c.types.size()) + 1, n), "");
+    const long overflows = output->NbFIFOOverflows();
     EXPECT_EQ(engine.GetNbFifoOverflows(), overflows);
+    std::vector<long> all(static_cast<size_t>(n));
+    std::iota(all.begin(), all.end(), 1);
     for (const ReaderRun& run : runs) {
         SCOPED_TRACE("reader type " + std::to_string(run.type));
         EXPECT_EQ(run.torn, 0);
         ASSERT_FALSE(run.seen.empty());
+        const bool strictlyIncreasing =
+            std::adjacent_find(run.seen.begin(), run.seen.end(), std::greater_equal<long>()) == run.seen.end();
         switch (run.type) {
-        case VELD::NeverSkippingReader: {
-            std::vector<long> all(kElements);
-            for (long n = 0; n < kElements; ++n) all[n] = n + 1;
-            EXPECT_EQ(run.seen, all);
-            break;
-        }
-        case VELD::FifoReader:
-            EXPECT_TRUE(Increasing(run.seen, true));
-            // Every element that it missed was overwritten, and counted.
-            EXPECT_LE(kElements - static_cast<long>(run.seen.size()), overflows);
-            EXPECT_EQ(run.seen.back(), kElements);
-            break;
-        case VELD::LastOrNextReader:
-        case VELD::Wait4NextReader:
-            EXPECT_TRUE(Increasing(run.seen, true));
+        case VELD::NeverSkippingReader:
+            EXPECT_TRUE(run.seen == all) << run.seen.size() << " elements seen";
             break;
         case VELD::SamplingReader:
-            EXPECT_TRUE(Increasing(run.seen, false));
-            EXPECT_EQ(run.seen.back(), kElements);
+            EXPECT_TRUE(std::is_sorted(run.seen.begin(), run.seen.end()));
+            EXPECT_EQ(run.seen.back(), n);
             break;
+        default:
+            EXPECT_TRUE(strictlyIncreasing);
+            // Every element that a FIFO reader missed was overwritten, and counted.
+            EXPECT_TRUE(run.type != VELD::FifoReader || n - static_cast<long>(run.seen.size()) <= overflows)
+                << run.seen.size() << " seen, " << overflows << " overflows";
+            EXPECT_TRUE(run.type == VELD::Wait4NextReader || run.seen.back() == n) << run.seen.back();
         }
     }
 }
@@ -160,44 +161,27 @@ INSTANTIATE_TEST_SUITE_P(
     Readers, FifoStress,
     ::testing::Values(
         // All five kinds: the never-skipping reader paces the writer.
-        std::vector<int>{VELD::FifoReader, VELD::NeverSkippingReader, VELD::LastOrNextReader, VELD::SamplingReader,
-                         VELD::Wait4NextReader},
+        StressCase{"AllKinds",
+                   {VELD::FifoReader, VELD::NeverSkippingReader, VELD::LastOrNextReader, VELD::SamplingReader,
+                    VELD::Wait4NextReader},
+                   8, 3000},
         // Nobody holds the writer back: plain readers lose elements.
-        std::vector<int>{VELD::FifoReader, VELD::FifoReader, VELD::LastOrNextReader, VELD::SamplingReader,
-                         VELD::Wait4NextReader},
-        // Two never-skipping readers and one of each FIFO kind.
-        std::vector<int>{VELD::NeverSkippingReader, VELD::NeverSkippingReader, VELD::FifoReader,
-                         VELD::LastOrNextReader}));
-
-// Wake-ups. On a ring with one slot more than it has readers, each of them
-// never-skipping or skipping, nearly every element makes a reader block just
-// as the writer publishes, and the writer block just as a reader releases a
-// slot. A wake-up lost on either side stops the hand-over for good.
-class WakeUps : public FifoStress {};
-
-TEST_P(WakeUps, NoSideSleepsThroughAnElementOrAFreedSlot)
-{
-    const long kHandOvers = 20000;
-    // A slot for the writer, whatever the readers hold.
-    EXPECT_EQ(Run(GetParam(), static_cast<int>(GetParam().size()) + 1, kHandOvers), "");
-    for (const ReaderRun& run : runs) {
-        SCOPED_TRACE("reader type " + std::to_string(run.type));
-        EXPECT_EQ(run.torn, 0);
-        if (run.type == VELD::NeverSkippingReader) {
-            ASSERT_EQ(run.seen.size(), static_cast<size_t>(kHandOvers));
-            for (long n = 0; n < kHandOvers; ++n) ASSERT_EQ(run.seen[n], n + 1);
-        } else {
-            EXPECT_TRUE(Increasing(run.seen, true));
-            EXPECT_EQ(run.seen.back(), kHandOvers);
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Readers, WakeUps,
-    ::testing::Values(std::vector<int>{VELD::NeverSkippingReader},
-                      std::vector<int>{VELD::NeverSkippingReader, VELD::NeverSkippingReader},
-                      // A last-or-next reader frees slots by skipping them.
-                      std::vector<int>{VELD::NeverSkippingReader, VELD::LastOrNextReader}));
+        StressCase{"NoneHoldsTheWriter",
+                   {VELD::FifoReader, VELD::FifoReader, VELD::LastOrNextReader, VELD::SamplingReader,
+                    VELD::Wait4NextReader},
+                   8, 3000},
+        StressCase{"TwoNeverSkipping",
+                   {VELD::NeverSkippingReader, VELD::NeverSkippingReader, VELD::FifoReader, VELD::LastOrNextReader},
+                   8, 3000},
+        // Wake-ups. On a ring with one slot more than it has readers, each of
+        // them never-skipping or skipping, nearly every element makes a reader
+        // block just as the writer publishes, and the writer block just as a
+        // reader releases a slot. A wake-up lost on either side stops the
+        // hand-over for good.
+        StressCase{"WakeUpsOfOne", {VELD::NeverSkippingReader}, 0, 20000},
+        StressCase{"WakeUpsOfTwo", {VELD::NeverSkippingReader, VELD::NeverSkippingReader}, 0, 20000},
+        // A last-or-next reader frees slots by skipping them.
+        StressCase{"WakeUpsOfASkippingReader", {VELD::NeverSkippingReader, VELD::LastOrNextReader}, 0, 20000}),
+    [](const ::testing::TestParamInfo<StressCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -30,6 +30,10 @@ protected:
         *element->Integer64(0) = value;
         VELDOutputWriting::StopWriting(module.owner, element, false);
     }
+    void Write(long from, long to)
+    {
+        for (long v = from; v <= to; ++v) Write(v);
+    }
     // Writes on a thread of its own, which may block; `written` tells when
     // it is done.
     void WriteOnThread(long value, std::atomic<bool>& written)
@@ -52,8 +56,7 @@ protected:
         Make(2);
         plain = Reader(VELD::FifoReader);
         never = Reader(VELD::NeverSkippingReader);
-        Write(1);
-        Write(2);
+        Write(1, 2);
     }
     long Value(VELDListIterator slot) { return *F()[slot].Integer64(0); }
     // What the reader gets at once, released again; -1 when it would wait.
@@ -73,37 +76,39 @@ protected:
         return values;
     }
     int Overflows() { return output->NbFIFOOverflows(); }
+    std::vector<const TestFifo::Slot*> Slots()
+    {
+        std::vector<const TestFifo::Slot*> slots;
+        for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor)
+            slots.push_back(&VELDList<TestFifo::Slot>::Value(it));
+        return slots;
+    }
     // A reader's data as the ring holds it, newest first: -1 for a slot
     // without data.
     Values Ring()
     {
         Values values;
-        for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor) {
-            const TestFifo::Slot& slot = VELDList<TestFifo::Slot>::Value(it);
-            values.push_back(VELDFastIOSlot::HasData(slot.state) ? *static_cast<long*>(slot.elt.data) : -1);
-        }
+        for (const TestFifo::Slot* slot : Slots())
+            values.push_back(VELDFastIOSlot::HasData(slot->state) ? *static_cast<long*>(slot->elt.data) : -1);
         return values;
     }
     std::vector<std::thread> threads;
 };
 
-
-// ---------------------------------------------------------------------------
 // Reader types
 
 TEST_F(Fifo, ASlowFifoReaderLosesOnlyWhatWasOverwrittenAndEachLossCountsOnce)
 {
     Make(4);
     int reader = Reader(VELD::FifoReader);
-    for (long v = 1; v <= 4; ++v) Write(v);
+    Write(1, 4);
     EXPECT_EQ(Overflows(), 0);  // free slots first
     EXPECT_EQ(ReadNow(reader), 1);
-    for (long v = 5; v <= 7; ++v) Write(v);  // 5 takes the read slot of 1; 6 and 7 overwrite 2 and 3
-    EXPECT_EQ(Overflows(), 2);
-    EXPECT_EQ(engine.GetNbFifoOverflows(), 2);
+    Write(5, 7);  // 5 takes the read slot of 1; 6 and 7 overwrite 2 and 3
+    EXPECT_EQ(std::make_tuple(Overflows(), engine.GetNbFifoOverflows()), std::make_tuple(2, 2));
     // All that it had is gone: it goes on with the oldest that remains.
     EXPECT_EQ(Drain(reader), (Values{4, 5, 6, 7}));
-    for (long v = 8; v <= 11; ++v) Write(v);
+    Write(8, 11);
     EXPECT_EQ(Overflows(), 2);
 }
 
@@ -111,8 +116,7 @@ TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
 {
     Make(2);
     int reader = Reader(VELD::NeverSkippingReader);
-    Write(1);
-    Write(2);
+    Write(1, 2);
     std::atomic<bool> written(false);
     WriteOnThread(3, written);
     ExpectBlocked(written);
@@ -128,19 +132,15 @@ TEST_F(Fifo, ANeverSkippingReaderStallsTheWriterAndGetsEverything)
     EXPECT_EQ(Overflows(), 0);
 }
 
-TEST_F(Fifo, WithNoReaderSlotsAreReusedSilently)
+TEST_F(Fifo, WithNoReaderSlotsAreReusedSilentlyAndAPlainReaderNeverStallsTheWriter)
 {
     Make(2);
-    for (long v = 1; v <= 10; ++v) Write(v);
+    Write(1, 10);
     EXPECT_EQ(Overflows(), 0);
     EXPECT_EQ(Ring(), (Values{10, 9}));
-}
-
-TEST_F(Fifo, APlainReaderNeverStallsTheWriter)
-{
     Make(2);
     int reader = Reader(VELD::FifoReader);
-    for (long v = 1; v <= 5; ++v) Write(v);  // on this thread: a stall would hang the test
+    Write(1, 5);  // on this thread: a stall would hang the test
     EXPECT_EQ(Overflows(), 3);
     EXPECT_EQ(Drain(reader), (Values{4, 5}));
 }
@@ -152,7 +152,6 @@ TEST_F(Fifo, BesideANeverSkippingReaderAPlainOneLosesOnlyWhatTheOtherHasRead)
     EXPECT_EQ(ReadNow(never), 1);
     Write(3);  // the never-skipping reader had 1, the plain one didn't
     EXPECT_EQ(Overflows(), 1);
-
     std::atomic<bool> written(false);
     WriteOnThread(4, written);  // 2 is still needed
     ExpectBlocked(written);
@@ -182,13 +181,11 @@ TEST_F(Fifo, ALastOrNextReaderGetsTheNewestAndMarksWhatItSkipped)
     Make(4);
     int reader = Reader(VELD::LastOrNextReader);
     EXPECT_EQ(ReadNow(reader), -1);
-    Write(1);
-    Write(2);
-    Write(3);
+    Write(1, 3);
     EXPECT_EQ(ReadNow(reader), 3);
     EXPECT_EQ(ReadNow(reader), -1);  // nothing newer: it waits
     // 1 and 2 count as read: reusing their slots loses nothing.
-    for (long v = 4; v <= 7; ++v) Write(v);
+    Write(4, 7);
     EXPECT_EQ(Overflows(), 0);
     EXPECT_EQ(ReadNow(reader), 7);
     Write(8);
@@ -201,15 +198,12 @@ TEST_F(Fifo, ASamplingReaderGetsTheSameElementUntilANewerOneComes)
     int reader = Reader(VELD::SamplingReader);
     EXPECT_EQ(ReadNow(reader), -1);  // waits only while there is no data at all
     Write(1);
-    EXPECT_EQ(ReadNow(reader), 1);
-    EXPECT_EQ(ReadNow(reader), 1);
-    EXPECT_EQ(ReadNow(reader), 1);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadNow(reader), 1);
     Write(2);
     EXPECT_EQ(ReadNow(reader), 2);
     // It never marks anything read, and so never protects a slot.
-    for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor)
-        EXPECT_EQ(VELDList<TestFifo::Slot>::Value(it).readMask, 0u);
-    for (long v = 3; v <= 6; ++v) Write(v);
+    for (const TestFifo::Slot* slot : Slots()) EXPECT_EQ(slot->readMask, 0u);
+    Write(3, 6);
     EXPECT_EQ(Overflows(), 0);
     EXPECT_EQ(ReadNow(reader), 6);
 }
@@ -245,8 +239,7 @@ TEST_F(Fifo, OutputSubsamplingPublishesEveryThirdAndWakesNobodyForTheOthers)
     VELDListIterator slot;
     ASSERT_EQ(F().StartReadingX(next, &wake, &abort, &slot), 0);
     EXPECT_EQ(abort, &module.death);
-    Write(1);
-    Write(2);
+    Write(1, 2);
     EXPECT_FALSE(wake->IsSet());
     EXPECT_EQ(Ring(), (Values{-1, -1, -1, -1}));  // both went back to Free
     Write(3);
@@ -254,11 +247,10 @@ TEST_F(Fifo, OutputSubsamplingPublishesEveryThirdAndWakesNobodyForTheOthers)
     slot = F().AchieveStartReadingX(next, 0);
     EXPECT_EQ(Value(slot), 3);
     F().StopReading(next, slot);
-    for (long v = 4; v <= 9; ++v) Write(v);
+    Write(4, 9);
     EXPECT_EQ(Drain(fifo), (Values{3, 6, 9}));
 }
 
-// ---------------------------------------------------------------------------
 // The writer at its limits
 
 TEST_F(Fifo, ARingOfOneSlotFailsTheWriterWhileTheReaderHoldsIt)
@@ -316,7 +308,6 @@ TEST_F(Fifo, ABlockedWriterGivesUpOnTheHostsCancelOrItsTimeout)
     EXPECT_EQ(Drain(reader), (Values{1}));
 }
 
-// ---------------------------------------------------------------------------
 // The readers at their limits
 
 TEST_F(Fifo, StopReadingWithoutStartingIsFatal)
@@ -346,14 +337,15 @@ TEST_F(Fifo, AWakeUpThatFindsNothingIsFatalForEachKindOfReader)
     // nothing.
     for (int reader : {fifo, sampling, next}) ASSERT_EQ(F().StartReadingX(reader, &wake, &abort, &slot), 0);
     VELDListIterator writing = F().StartWriting(nullptr);
-    EXPECT_THROW(F().AchieveStartReadingX(fifo, 0), int);
-    EXPECT_TRUE(Reported("Trouble with a FIFO reader. Couldn't find its data (X1)"));
-    EXPECT_THROW(F().AchieveStartReadingX(sampling, 0), int);
-    EXPECT_TRUE(Reported("Trouble with a sampling reader. Couldn't find its data (X2)"));
-    EXPECT_THROW(F().AchieveStartReadingX(next, 0), int);
-    EXPECT_TRUE(Reported("VELDFastIO monitor has no space where to read (X4)"));
+    const std::pair<int, const char*> readers[] = {
+        {fifo, "Trouble with a FIFO reader. Couldn't find its data (X1)"},
+        {sampling, "Trouble with a sampling reader. Couldn't find its data (X2)"},
+        {next, "VELDFastIO monitor has no space where to read (X4)"}};
+    for (const auto& [reader, text] : readers) {
+        EXPECT_THROW(F().AchieveStartReadingX(reader, 0), int);
+        EXPECT_TRUE(Reported(text)) << text;
+    }
     F().StopWriting(writing, true);
-
     // A wait that ended otherwise than by the wake event.
     ASSERT_EQ(F().StartReadingX(fifo, &wake, &abort, &slot), 0);
     EXPECT_EQ(Thrown([&] { F().AchieveStartReadingX(fifo, 1); }), VELD::ModuleDied);
@@ -363,7 +355,6 @@ TEST_F(Fifo, AWakeUpThatFindsNothingIsFatalForEachKindOfReader)
     F().mutex.Release();
 }
 
-// ---------------------------------------------------------------------------
 // Settings and queries
 
 TEST_F(Fifo, SubsamplingRateAndReaderTypeAreCheckedInOrder)
@@ -377,26 +368,27 @@ TEST_F(Fifo, SubsamplingRateAndReaderTypeAreCheckedInOrder)
     EXPECT_TRUE(Reported("SetSubsamplingRate works only with FIFO readers."));
     EXPECT_THROW(F().SetSubsamplingRate(fifo, 0), int);
     EXPECT_THROW(F().SetSubsamplingRate(fifo, 257), int);
-    EXPECT_EQ(engine.GetConsole().CountContaining("Output subsampling rate must be an integer in the range between 1 "
-                                                  "and 256 included.",
-                                                  VELD::Error),
+    EXPECT_EQ(engine.GetConsole().CountContaining(
+                  "Output subsampling rate must be an integer in the range between 1 and 256 included.", VELD::Error),
               2u);
-    F().SetSubsamplingRate(fifo, 1);
-    EXPECT_EQ(F().readerParam[fifo], 0);
-    F().SetSubsamplingRate(fifo, 256);
-    EXPECT_EQ(F().readerParam[fifo], 255);
-
+    for (int rate : {1, 256}) {
+        F().SetSubsamplingRate(fifo, rate);
+        EXPECT_EQ(F().readerParam[fifo], rate - 1);
+    }
     EXPECT_THROW(F().SetReaderType(9, VELD::NeverSkippingReader), int);
     EXPECT_TRUE(Reported("trying to set the reader type for a reader that has never been registered before."));
     EXPECT_THROW(F().SetReaderType(sampling, VELD::NeverSkippingReader), int);
     EXPECT_TRUE(Reported("SetReaderType works only with FIFO readers."));
-    F().SetReaderType(fifo, VELD::NeverSkippingReader);
-    EXPECT_EQ(F().neverSkippingMask, 1u);
-    F().SetReaderType(fifo, VELD::LastOrNextReader);
-    EXPECT_EQ(F().neverSkippingMask, 0u);
-    EXPECT_EQ(F().lastOrNextMask, 1u);
-    F().SetReaderType(fifo, VELD::FifoReader);
-    EXPECT_EQ(F().lastOrNextMask | F().neverSkippingMask, 0u);
+    const struct {
+        int type;
+        VELDUInt32 neverSkipping, lastOrNext;
+    } types[] = {{VELD::NeverSkippingReader, 1, 0}, {VELD::LastOrNextReader, 0, 1}, {VELD::FifoReader, 0, 0}};
+    for (const auto& t : types) {
+        F().SetReaderType(fifo, t.type);
+        EXPECT_EQ(std::make_tuple(F().neverSkippingMask, F().lastOrNextMask),
+                  std::make_tuple(t.neverSkipping, t.lastOrNext))
+            << t.type;
+    }
 }
 
 TEST_F(Fifo, TheCountingQueriesFollowReadsAndWrites)
@@ -404,18 +396,14 @@ TEST_F(Fifo, TheCountingQueriesFollowReadsAndWrites)
     Make(3);
     int fifo = Reader(VELD::FifoReader);
     int sampling = Reader(VELD::SamplingReader);
-    EXPECT_TRUE(F().IsFIFOEmpty());
-    EXPECT_FALSE(F().IsFIFOFull());
-    EXPECT_EQ(output->NbFreeSlotsInFIFO(), 3);
-    EXPECT_FALSE(F().DataAvailableInFIFO(fifo));
-    EXPECT_FALSE(F().DataAvailableInFIFO(sampling));
-
-    Write(1);
-    Write(2);
+    EXPECT_EQ(std::make_tuple(F().IsFIFOEmpty(), F().IsFIFOFull(), output->NbFreeSlotsInFIFO()),
+              std::make_tuple(true, false, 3));
+    EXPECT_FALSE(F().DataAvailableInFIFO(fifo) || F().DataAvailableInFIFO(sampling));
+    Write(1, 2);
     EXPECT_FALSE(VELDOutputWriting::IsFIFOEmpty(*output));
-    EXPECT_EQ(F().NbDataAvailableInFIFO(fifo), 2);
-    EXPECT_EQ(F().NbDataAvailableInFIFO(sampling), 2);
-    EXPECT_EQ(output->NbFreeSlotsInFIFO(), 1);
+    EXPECT_EQ(std::make_tuple(F().NbDataAvailableInFIFO(fifo), F().NbDataAvailableInFIFO(sampling),
+                              output->NbFreeSlotsInFIFO()),
+              std::make_tuple(2, 2, 1));
     EXPECT_EQ(ReadNow(fifo), 1);
     EXPECT_EQ(F().NbDataAvailableInFIFO(fifo), 1);
     EXPECT_TRUE(F().DataAvailableInFIFO(fifo));
@@ -425,9 +413,8 @@ TEST_F(Fifo, TheCountingQueriesFollowReadsAndWrites)
     Write(4);
     EXPECT_TRUE(VELDOutputWriting::IsFIFOFull(*output));   // now 2 would be overwritten
     EXPECT_EQ(Drain(fifo), (Values{2, 3, 4}));
-    EXPECT_FALSE(F().DataAvailableInFIFO(fifo));
-    EXPECT_TRUE(F().DataAvailableInFIFO(sampling));
-    EXPECT_TRUE(F().IsFIFOEmpty());
+    EXPECT_EQ(std::make_tuple(F().DataAvailableInFIFO(fifo), F().DataAvailableInFIFO(sampling), F().IsFIFOEmpty()),
+              std::make_tuple(false, true, true));
 
     VELDListIterator held = TryRead(F(), sampling);  // a held element keeps it from being empty
     EXPECT_FALSE(F().IsFIFOEmpty());
@@ -447,8 +434,6 @@ TEST_F(Fifo, ResettingTheSizeDiscardsTheContent)
     EXPECT_EQ(Thrown([&] { F().StartWriting(nullptr); }), VELD::ErrorException);  // no slot for anyone
 }
 
-
-// ---------------------------------------------------------------------------
 // The host's registration of readers
 
 TEST_F(Fifo, EachReaderGetsTheLowestFreeNumberAndTheMarksOfItsType)
@@ -487,10 +472,9 @@ TEST_F(Fifo, UnregisteringReleasesWhatTheReaderHeldAndTheWriterBlockedOnIt)
     EXPECT_TRUE(Eventually([&] { return written.load(); }));
     EXPECT_EQ(F().registeredMask, 1u << plain);
     EXPECT_EQ(F().neverSkippingMask, 0u);
-    for (VELDBasicListItem* it = F().ring.First(); it; it = it->successor) {
-        const TestFifo::Slot& slot = VELDList<TestFifo::Slot>::Value(it);
-        EXPECT_EQ(slot.readingMask, 0u);
-        EXPECT_NE(slot.state, VELDFastIOSlot::Reading);
+    for (const TestFifo::Slot* slot : Slots()) {
+        EXPECT_EQ(slot->readingMask, 0u);
+        EXPECT_NE(slot->state, VELDFastIOSlot::Reading);
     }
     FifoReaders::Unregister(F(), never);  // twice, or a number never given: nothing happens
     FifoReaders::Unregister(F(), 40);
@@ -498,7 +482,6 @@ TEST_F(Fifo, UnregisteringReleasesWhatTheReaderHeldAndTheWriterBlockedOnIt)
     // element there is, untroubled by what the old one had read.
     EXPECT_EQ(Reader(VELD::FifoReader), never);
     EXPECT_EQ(Drain(never), (Values{2, 3}));
-
     // Unregistering the last slow reader ends a handshake.
     Write(4);
     std::thread handshake([&] { VELDOutputWriting::Wait4Handshake(module.owner, *output); });
@@ -514,11 +497,10 @@ TEST_F(Fifo, OverflowsAreCountedForEachOutputAndInTotal)
     std::unique_ptr<VELDOutputImplementation> second = New(2);
     Reader(VELD::FifoReader);
     FifoReaders::Register(*second->monitor, VELD::LastOrNextReader, 1);
-    for (long v = 1; v <= 5; ++v) Write(v);
+    Write(1, 5);
     for (long v = 1; v <= 4; ++v) Write(v, second.get());
-    EXPECT_EQ(Overflows(), 3);
-    EXPECT_EQ(second->NbFIFOOverflows(), 2);
-    EXPECT_EQ(VELD::GetNbFifoOverflows(), 5);
+    EXPECT_EQ(std::make_tuple(Overflows(), second->NbFIFOOverflows(), VELD::GetNbFifoOverflows()),
+              std::make_tuple(3, 2, 5));
     engine.SignalFifoOverflow(nullptr);  // a FIFO of no output counts in the total only
     EXPECT_EQ(engine.GetNbFifoOverflows(), 6);
 }

@@ -17,10 +17,12 @@ const unsigned int kUnknown = 4294967295u;
 
 class IOElt : public ::testing::Test {
 protected:
-    IOElt() : engine(Quiet()) { std::memset(payload, 0, sizeof payload); }
+    IOElt() : engine(Quiet()) {}
 
+    // An element of the type over a cleared payload.
     VELDIOEltImplementation& Make(VELDTypeInfoValue type, int bufferSize, int vectorSize)
     {
+        std::memset(payload, 0, sizeof payload);
         elt.type.value = type;
         elt.data = payload;
         elt.bufferSize = bufferSize;
@@ -35,9 +37,6 @@ protected:
     VELDIOEltImplementation elt;
     alignas(16) unsigned char payload[4096];
 };
-
-// ---------------------------------------------------------------------------
-// The access check
 
 TEST_F(IOElt, AtCheckLevelOneTheIndexIsBoundedByTheBufferAndTheTypeIsChecked)
 {
@@ -101,142 +100,96 @@ TEST_F(IOElt, EachIndexedAccessorStepsByItsItemSize)
     EXPECT_EQ(Checks(), 0u);
 }
 
-// ---------------------------------------------------------------------------
-// Sizes of flat payloads: vectorSize 3, bufferSize 5
-
-struct FlatSize {
-    VELDTypeInfoValue type;
-    unsigned int used;
-    unsigned int full;
-};
-
-class FlatSizes : public IOElt, public ::testing::WithParamInterface<FlatSize> {};
-
-TEST_P(FlatSizes, AreItemsTimesTheItemSize)
+// Sizes of flat payloads, of unknown ones and of texts, and what each says of
+// its flatness: -1 when it leaves the flag alone.
+TEST_F(IOElt, FlatSizesAreItemsTimesTheItemSize)
 {
-    Make(GetParam().type, 5, 3);
-    bool flat = false;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), GetParam().used);
-    EXPECT_TRUE(flat);
-    flat = false;
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), GetParam().full);
-    EXPECT_TRUE(flat);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), GetParam().used);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    EveryType, FlatSizes,
-    ::testing::Values(FlatSize{VELD::Integer16, 6, 10}, FlatSize{VELD::UnsignedInteger64, 24, 40},
-                      FlatSize{VELD::Float32, 12, 20}, FlatSize{VELD::TextUnicode, 6, 10},
-                      FlatSize{VELD::CANFDFrame, 240, 400}, FlatSize{VELD::CANUniFrame, 288, 480},
-                      FlatSize{VELD::RealObject, 960, 1600},
-                      // A structure is its whole buffer, whatever is in use.
-                      FlatSize{VELD::Structure, 5, 5},
-                      // Flags don't change the size.
-                      FlatSize{VELD::Integer32 | VELD::VectorFlag | VELD::QualityFlag, 12, 20}));
-
-TEST_F(IOElt, TextCountsItsTerminatingZeroWhenItFits)
-{
-    Make(VELD::TextAscii, 5, 5);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 5u);
-    Make(VELD::TextAscii, 5, 4);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 5u);
-    Make(VELD::TextAscii, 5, 0);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 1u);
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(nullptr), 5u);
-}
-
-// ---------------------------------------------------------------------------
-// Sizes of structured payloads: the header and what it points at
-
-TEST_F(IOElt, AMatrixCountsTheBlocksThatAreSet)
-{
-    Make(VELD::Matrix, 6, 0);
-    VELDMatrix* matrix = new (payload) VELDMatrix();
-    matrix->rows = 2;
-    matrix->columns = 3;
-    bool flat = true;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), 40u);
-    EXPECT_FALSE(flat);
-    matrix->re = reinterpret_cast<double*>(At(40));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 40u + 48u);
-    matrix->im = reinterpret_cast<double*>(At(88));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 40u + 96u);
-    flat = true;
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), 16u * 6 + 40);
-    EXPECT_FALSE(flat);
-}
-
-TEST_F(IOElt, ImagesCountTheirHeadersAndThePixelsThatAreSet)
-{
-    Make(VELD::IplImage, 100, 0);
-    _IplImage* ipl = reinterpret_cast<_IplImage*>(payload);
-    ipl->imageSize = 100;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 144u);
-    ipl->roi = reinterpret_cast<IplROI*>(At(144));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 164u);
-    ipl->imageData = reinterpret_cast<char*>(At(164));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 264u);
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(nullptr), 264u);
-
-    std::memset(payload, 0, sizeof payload);
-    Make(VELD::VELDImage, 100, 0);
-    VELDImage* image = reinterpret_cast<VELDImage*>(payload);
-    image->imageSize = 70;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 48u);
-    image->imageData = At(48);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 118u);
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(nullptr), 148u);
-}
-
-TEST_F(IOElt, AudioAndMeshesCountTheirHeaders)
-{
-    Make(VELD::AudioSignal, 64, 0);
-    reinterpret_cast<VELDAudioSignal*>(payload)->streamSizeInBytes = 30;
-    bool flat = true;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), 54u);
-    EXPECT_FALSE(flat);
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(nullptr), 88u);
-
-    std::memset(payload, 0, sizeof payload);
-    Make(VELD::Triangles3D, 10, 2);
-    VELDTriangles3D* mesh = reinterpret_cast<VELDTriangles3D*>(payload);
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 48u);
-    mesh->objects = reinterpret_cast<VELDObject3D*>(At(48));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 48u + 32u);
-    mesh->points = reinterpret_cast<VELDPoint3D*>(At(48));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 48u + 32u + 48u);
-    mesh->triangles = reinterpret_cast<VELDTriangle3D*>(At(48));
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), 48u + 32u + 48u + 32u);
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(nullptr), 56u * 10 + 48);
-}
-
-TEST_F(IOElt, UnknownSizesAndMissingPayloads)
-{
-    Make(VELD::CustomType, 10, 10);
-    bool flat = true;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), kUnknown);
-    EXPECT_FALSE(flat);
-    flat = true;
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), kUnknown);
-    EXPECT_FALSE(flat);
-
-    // A type that no rule knows: nobody knows what it uses, but its buffer
-    // is its bufferSize; the flag is left alone.
-    Make(VELD::DynamicStructure, 10, 3);
-    flat = true;
-    EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), kUnknown);
-    EXPECT_TRUE(flat);
-    flat = false;
-    EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), 10u);
-    EXPECT_FALSE(flat);
-
-    Make(VELD::Integer32, 10, 3);
+    const struct {
+        VELDTypeInfoValue type;
+        int bufferSize, vectorSize;
+        unsigned int used, full;
+        int flat;
+    } rows[] = {{VELD::Integer16, 5, 3, 6, 10, 1}, {VELD::UnsignedInteger64, 5, 3, 24, 40, 1},
+                {VELD::Float32, 5, 3, 12, 20, 1}, {VELD::TextUnicode, 5, 3, 6, 10, 1},
+                {VELD::CANFDFrame, 5, 3, 240, 400, 1}, {VELD::CANUniFrame, 5, 3, 288, 480, 1},
+                {VELD::RealObject, 5, 3, 960, 1600, 1},
+                {VELD::Structure, 5, 3, 5, 5, 1},  // a structure is its whole buffer, whatever is in use
+                {VELD::Integer32 | VELD::VectorFlag | VELD::QualityFlag, 5, 3, 12, 20, 1},  // flags add nothing
+                // A text counts its terminating zero when it fits.
+                {VELD::TextAscii, 5, 5, 5, 5, 1}, {VELD::TextAscii, 5, 4, 5, 5, 1}, {VELD::TextAscii, 5, 0, 1, 5, 1},
+                {VELD::CustomType, 10, 10, kUnknown, kUnknown, 0},
+                // A type that no rule knows: nobody knows what it uses, but its
+                // buffer is its bufferSize.
+                {VELD::DynamicStructure, 10, 3, kUnknown, 10, -1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << std::hex << row.type << std::dec << " " << row.vectorSize);
+        Make(row.type, row.bufferSize, row.vectorSize);
+        for (bool before : {false, true}) {
+            bool flat = before;
+            EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), row.used);
+            EXPECT_EQ(flat, row.flat < 0 ? before : row.flat == 1);
+            flat = before;
+            EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), row.full);
+            EXPECT_EQ(flat, row.flat < 0 ? before : row.flat == 1);
+        }
+        EXPECT_EQ(elt.IOEltUsedSizeInBytes(nullptr), row.used);
+    }
+    Make(VELD::Integer32, 10, 3);  // no payload
     elt.data = nullptr;
-    flat = false;
+    bool flat = false;
     EXPECT_EQ(elt.IOEltUsedSizeInBytes(&flat), 0u);
     EXPECT_EQ(elt.IOEltBufferSizeInBytes(&flat), 0u);
     EXPECT_FALSE(flat);
+}
+
+// Structured payloads are never flat: they count their header and the blocks
+// that are set.
+TEST_F(IOElt, StructuredSizesCountTheHeaderAndTheBlocksThatAreSet)
+{
+    auto expect = [&](unsigned int used, unsigned int full) {
+        bool usedFlat = true, fullFlat = true;
+        EXPECT_EQ(elt.IOEltUsedSizeInBytes(&usedFlat), used);
+        EXPECT_EQ(elt.IOEltBufferSizeInBytes(&fullFlat), full);
+        EXPECT_FALSE(usedFlat || fullFlat);
+    };
+    Make(VELD::Matrix, 6, 0);
+    VELDMatrix* matrix = new (payload) VELDMatrix();
+    matrix->rows = 2, matrix->columns = 3;
+    expect(40, 16 * 6 + 40);
+    matrix->re = reinterpret_cast<double*>(At(40));
+    expect(40 + 48, 16 * 6 + 40);
+    matrix->im = reinterpret_cast<double*>(At(88));
+    expect(40 + 96, 16 * 6 + 40);
+
+    Make(VELD::IplImage, 100, 0);
+    _IplImage* ipl = reinterpret_cast<_IplImage*>(payload);
+    ipl->imageSize = 100;
+    expect(144, 264);
+    ipl->roi = reinterpret_cast<IplROI*>(At(144));
+    expect(164, 264);
+    ipl->imageData = reinterpret_cast<char*>(At(164));
+    expect(264, 264);
+
+    Make(VELD::VELDImage, 100, 0);
+    VELDImage* image = reinterpret_cast<VELDImage*>(payload);
+    image->imageSize = 70;
+    expect(48, 148);
+    image->imageData = At(48);
+    expect(118, 148);
+
+    Make(VELD::AudioSignal, 64, 0);
+    reinterpret_cast<VELDAudioSignal*>(payload)->streamSizeInBytes = 30;
+    expect(54, 88);
+
+    Make(VELD::Triangles3D, 10, 2);
+    VELDTriangles3D* mesh = reinterpret_cast<VELDTriangles3D*>(payload);
+    expect(48, 56 * 10 + 48);
+    mesh->objects = reinterpret_cast<VELDObject3D*>(At(48));
+    expect(48 + 32, 56 * 10 + 48);
+    mesh->points = reinterpret_cast<VELDPoint3D*>(At(48));
+    expect(48 + 32 + 48, 56 * 10 + 48);
+    mesh->triangles = reinterpret_cast<VELDTriangle3D*>(At(48));
+    expect(48 + 32 + 48 + 32, 56 * 10 + 48);
 }
 
 }  // namespace

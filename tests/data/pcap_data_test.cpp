@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "pcap_data.h"
@@ -98,6 +99,14 @@ protected:
         return packets;
     }
 
+    // The last error starts with `place` and holds `text`.
+    void ExpectLastError(const std::string& place, const std::string& text)
+    {
+        const std::string error = engine.GetConsole().LastError();
+        EXPECT_EQ(error.rfind(place, 0), 0u) << error;
+        EXPECT_NE(error.find(text), std::string::npos) << error;
+    }
+
     TestEngine engine;
     PcapProbe* writer;
     PcapProbe* reader;
@@ -144,10 +153,9 @@ TEST_F(PcapData, TheRecordOfAnElementTellsItsPacketsAndItsNewBufferOnlyAtTheEnd)
     {
         pcap_data_writer w(element, VELDpcapLinkTypeEthernet, 5);
         w.DeInit();  // an empty element
-        EXPECT_EQ(Address(record.packet_offsets), nullptr);
-        EXPECT_EQ(+record.data_size, 0u);
-        EXPECT_EQ(+record.nb_packets, 0);
-        EXPECT_EQ(+record.link_type, 1);
+        EXPECT_EQ(std::make_tuple(Address(record.packet_offsets), +record.data_size, +record.nb_packets,
+                                  +record.link_type),
+                  std::make_tuple(nullptr, std::uint64_t(0), 0, 1));
         w.Init(element, VELDpcapLinkTypeEthernet, 5);
         const std::vector<uint8_t> big = Bytes(VELDpcap_component::kInitialBufferSize, 1);
         w.set_next_packet(Header(10, 5), big.data());
@@ -160,14 +168,11 @@ TEST_F(PcapData, TheRecordOfAnElementTellsItsPacketsAndItsNewBufferOnlyAtTheEnd)
         EXPECT_EQ(record.packet_offsets[1], 24u + 10u);
         EXPECT_EQ(reinterpret_cast<Buffer*>(record.reserved)->GetAllocatedSize(), 262144u);
     }
-    EXPECT_EQ(element->Timestamp(), 5);
-    EXPECT_EQ(element->VectorSize(), 49);
+    EXPECT_EQ(std::make_tuple(element->Timestamp(), element->VectorSize()), std::make_tuple(5, 49));
     writer->StopWriting(element);
     EXPECT_EQ(ReadAll().size(), 2u);
-
-    EXPECT_EQ(Buffer::SizeToAllocate(0), 0u);
-    EXPECT_EQ(Buffer::SizeToAllocate(1), 1u);
-    EXPECT_EQ(Buffer::SizeToAllocate(131073), 262144u);
+    EXPECT_EQ(std::make_tuple(Buffer::SizeToAllocate(0), Buffer::SizeToAllocate(1), Buffer::SizeToAllocate(131073)),
+              std::make_tuple(0u, 1u, 262144u));
 }
 
 TEST_F(PcapData, ADiscardedElementIsNeverSeen)
@@ -232,25 +237,15 @@ TEST_F(PcapData, ARecordWhoseSizesDoNotAddUpStopsTheReaderWithTheRightText)
     }
 }
 
-// ---------------------------------------------------------------------------
-// Typed access
-
 TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
 {
-    VELDIOEltImplementation pcap, integers, custom, empty;
     alignas(8) unsigned char payload[64] = {};
-    pcap.type.value = VELDpcapTypeValue;
-    pcap.data = payload;
-    pcap.bufferSize = 49;
-    integers.type.value = VELD::Integer32;
-    integers.data = payload;
-    integers.bufferSize = 4;
-    custom.type.value = VELD::CustomType;
-    custom.data = payload;
-    custom.bufferSize = 1;
-    empty.type.value = VELD::Structure;
-    empty.bufferSize = 49;
-
+    VELDIOEltImplementation elements[4];
+    VELDIOEltImplementation &pcap = elements[0], &integers = elements[1], &custom = elements[2], &empty = elements[3];
+    const std::tuple<VELDTypeInfoValue, void*, int> made[] = {
+        {VELDpcapTypeValue, payload, 49}, {VELD::Integer32, payload, 4}, {VELD::CustomType, payload, 1},
+        {VELD::Structure, nullptr, 49}};
+    for (int i = 0; i < 4; ++i) std::tie(elements[i].type.value, elements[i].data, elements[i].bufferSize) = made[i];
     struct Case {
         std::function<void()> access;
         int line;
@@ -266,11 +261,7 @@ TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&integers, 0, true); }, 257,
          "[ElementType != ioElt.Type] The requested ElementType is different from actual data type of the I/O element"},
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&custom, 0, true); }, 257, "[ElementType != ioElt.Type]"},
-        {[&] {
-             pcap.bufferSize = 48;
-             VELD::GetIOElementPointer<VELDpcap_data_t>(&pcap, 0, true);
-         },
-         276,
+        {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>((pcap.bufferSize = 48, &pcap), 0, true); }, 276,
          "[bufferElementCapacity:0] == [bufferSize:48] / [sizeOfElement:49]\n    This might happen if:\n    * The "
          "structure used in the upstream component is different from the one that is used in the downstream "
          "component (event if they both appear to have the same name)\n    * And/or the upstream component has not "
@@ -278,21 +269,14 @@ TEST_F(PcapData, EveryRefusalOfTheTypedAccessTellsWhereAndWhy)
         {[&] { VELD::GetIOElementPointer<CustomRecord>(&custom, 0, true); }, 294, "I/O type not supported"},
         {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>(&empty, 0, true); }, 299,
          "Assertion Failed: typedElementPtr != NULL"},
-        {[&] {
-             pcap.bufferSize = 98;
-             VELD::GetIOElementPointer<VELDpcap_data_t>(&pcap, 2, true);
-         },
-         304, "Element index is out of bounds. [elementIndex:2] >= [bufferElementCapacity:2]"},
+        {[&] { VELD::GetIOElementPointer<VELDpcap_data_t>((pcap.bufferSize = 98, &pcap), 2, true); }, 304,
+         "Element index is out of bounds. [elementIndex:2] >= [bufferElementCapacity:2]"},
     };
     for (const Case& c : cases) {
         EXPECT_THROW(c.access(), int) << c.line;
-        const std::string error = engine.GetConsole().LastError();
-        const std::string place = "veld_io_access:" + std::to_string(c.line) + " ";
-        EXPECT_EQ(error.rfind(place, 0), 0u) << error;
-        EXPECT_NE(error.find("GetIOElementPointer"), std::string::npos) << error;
-        EXPECT_NE(error.find(": " + c.text), std::string::npos) << error;
+        ExpectLastError("veld_io_access:" + std::to_string(c.line) + " ", ": " + c.text);
+        ExpectLastError("", "GetIOElementPointer");
     }
-
     // What passes: any structure for a record without a type value, and a
     // type's own record by its value.
     pcap.bufferSize = 98;
@@ -309,18 +293,10 @@ TEST_F(PcapData, TheInputGuardRefusesAWrongElementTypeAndAMissingComponent)
     }
     PcapProbe* none = nullptr;
     EXPECT_THROW(VELD::InputGuard<VELDpcap_data_t>(none, *input, true), int);
-    const std::string noComponent = engine.GetConsole().LastError();
-    EXPECT_EQ(noComponent.rfind("veld_io_access.h:386 ", 0), 0u) << noComponent;
-    EXPECT_NE(noComponent.find(": Assertion Failed: m_component != NULL"), std::string::npos) << noComponent;
-
+    ExpectLastError("veld_io_access.h:386 ", ": Assertion Failed: m_component != NULL");
     EXPECT_THROW(VELD::InputGuard<VELDInt32>(reader, *input, true), int);
-    const std::string wrongType = engine.GetConsole().LastError();
-    EXPECT_EQ(wrongType.rfind("reader: veld_io_access:392 ", 0), 0u) << wrongType;
-    EXPECT_NE(wrongType.find(": The ElementType of the InputGuard of [input_name:reader.iEth] doesn't match the "
-                             "actual type of the input"),
-              std::string::npos)
-        << wrongType;
-
+    ExpectLastError("reader: veld_io_access:392 ", ": The ElementType of the InputGuard of [input_name:reader.iEth] "
+                                                   "doesn't match the actual type of the input");
     // The guard that keeps its element leaves it to the next read.
     {
         pcap_data_writer w(writer, *output, VELDpcapLinkTypeEthernet, 7);

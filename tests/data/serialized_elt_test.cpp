@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <tuple>
 
 #include "output_fixture.h"
 #include "veld_containers.h"
@@ -75,7 +76,6 @@ protected:
     size_t Errors() { return engine.GetConsole().CountContaining("", VELD::Error); }
 };
 
-// ---------------------------------------------------------------------------
 // Round trips
 
 struct TypeCase {
@@ -185,7 +185,6 @@ TEST_P(EveryType, RefusesEveryShorterBlockWithoutReadingPastIt)
     }
 }
 
-// ---------------------------------------------------------------------------
 // Heads made by hand: the older one has no time of issue
 
 class Versions : public SerializedElt, public ::testing::WithParamInterface<VELDInt32> {};
@@ -221,7 +220,6 @@ TEST_P(Versions, AreReadWithTheirHeadOrRefused)
 
 INSTANTIATE_TEST_SUITE_P(Heads, Versions, ::testing::Values(99, 100, 101, 102, 103));
 
-// ---------------------------------------------------------------------------
 // Sizes, and what is refused
 
 TEST_F(SerializedElt, AHeadAloneComesBackWithABufferAndOneByteShortFailsWithoutAWord)
@@ -241,8 +239,7 @@ TEST_F(SerializedElt, AHeadAloneComesBackWithABufferAndOneByteShortFailsWithoutA
     VELDIOEltImplementation back;
     ASSERT_EQ(back.Deserialize(block.data(), block.size(), true), 0u);
     EXPECT_NE(back.data, nullptr);
-    EXPECT_EQ(back.bufferSize, 8);
-    EXPECT_EQ(back.timestamp, 77);
+    EXPECT_EQ(std::make_tuple(back.bufferSize, back.timestamp), std::make_tuple(8, 77));
 }
 
 TEST_F(SerializedElt, WritingIsRefusedAfterTheHeadForATypeOfUnknownSizeOrTooLittleRoom)
@@ -271,41 +268,35 @@ TEST_F(SerializedElt, WritingIsRefusedAfterTheHeadForATypeOfUnknownSizeOrTooLitt
     }
 }
 
-struct ReadRefusal {
-    std::size_t offset;  // of the 32-bit field changed, in a block of Int32 x 4 with 3 in use
-    VELDInt32 value;
-    VELDTypeInfoValue type;  // of the reading element, which has a buffer of 4
-    const char* message;
-};
-
-class ReadRefusals : public SerializedElt, public ::testing::WithParamInterface<ReadRefusal> {};
-
-TEST_P(ReadRefusals, AreToldInTheirWords)
+TEST_F(SerializedElt, ReadRefusalsAreToldInTheirWords)
 {
-    const ReadRefusal& c = GetParam();
-    MakeOutput(VELD::Integer32 | VELD::VectorFlag).AllocOutputBuffer(4, true);
-    Slot(0).vectorSize = 3;
-    Bytes block = Serialized(Slot(0));
-    std::memcpy(block.data() + c.offset, &c.value, 4);
-    VELDIOEltImplementation& reader = Slot(1);
-    reader.type.value = c.type;
-    EXPECT_EQ(reader.Deserialize(block.data(), block.size(), false), kFailure);
-    EXPECT_TRUE(Reported(c.message)) << engine.GetConsole().LastError();
+    const char* const doesNotFit = IMPOSSIBLE "deserialized data do not fit the allocated buffer.";
+    const char* const negative = IMPOSSIBLE "negative size or length in the source.";
+    const struct {
+        std::size_t offset;  // of the 32-bit field changed, in a block of Int32 x 4 with 3 in use
+        VELDInt32 value;
+        VELDTypeInfoValue type;  // of the reading element, which has a buffer of 4
+        const char* message;
+    } cases[] = {
+        {4, 5, VELD::Integer32, IMPOSSIBLE "deserialized buffer size is bigger than allocated buffer size."},
+        {8, 5, VELD::Integer32, IMPOSSIBLE "deserialized vector size is bigger than allocated buffer size."},
+        {8, -1, VELD::Integer32, negative}, {36, -1, VELD::Integer32, negative},
+        {28, VELD::CustomType, VELD::Integer32, "VELDIOElt deserialization not supported for custom types."},
+        {28, VELD::Float64, VELD::Integer32, doesNotFit},
+        {28, VELD::AudioSignal, VELD::Integer32, doesNotFit},  // a header into items
+        {28, VELD::Integer8, VELD::VELDImage, doesNotFit}};    // items into a header
+    for (const auto& c : cases) {
+        MakeOutput(VELD::Integer32 | VELD::VectorFlag).AllocOutputBuffer(4, true);
+        Slot(0).vectorSize = 3;
+        Bytes block = Serialized(Slot(0));
+        std::memcpy(block.data() + c.offset, &c.value, 4);
+        VELDIOEltImplementation& reader = Slot(1);
+        reader.type.value = c.type;
+        engine.GetConsole().ClearCaptured();
+        EXPECT_EQ(reader.Deserialize(block.data(), block.size(), false), kFailure) << c.message;
+        EXPECT_TRUE(Reported(c.message)) << c.offset << ": " << engine.GetConsole().LastError();
+    }
 }
-
-const char* const kDoesNotFit = IMPOSSIBLE "deserialized data do not fit the allocated buffer.";
-const char* const kNegative = IMPOSSIBLE "negative size or length in the source.";
-
-INSTANTIATE_TEST_SUITE_P(
-    Fields, ReadRefusals,
-    ::testing::Values(
-        ReadRefusal{4, 5, VELD::Integer32, IMPOSSIBLE "deserialized buffer size is bigger than allocated buffer size."},
-        ReadRefusal{8, 5, VELD::Integer32, IMPOSSIBLE "deserialized vector size is bigger than allocated buffer size."},
-        ReadRefusal{8, -1, VELD::Integer32, kNegative}, ReadRefusal{36, -1, VELD::Integer32, kNegative},
-        ReadRefusal{28, VELD::CustomType, VELD::Integer32, "VELDIOElt deserialization not supported for custom types."},
-        ReadRefusal{28, VELD::Float64, VELD::Integer32, kDoesNotFit},
-        ReadRefusal{28, VELD::AudioSignal, VELD::Integer32, kDoesNotFit},  // a header into items
-        ReadRefusal{28, VELD::Integer8, VELD::VELDImage, kDoesNotFit}));   // items into a header
 
 TEST_F(SerializedElt, NoSourceOrNoPlaceIsRefused)
 {
@@ -317,7 +308,6 @@ TEST_F(SerializedElt, NoSourceOrNoPlaceIsRefused)
     EXPECT_TRUE(Reported(IMPOSSIBLE "destination is not allocated properly."));
 }
 
-// ---------------------------------------------------------------------------
 // The static helpers
 
 TEST_F(SerializedElt, SerializedSizesCountThePayloadBehindTheElement)

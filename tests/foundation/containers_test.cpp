@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <tuple>
 #include <vector>
 
 #include "veld_data_structures.h"
@@ -37,12 +38,9 @@ TEST(Array, AppendAndIndexingPastTheEndGrowToAPowerOfTwo)
 
     VELDArray<int> b;
     b(5) = 42;
-    EXPECT_EQ(b.Size(), 6);
-    EXPECT_EQ(b.Allocated(), 8);
-    EXPECT_EQ(b[5], 42);
+    EXPECT_EQ(std::make_tuple(b.Size(), b.Allocated(), b[5]), std::make_tuple(6, 8, 42));
     b(6) = 7;  // within the block: no reallocation
-    EXPECT_EQ(b.Size(), 7);
-    EXPECT_EQ(b.Allocated(), 8);
+    EXPECT_EQ(std::make_tuple(b.Size(), b.Allocated()), std::make_tuple(7, 8));
     const std::pair<int, int> sizes[] = {{0, 0}, {1, 1}, {5, 8}, {8, 8}};
     for (const auto& [size, slots] : sizes) EXPECT_EQ(VELDArray<int>::compute_array_size(size), slots) << size;
 }
@@ -56,13 +54,10 @@ TEST(Array, UsedAsARingTheIndexWrapsAndGrowthRestoresOrder)
     EXPECT_EQ(ring.First(), 2);
     ring.Append() = 4;  // slots 0 and 1 come back into use
     ring.Append() = 5;
-    EXPECT_EQ(ring.Allocated(), 4);
-    ASSERT_EQ(ring.Size(), 4);
+    ASSERT_EQ(std::make_tuple(ring.Allocated(), ring.Size()), std::make_tuple(4, 4));
     for (int i = 0; i < 4; ++i) EXPECT_EQ(ring[i], i + 2);
-
     ring.Append() = 6;  // growth copies in logical order from slot 0
-    EXPECT_EQ(ring.Allocated(), 8);
-    EXPECT_EQ(ring.First(), 0);
+    EXPECT_EQ(std::make_tuple(ring.Allocated(), ring.First()), std::make_tuple(8, 0));
     for (int i = 0; i < 5; ++i) EXPECT_EQ(ring[i], i + 2);
 }
 
@@ -74,10 +69,7 @@ TEST(Array, ABorrowedBlockIsNeverFreedAndIsCopiedOnGrowth)
         EXPECT_FALSE(view.IsOwner());
         EXPECT_EQ(view(2), 30);
         view(3) = 99;  // past size: an owned copy takes over
-        EXPECT_TRUE(view.IsOwner());
-        EXPECT_EQ(view.Size(), 4);
-        EXPECT_EQ(view[0], 10);
-        EXPECT_EQ(view[3], 99);
+        EXPECT_EQ(std::make_tuple(view.IsOwner(), view.Size(), view[0], view[3]), std::make_tuple(true, 4, 10, 99));
     }
     EXPECT_EQ(block[3], 40);
 }
@@ -94,11 +86,10 @@ TEST(Array, CopiesAreDeepAndRemovalKeepsOrder)
     b.Remove(1);
     ASSERT_EQ(b.Size(), 2);
     EXPECT_STREQ(b[1], "z");
-    EXPECT_EQ(a.IndexOf(VELDString("z")), 2);
-    EXPECT_EQ(a.IndexOf(VELDString("w")), -1);
+    EXPECT_EQ(std::make_tuple(a.IndexOf(VELDString("z")), a.IndexOf(VELDString("w"))), std::make_tuple(2, -1));
 }
 
-TEST(List, AppendPrependUnlinkAndMove)
+TEST(List, AppendPrependUnlinkMoveAndCopy)
 {
     VELDList<int> list;
     EXPECT_TRUE(list.Empty());
@@ -108,13 +99,11 @@ TEST(List, AppendPrependUnlinkAndMove)
     EXPECT_EQ(Values(list), (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(ValuesBackwards(list), (std::vector<int>{3, 2, 1}));
     EXPECT_EQ(list.Length(), 3);
-
     list.MoveToFirst(two);
     EXPECT_EQ(Values(list), (std::vector<int>{2, 1, 3}));
     list.MoveToLast(two);
     EXPECT_EQ(Values(list), (std::vector<int>{1, 3, 2}));
     EXPECT_TRUE(list.IsLast(two));
-
     list.Remove(two);
     EXPECT_EQ(Values(list), (std::vector<int>{1, 3}));
     EXPECT_TRUE(list.RemoveValue(1));
@@ -123,13 +112,9 @@ TEST(List, AppendPrependUnlinkAndMove)
     EXPECT_TRUE(list.IsFirst(list.First()));
     list.Remove(list.First());
     EXPECT_TRUE(list.Empty());
-    EXPECT_EQ(list.First(), nullptr);
-    EXPECT_EQ(list.Last(), nullptr);
-}
+    EXPECT_EQ(std::make_tuple(list.First(), list.Last()), std::make_tuple(nullptr, nullptr));
 
-TEST(List, CopyIsDeep)
-{
-    VELDList<VELDString> a;
+    VELDList<VELDString> a;  // a copy is deep
     a.Append("one");
     a.Append("two");
     VELDList<VELDString> b(a);
@@ -141,10 +126,8 @@ TEST(List, CopyIsDeep)
 TEST(Matrix, AllocatesTwoBlocksAndRefusesAnImpossibleSize)
 {
     VELDMatrix m(3, 4);
-    EXPECT_EQ(m.rows, 3);
-    EXPECT_EQ(m.columns, 4);
-    ASSERT_NE(m.re, nullptr);
-    ASSERT_NE(m.im, nullptr);
+    EXPECT_EQ(std::make_tuple(m.rows, m.columns), std::make_tuple(3, 4));
+    ASSERT_TRUE(m.re && m.im);
     m.re[11] = 1.0;
     m.im[11] = 2.0;
     m.Free();

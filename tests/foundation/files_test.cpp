@@ -26,7 +26,6 @@ using Folder = veldtest::ScratchDir;
 using veldtest::ReadText;
 using veldtest::WriteText;
 
-// ---------------------------------------------------------------------------
 // Path arithmetic
 
 TEST(Paths, CompactDropsDotsAndEmptyElementsAndClimbsWhereItMay)
@@ -67,7 +66,6 @@ TEST(Paths, NameParentAndExtensionSplitBehindTrailingSeparators)
     EXPECT_TRUE(VELDFile("\\share").IsAbsolute() && !VELDFile("").IsAbsolute());
 }
 
-// ---------------------------------------------------------------------------
 // Files
 
 TEST(Files, WritersTruncateAppendOrOverwriteAsTheFlagsSay)
@@ -167,7 +165,6 @@ TEST(Files, ATempFileIsMadeInTheWorkingFolderForReadingAndWriting)
     EXPECT_EQ(ReadText(folder / std::string(name)), "hello\n");
 }
 
-// ---------------------------------------------------------------------------
 // Locks across processes
 
 class Locks : public ::testing::TestWithParam<bool> {};
@@ -209,7 +206,6 @@ TEST_P(Locks, AreHeldAgainstAnotherProcessUntilReleased)
 
 INSTANTIATE_TEST_SUITE_P(FileAndFolder, Locks, ::testing::Bool());
 
-// ---------------------------------------------------------------------------
 // System folders
 
 TEST(SystemPaths, TempHomeAndThisProgram)
@@ -231,7 +227,6 @@ TEST(SystemPaths, TempHomeAndThisProgram)
     EXPECT_STREQ(VELD::GetRuntimeRootDirectory(), VELDOR_RUNTIME_PROBE_DIR);
 }
 
-// ---------------------------------------------------------------------------
 // A name in a locale of another encoding: one that does not open as it is
 // given opens as the locale's conversion makes it. The locale is built into
 // a folder of the test, and this program runs the second half in it.

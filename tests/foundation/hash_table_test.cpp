@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "veld_data_structures.h"
@@ -44,9 +45,7 @@ TEST(StringHash, MatchesReferenceValues)
 TEST(HashTable, StartsWithSixteenBucketsAndFindsWhatItHolds)
 {
     VELDStringHashTable<int> table;
-    EXPECT_EQ(table.NbBuckets(), 16);
-    EXPECT_EQ(table.Count(), 0);
-    EXPECT_TRUE(table.AutoResize());
+    EXPECT_EQ(std::make_tuple(table.NbBuckets(), table.Count(), table.AutoResize()), std::make_tuple(16, 0, true));
     table[VELDString("a")] = 1;
     table.Set(VELDString("b"), 2);
     table[VELDString("")] = 3;
@@ -59,9 +58,8 @@ TEST(HashTable, StartsWithSixteenBucketsAndFindsWhatItHolds)
     EXPECT_EQ(table.Count(), 3);
     EXPECT_EQ(*table.Find(VELDString("a")), 10);
     EXPECT_TRUE(table.Remove(VELDString("a")));
-    EXPECT_FALSE(table.Remove(VELDString("a")));
+    EXPECT_FALSE(table.Remove(VELDString("a")) || table.Contains(VELDString("a")));
     EXPECT_EQ(table.Count(), 2);
-    EXPECT_FALSE(table.Contains(VELDString("a")));
 }
 
 TEST(HashTable, GrowsAtTheSeventeenthAndTheThirtyThirdEntry)
@@ -78,7 +76,9 @@ TEST(HashTable, GrowsAtTheSeventeenthAndTheThirtyThirdEntry)
     }
 }
 
-TEST(HashTable, ResizeKeepsTheOldWalkingOrderWithinEachBucket)
+// The walk visits the buckets in index order, and a resize keeps the old
+// walking order within each new bucket.
+TEST(HashTable, WalkAndResizeKeepTheirOrder)
 {
     VELDStringHashTable<int> table;
     table.SetAutoResize(false);
@@ -86,6 +86,7 @@ TEST(HashTable, ResizeKeepsTheOldWalkingOrderWithinEachBucket)
     EXPECT_EQ(table.NbBuckets(), 16);
     std::vector<std::pair<unsigned, std::string>> before = Walk(table);
     ASSERT_EQ(before.size(), 200u);
+    for (size_t i = 1; i < before.size(); ++i) EXPECT_LE(before[i - 1].first, before[i].first);
 
     table.Resize(64);
     EXPECT_EQ(table.Bits(), 6);
@@ -105,15 +106,6 @@ TEST(HashTable, ResizeKeepsTheOldWalkingOrderWithinEachBucket)
     EXPECT_EQ(table.NbBuckets(), 1);
     EXPECT_EQ(Walk(table).size(), 200u);
     EXPECT_EQ(*table.Find(VELDString("key199")), 199);
-}
-
-TEST(HashTable, WalkVisitsBucketsInIndexOrder)
-{
-    VELDStringHashTable<int> table;
-    for (int i = 0; i < 10; ++i) table[VELDString(Key(i).c_str())] = i;
-    std::vector<std::pair<unsigned, std::string>> walk = Walk(table);
-    ASSERT_EQ(walk.size(), 10u);
-    for (size_t i = 1; i < walk.size(); ++i) EXPECT_LE(walk[i - 1].first, walk[i].first);
     table.Clear();
     EXPECT_TRUE(Walk(table).empty());
     EXPECT_EQ(table.Count(), 0);

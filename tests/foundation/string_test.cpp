@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "veld_data_structures.h"
@@ -20,6 +21,12 @@ bool IsInline(const VELDString& s)
 std::string Repeat(char c, int n) { return std::string(static_cast<size_t>(n), c); }
 
 const char* const kNull = nullptr;
+
+// Each answer beside the one expected, told by its place.
+void ExpectAll(const std::vector<std::pair<bool, bool>>& answers)
+{
+    for (size_t i = 0; i < answers.size(); ++i) EXPECT_EQ(answers[i].first, answers[i].second) << "answer " << i;
+}
 
 }  // namespace
 
@@ -54,12 +61,8 @@ TEST(String, ShortTextStaysInsideTheObjectAndLongTextGoesToTheHeapBySteps)
     EXPECT_EQ(std::string(grown), Repeat('z', 200));
     // The reserving constructor sets the length only when asked.
     const VELDString kept(50, true), reserved(50, false), negative(-5, true);
-    EXPECT_EQ(kept.Length(), 50);
-    EXPECT_EQ(kept[50], '\0');
-    EXPECT_EQ(kept.GetCapacity(), 80);
-    EXPECT_EQ(reserved.Length(), 0);
-    EXPECT_EQ(reserved.GetCapacity(), 80);
-    EXPECT_EQ(negative.Length(), 0);
+    EXPECT_EQ(std::make_tuple(kept.Length(), kept[50], kept.GetCapacity()), std::make_tuple(50, '\0', 80));
+    EXPECT_EQ(std::make_tuple(reserved.Length(), reserved.GetCapacity(), negative.Length()), std::make_tuple(0, 80, 0));
 }
 
 TEST(String, AssignmentAndMovesKeepTheTextAndReturnToTheInlineBuffer)
@@ -78,8 +81,7 @@ TEST(String, AssignmentAndMovesKeepTheTextAndReturnToTheInlineBuffer)
     VELDString heap(Repeat('h', 60).c_str());
     VELDString moved(static_cast<VELDString&&>(heap));
     EXPECT_EQ(std::string(moved), Repeat('h', 60));
-    EXPECT_EQ(heap.Length(), 0);
-    EXPECT_STREQ(heap, "");
+    EXPECT_EQ(std::make_tuple(heap.Length(), std::string(heap)), std::make_tuple(0, ""));
     VELDString small("tiny");
     VELDString other(static_cast<VELDString&&>(small));
     EXPECT_STREQ(other, "tiny");
@@ -100,12 +102,9 @@ TEST(String, IndexEqualityAndNullText)
     EXPECT_THROW((void)s[-1], const char*);
 
     const VELDString empty;
-    const struct {
-        bool actual, expected;
-    } equality[] = {{empty == kNull, true},   {s == kNull, false},  {s == "abc", true},
-                    {s == "ab", false},       {s == "abcd", false}, {s != "abd", true},
-                    {s == VELDString("abc"), true}, {s == VELDString("abcd"), false}};
-    for (size_t i = 0; i < std::size(equality); ++i) EXPECT_EQ(equality[i].actual, equality[i].expected) << i;
+    ExpectAll({{empty == kNull, true}, {s == kNull, false}, {s == "abc", true}, {s == "ab", false},
+               {s == "abcd", false}, {s != "abd", true}, {s == VELDString("abc"), true},
+               {s == VELDString("abcd"), false}});
 
     VELDString null(kNull);
     null += kNull;
@@ -151,14 +150,10 @@ TEST(String, SearchSplitAndPieces)
     EXPECT_TRUE(s.ReverseFind('.', pos));
     EXPECT_EQ(pos, 13);
 
-    EXPECT_TRUE(VELDString("-12.5").IsNum());
-    EXPECT_FALSE(VELDString("12a").IsNum());
-    EXPECT_FALSE(VELDString("").IsNum());
-    EXPECT_TRUE(VELDString("Name").StartsCaseWith("NA"));
-    EXPECT_TRUE(VELDString("file.ASC").EndsCaseWith(".asc"));
-    EXPECT_FALSE(VELDString("file.ASC").EndsWith(".asc"));
-    EXPECT_TRUE(VELDString("abc") < VELDString("abd"));
-    EXPECT_TRUE(VELDString("abc") < VELDString("abcd"));
+    ExpectAll({{VELDString("-12.5").IsNum(), true}, {VELDString("12a").IsNum(), false}, {VELDString("").IsNum(), false},
+               {VELDString("Name").StartsCaseWith("NA"), true}, {VELDString("file.ASC").EndsCaseWith(".asc"), true},
+               {VELDString("file.ASC").EndsWith(".asc"), false}, {VELDString("abc") < VELDString("abd"), true},
+               {VELDString("abc") < VELDString("abcd"), true}});
 }
 
 TEST(String, EditsInPlace)

@@ -4,6 +4,8 @@
 // data/fifo_stress_test and runtime/reading_test.
 #include "graph_support.h"
 
+#include <tuple>
+
 #include "veld.h"
 #include "veld_component.h"
 #include "veld_input.h"
@@ -25,19 +27,15 @@ TEST(Packages, RefusalsAndTheModelsOfAFile)
         << error;
     EXPECT_EQ(engine.GetPackages().Names(), std::vector<std::string>{"test_models"});
     EXPECT_EQ(engine.GetPackages().Models().size(), 6u);
-
     // Counts of -1 were resolved up to the closing record.
     VELDComponentDefinition* counter = engine.GetPackages().Find("Counter");
     ASSERT_NE(counter, nullptr);
-    EXPECT_EQ(counter->nbProperties, 5u);
-    EXPECT_EQ(counter->nbActions, 1u);
-    EXPECT_EQ(counter->nbInputs, 0u);
-
+    EXPECT_EQ(std::make_tuple(counter->nbProperties, counter->nbActions, counter->nbInputs),
+              std::make_tuple(5u, 1u, 0u));
     // A package file serves the first engine that loads it.
     veldor::Engine other(Quiet());
     EXPECT_FALSE(other.LoadPackage(VELDOR_TEST_PACKAGE, &error));
     EXPECT_NE(error.find("for another engine"), std::string::npos) << error;
-
     EXPECT_TRUE(engine.UnregisterPackage("test_models"));
     EXPECT_EQ(engine.GetPackages().Find("Counter"), nullptr);
 }
@@ -51,12 +49,9 @@ TEST_F(GraphTest, ComponentsByNameThroughTheKernel)
     EXPECT_EQ(VELD::CoreFunction("gen"), nullptr);
 
     EXPECT_EQ(engine.Graph().Create("Generator", "gen", &error), nullptr);
-    EXPECT_EQ(error, "a component named \"gen\" exists already");
-    EXPECT_EQ(engine.Graph().Create("Nothing", "x", &error), nullptr);
-    EXPECT_EQ(error, "unknown model \"Nothing\"");
+    EXPECT_EQ(error, "a component named \"gen\" exists already");  // an unknown model: script_test
     EXPECT_EQ(engine.Graph().Create("Generator", "Engine", &error), nullptr);
     EXPECT_EQ(engine.Graph().Create("Generator", "a.b", &error), nullptr);
-
     EXPECT_NE(engine.CreateComponent("Counter", "sink", true), nullptr);
     EXPECT_TRUE(engine.States().WaitFor("sink", VELD::LivingState, 5000000));
     EXPECT_TRUE(engine.ShutdownComponent("sink"));
@@ -102,7 +97,6 @@ TEST_F(GraphTest, APropertyThatNeedsSettingBlocksTheRun)
     EXPECT_FALSE(engine.Graph().IsRunning());
     EXPECT_TRUE(engine.Graph().IsDead("gen"));
     EXPECT_EQ(VELD::GetState() & VELD::Running, 0);
-
     Set("lab.label", "ready");
     Run();
     EXPECT_EQ(VELD::GetState() & VELD::Running, VELD::Running);
@@ -127,12 +121,10 @@ TEST_F(GraphTest, TheRenameActionRenamesThroughTheEngine)
     VELDInput* input = static_cast<VELDInput*>(engine.FindSymbol("gen_oValue.iValue")->object);
     ASSERT_NE(input->ConnectedOutput(), nullptr);
     EXPECT_STREQ(input->ConnectedOutput()->Name(), "gen.oValue");
-
     // A name in use is refused with false.
     EXPECT_FALSE(VELD::RenameComponent("gen_oValue", "gen"));
     EXPECT_FALSE(VELD::RenameComponent("nobody", "somebody"));
     EXPECT_TRUE(VELD::RenameComponent("gen_oValue_1", "renamed"));
-
     Run();
     EXPECT_TRUE(Eventually([&] { return Figure("gen_oValue.received") > 0 && Figure("renamed.received") > 0; }));
 }
@@ -149,7 +141,6 @@ TEST_F(GraphTest, ShutdownDetachesAndTheNextRunReattaches)
     EXPECT_EQ(engine.Links().NbConnections(), 0);
     EXPECT_TRUE(engine.Graph().IsDead("gen"));
     const long long before = Figure("sink.received");
-
     Run();
     EXPECT_EQ(engine.Links().NbConnections(), 1);
     EXPECT_TRUE(Eventually([&] { return Figure("sink.received") > before; }));

@@ -39,18 +39,14 @@ TEST_F(GraphTest, DynamicKeepsWhatItDeclaresAgainAndDropsTheRest)
     ASSERT_NE(i0->ConnectedOutput(), nullptr);
     EXPECT_STREQ(i0->ConnectedOutput()->Name(), "one.oValue");
     EXPECT_EQ(Figure("merge.i0.subsampling"), 2);
-    EXPECT_EQ(VELD::Component("merge")->NbInputs(), 2);
-    EXPECT_EQ(InputNamed(engine, "merge.i2"), nullptr);
-    EXPECT_EQ(VELD::Property("merge.i2.readerType"), nullptr);
+    // What goes with an element: runtime/module_test. The engine's links follow.
     ASSERT_EQ(engine.Links().NbConnections(), 1);
     EXPECT_EQ(engine.Links().List()[0].input, "merge.i0");
-
     // A new declaration is a new, unconnected input.
     Set("merge.inputs", "3");
     ASSERT_NE(InputNamed(engine, "merge.i2"), nullptr);
     EXPECT_FALSE(InputNamed(engine, "merge.i2")->IsConnected());
     EXPECT_NE(VELD::Property("merge.i2.readerType"), nullptr);
-
     // The kept connection carries data.
     Run();
     EXPECT_TRUE(Eventually([&] { return Figure("merge.received") > 0; }));

@@ -2,6 +2,8 @@
 // before its diagram runs.
 #include "graph_support.h"
 
+#include <tuple>
+
 #include "Script.h"
 #include "ScriptRunner.h"
 #include "veld.h"
@@ -72,16 +74,14 @@ TEST(ScriptForm, WordsCommentsAndDurations)
                                       "t.vdl", "/base", &script, &error))
         << error;
     ASSERT_EQ(script.statements.size(), 6u);
-    EXPECT_EQ(script.statements[0].line, 3);
-    EXPECT_EQ(script.statements[0].words[1], "two words # not a comment");
-    EXPECT_TRUE(script.statements[0].quoted);
-    EXPECT_EQ(script.statements[1].words[1], "tail#kept");
-    EXPECT_FALSE(script.statements[1].quoted);
-    EXPECT_EQ(script.statements[3].words, (std::vector<std::string>{"a.go", ""}));
-    EXPECT_EQ(script.statements[4].words, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(script.PathOf("p.pck"), "/base/p.pck");
-    EXPECT_EQ(script.PathOf("/abs/p.pck"), "/abs/p.pck");
-
+    const auto* s = script.statements.data();
+    EXPECT_EQ(std::make_tuple(s[0].line, s[0].words[1], s[0].quoted),
+              std::make_tuple(3, "two words # not a comment", true));
+    EXPECT_EQ(std::make_tuple(s[1].words[1], s[1].quoted), std::make_tuple("tail#kept", false));
+    EXPECT_EQ(s[3].words, (std::vector<std::string>{"a.go", ""}));
+    EXPECT_EQ(s[4].words, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(std::make_tuple(script.PathOf("p.pck"), script.PathOf("/abs/p.pck")),
+              std::make_tuple("/base/p.pck", "/abs/p.pck"));
     const struct {
         const char* text;
         long long microseconds;
@@ -151,13 +151,11 @@ TEST_F(ScriptTest, ValuesOfEveryType)
     EXPECT_EQ(Figure("gen.period"), 16);
     bool ok = false;
     EXPECT_EQ(engine.GetFloatProperty("lab.gain", &ok), -0.25);
-    EXPECT_FALSE(engine.GetBoolProperty("lab.enabled", &ok));
-    EXPECT_TRUE(ok);
+    EXPECT_EQ(std::make_tuple(engine.GetBoolProperty("lab.enabled", &ok), ok), std::make_tuple(false, true));
     EXPECT_STREQ(VELD::Property("lab.label")->StringValue().Beginning(), "with \"quotes\" and blanks");
     EXPECT_STREQ(VELD::Property("bad.where")->StringValue().Beginning(), "death");
     EXPECT_EQ(Figure("sink.reader"), 2);
     EXPECT_EQ(Figure("sink.iValue.readerType"), VELD::LastOrNextReader);
-
     EXPECT_EQ(RunText("set sink.reader \"3|1|a|b\""),
               "t.vdl:1: property sink.reader: the enum text \"3|1|a|b\" does not fit: it declares 3 items and gives 2");
     EXPECT_EQ(RunText("set sink.reader 2|7|a|b"),
@@ -177,7 +175,6 @@ TEST_F(ScriptTest, AScriptRunsWaitsAndShutsItsDiagramDown)
     EXPECT_GT(Figure("sink.received"), 0);
     EXPECT_EQ(Figure("Engine.shutdownTimeout"), 2000000);
     EXPECT_FALSE(engine.Graph().IsRunning());
-
     // Waiting for deaths; for an interruption: command_test.
     EXPECT_EQ(RunText("create Thrower bad\nrun\nwait dead bad\nshutdown\n"), "");
     EXPECT_TRUE(engine.Graph().IsDead("bad"));

@@ -4,15 +4,6 @@
 
 #include "veld.h"
 
-namespace {
-
-double Seconds(std::chrono::steady_clock::time_point since)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
-
-}  // namespace
-
 // The one test that takes the fixed 10 seconds: the stubborn component is
 // reported and the others are shut down all the same.
 TEST_F(GraphTest, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
@@ -29,7 +20,7 @@ TEST_F(GraphTest, AComponentThatRefusesToDieIsReportedAndTheShutdownGoesOn)
 
     auto start = std::chrono::steady_clock::now();
     engine.Graph().Shutdown();
-    const double took = Seconds(start);
+    const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     EXPECT_GE(took, 9.9);
     EXPECT_LT(took, 30);
     EXPECT_TRUE(engine.GetConsole().Contains(

@@ -35,22 +35,16 @@ TEST(PackageEntry, VersionCheckFirstKernelWinsAndRegistrationRunsOnce)
     ASSERT_NE(handle, nullptr) << dlerror();
     auto init = reinterpret_cast<VELDPckInitFunction>(dlsym(handle, "VELDPckInit"));
     auto list = reinterpret_cast<VELDGetModulesDefStructFunction>(dlsym(handle, "VELDGetModulesDefStruct"));
-    ASSERT_NE(init, nullptr);
-    ASSERT_NE(list, nullptr);
-
-    veldor::Engine first(Quiet());
-    veldor::Engine second(Quiet());
-
+    ASSERT_TRUE(init && list);
+    veldor::Engine first(Quiet()), second(Quiet());
     // A wrong version is refused and leaves the package without a kernel.
     EXPECT_EQ(init(&second, 0x80537), 0);
     EXPECT_EQ(init(&second, 0), 0);
     Instantiate(list, "before");
     EXPECT_FALSE(second.GetConsole().Contains("probe before"));
-
     EXPECT_EQ(init(&first, 0x80538), 4);
     Instantiate(list, "one");
     EXPECT_TRUE(first.GetConsole().Contains("External : probe one registered 1", VELD::Info));
-
     // A second kernel is ignored, and registration does not run again.
     EXPECT_EQ(init(&second, 0x80538), 4);
     Instantiate(list, "two");
@@ -62,13 +56,11 @@ TEST(PackageEntry, ExitRunsEachStepOnceAndClearsTheKernel)
 {
     veldor::Engine engine(Quiet());
     ASSERT_EQ(VELDPrivate::kernel, &engine);
-    VELD::Exit();
-    EXPECT_EQ(engine.PrepareExitCount(), 1);
-    EXPECT_EQ(engine.FinishExitCount(), 1);
-    EXPECT_EQ(VELDPrivate::kernel, nullptr);
-    VELD::Exit();  // nothing left to do
-    EXPECT_EQ(engine.PrepareExitCount(), 1);
-    EXPECT_EQ(engine.FinishExitCount(), 1);
+    for (int i = 0; i < 2; ++i) {  // the second has nothing left to do
+        VELD::Exit();
+        EXPECT_EQ(std::make_tuple(engine.PrepareExitCount(), engine.FinishExitCount(), VELDPrivate::kernel),
+                  std::make_tuple(1, 1, nullptr));
+    }
 }
 
 TEST(PackageEntry, ReportWrappersAddTheirPrefixes)
@@ -84,7 +76,6 @@ TEST(PackageEntry, ReportWrappersAddTheirPrefixes)
                                                                           {"External : info", VELD::Info, false},
                                                                           {"External : warn", VELD::Warning, false},
                                                                           {"External : ", VELD::Error, false}}));
-
     try {
         VELDPrivate::KernelError("broken", 1);
         FAIL() << "KernelError returned";
@@ -99,12 +90,10 @@ TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
 {
     veldor::Engine engine(Quiet());
     int result = 0;
-
     VELDDynamicLoader closed;
     EXPECT_FALSE(VELD::ForwardPckInitToLibrary(closed, &result));
     EXPECT_EQ(result, 0x7FFFFFFF);
     EXPECT_TRUE(engine.GetConsole().Contains("VELD::ForwardPckInitToLibrary: Dynamic library is not loaded"));
-
     VELDDynamicLoader notAPackage;
     ASSERT_TRUE(notAPackage.Open("libm.so.6"));
     EXPECT_FALSE(VELD::ForwardPckInitToLibrary(notAPackage, nullptr));
@@ -112,14 +101,12 @@ TEST(PackageEntry, ForwardPckInitToLibrarySharesTheKernel)
     EXPECT_EQ(notAPackage.LoadSymbol("VELDPckInit"), nullptr);
     EXPECT_NE(std::string(notAPackage.GetErrorMessage()), "");
     EXPECT_TRUE(notAPackage.Close());
-
     VELDDynamicLoader probe;
     ASSERT_TRUE(probe.Open(VELDOR_PROBE_PACKAGE)) << probe.GetErrorMessage();
     EXPECT_TRUE(VELD::ForwardPckInitToLibrary(probe, &result));
     EXPECT_EQ(result, 4);
     EXPECT_TRUE(probe.Close());
     EXPECT_TRUE(probe.Close());  // nothing open: true
-
     VELDDynamicLoader missing;
     EXPECT_FALSE(missing.Open("/nonexistent/library.so"));
     EXPECT_NE(std::string(missing.GetErrorMessage()), "");

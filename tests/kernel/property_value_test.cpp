@@ -1,6 +1,8 @@
 // Enum values in their text form, and property values and definitions.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "Engine.h"
 #include "quiet_engine.h"
 #include "veld_definitions.h"
@@ -59,7 +61,7 @@ TEST_F(EnumStruct, FromStringTakesOrRefusesTheText)
         EXPECT_EQ(Items(e), c.items);
         EXPECT_EQ(e.GetSelected(), c.selected);
         EXPECT_EQ(Reports(), c.report ? 1u : 0u);
-        if (c.report) EXPECT_TRUE(Reported(c.report));
+        EXPECT_TRUE(!c.report || Reported(c.report));
     }
     EXPECT_STREQ(VELDEnumStruct("a|b", 1).ToString(), "2|1|a|b");
     EXPECT_STREQ(VELDEnumStruct("x||z", 2).ToString(), "3|2|x||z");
@@ -70,23 +72,17 @@ TEST_F(EnumStruct, SelectByTextAndConstruction)
 {
     VELDEnumStruct e("Polling|EventBased", 0);
     EXPECT_TRUE(e.Select("EventBased"));
-    EXPECT_EQ(e.GetSelected(), 1);
-    EXPECT_STREQ(e.SelectedText(), "EventBased");
+    EXPECT_EQ(std::make_tuple(e.GetSelected(), std::string(e.SelectedText())), std::make_tuple(1, "EventBased"));
     EXPECT_FALSE(e.Select("Event"));
-    EXPECT_EQ(e.GetSelected(), -1);
-    EXPECT_STREQ(e.SelectedText(), "");
-
+    EXPECT_EQ(std::make_tuple(e.GetSelected(), std::string(e.SelectedText())), std::make_tuple(-1, ""));
     VELDEnumStruct none(nullptr, 3);
-    EXPECT_EQ(none.Count(), 0);
-    EXPECT_EQ(none.GetSelected(), -1);
-    EXPECT_EQ(Reports(), 0u);
-
+    EXPECT_EQ(std::make_tuple(none.Count(), none.GetSelected(), Reports()), std::make_tuple(0, -1, size_t(0)));
     VELDEnumStruct bad("a|b", 2);
     EXPECT_EQ(bad.GetSelected(), 0);
     EXPECT_TRUE(Reported(
         "External : Selected value incompatible with enum values for property. Selected property is set to 0"));
 
-    VELDEnumStruct copy(e);
+    VELDEnumStruct copy(e);  // owns its items
     copy.Select("Polling");
     EXPECT_EQ(e.GetSelected(), -1);
     EXPECT_EQ(Items(copy), Items(e));
@@ -120,7 +116,6 @@ TEST_F(EnumStruct, PropertyValuesTakeTheirTypeFromTheirConstructorAndCopiesOwnTh
     VELDPropertyValue items("Classic|FD", 1), copied(items);
     copied.EnumValue()->Select("Classic");
     EXPECT_EQ(items.EnumValue()->GetSelected(), 1);
-
     VELDPropertyDefinition table[] = {
         {"mode", new VELDPropertyValue("Polling|EventBased", 1), nullptr, true, false, false, true},
         {nullptr},
@@ -128,8 +123,6 @@ TEST_F(EnumStruct, PropertyValuesTakeTheirTypeFromTheirConstructorAndCopiesOwnTh
     VELDPropertyDefinition copy = table[0];
     copy.value->EnumValue()->Select("Polling");
     EXPECT_EQ(table[0].value->EnumValue()->GetSelected(), 1);
-    EXPECT_TRUE(copy.needs2BeInitialized);
-    EXPECT_TRUE(copy.locked);
-    EXPECT_EQ(table[1].name, nullptr);
-    EXPECT_EQ(table[1].value, nullptr);
+    EXPECT_TRUE(copy.needs2BeInitialized && copy.locked);
+    EXPECT_EQ(std::make_tuple(table[1].name, table[1].value), std::make_tuple(nullptr, nullptr));
 }
