@@ -66,12 +66,9 @@ TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)
     const std::vector<CanFrame> copy = ReadLog(File("copy.blf"));
     ASSERT_EQ(copy.size(), frames.size());
     for (std::size_t k = 0; k < frames.size(); ++k) {
-        EXPECT_EQ(copy[k].id, frames[k].id) << k;
-        EXPECT_EQ(copy[k].fd, frames[k].fd) << k;
-        EXPECT_EQ(copy[k].bitRateSwitch, frames[k].bitRateSwitch) << k;
-        ASSERT_EQ(copy[k].length, frames[k].length) << k;
-        EXPECT_TRUE(std::equal(copy[k].data.begin(), copy[k].data.begin() + copy[k].length, frames[k].data.begin()))
-            << k;
+        CanFrame want = canlog_test::On(frames[k], copy[k].channel, copy[k].direction);
+        want.timestamp = copy[k].timestamp;
+        EXPECT_EQ(copy[k], want) << k;
     }
     // The file's times are on the calendar: the recording was made now.
     const long long now = std::chrono::duration_cast<std::chrono::microseconds>(
