@@ -43,14 +43,17 @@ TEST_F(Command, ChannelsListsTheBusWithDescriptions)
 TEST_F(Command, AReplayIsRecordedFrameForFrameByAnotherProcess)
 {
     // Classic and FD frames, 2 ms apart, from a BLF file into one; the
-    // recorder takes the channel as FD to hear both.
-    std::vector<CanFrame> frames = CountedFrames(400, 2000);
-    for (std::size_t k = 0; k < frames.size(); k += 3) {
-        frames[k].fd = true;
-        frames[k].bitRateSwitch = k % 2 == 0;
-        frames[k].length = 16;
+    // recorder takes the channel as FD to hear both. The file's error frames
+    // are passed over: a diagram's frame records have none.
+    std::vector<CanFrame> frames = CountedFrames(400, 2000), file;
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        frames[k].fd = k % 3 == 0;
+        frames[k].bitRateSwitch = k % 6 == 0;
+        frames[k].length = frames[k].fd ? 16 : 8;
+        if (k % 100 == 50) file.push_back(canlog_test::AsError(canlog_test::Classic(frames[k].timestamp - 1, 0x80, {1, 2})));
+        file.push_back(frames[k]);
     }
-    WriteLog(File("original.blf"), frames);
+    WriteLog(File("original.blf"), file);
     mainjob::Veldor recorder({"record", "can", "--channel", "NVX-CAN-2", "--fd", File("copy.blf")}, m_folder);
     std::this_thread::sleep_for(std::chrono::milliseconds(700));  // its channel is open by then
     const CommandResult replay = Veldor({"replay", "can", "--channel", "NVX-CAN-1", File("original.blf")});

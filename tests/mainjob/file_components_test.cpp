@@ -1,7 +1,8 @@
 // The CAN file recorder and player through the engine, without a bus: what
 // the recorder writes for every frame record, what it does when the file
-// fails; the player's pace on the engine's clock (speed, pause, jumps); files
-// of python-can through both. (Malformed lines: the command's bad inputs.)
+// fails; the player's pace on the engine's clock (speed, pause, jumps).
+// (Malformed lines and error frames in a file: the commands' tests; files of
+// python-can: can_log_interop_tests, whose reader and writer these use.)
 #include <unistd.h>
 
 #include <algorithm>
@@ -214,41 +215,6 @@ TEST_F(PlayerClock, AJumpBackwardPlaysTheFramesAgain)
     ASSERT_LT(back, arrivals.size());
     EXPECT_NEAR(static_cast<double>(arrivals[back - 1].counter - arrivals[back].counter), 50, 6);
 }
-
-// ---------------------------------------------------------------------------
-// Files of python-can through the player and the recorder
-
-class PythonCanThroughComponents : public FileComponentTest, public ::testing::WithParamInterface<const char*> {
-protected:
-    void SetUp() override
-    {
-        if (!canlog_test::PythonCanReady()) GTEST_SKIP() << "python3-can is not installed (make setup installs it)";
-    }
-};
-
-TEST_P(PythonCanThroughComponents, FramesArriveIdenticalFromItsFileIntoAFileItReads)
-{
-    const std::string in = m_folder + "/python." + GetParam(), out = m_folder + "/ours." + GetParam();
-    std::vector<CanFrame> frames =
-        canlog_test::ParseFrames(canlog_test::RunPartner(VELDOR_CAN_LOG_INTEROP_SCRIPT, "write", in));
-    // A diagram's frame records have no error frames (the player passes over
-    // those of a BLF file), nor channel, direction or error state indicator
-    // (the recorder writes channel 0, received).
-    frames.erase(std::remove_if(frames.begin(), frames.end(), [](const CanFrame& f) { return f.error; }), frames.end());
-    ASSERT_EQ(frames.size(), 9u);
-    for (CanFrame& f : frames) f = canlog_test::On(f, 0), f.errorStateIndicator = false;
-    Make("CanFileRecorder", "rec", {{"file", out}, {"time_base", "Engine time"}});
-    Make("CanFilePlayer", "player", {{"file", in}, {"replay_lead", "0"}});
-    Connect("player.oCAN", "rec.iCAN");
-    engine.Clock().SetSpeed(100000);  // 4.5 s of frames, played fast
-    Run();
-    ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == 9; }, 10)) << Figure("rec.recorded");
-    EXPECT_EQ(Figure("player.bad_lines"), canlog_test::PythonCanCutItsDateLine(in) ? 1 : 0);
-    Shutdown();
-    EXPECT_EQ(canlog_test::ParseFrames(canlog_test::RunPartner(VELDOR_CAN_LOG_INTEROP_SCRIPT, "read", out)), frames);
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, PythonCanThroughComponents, ::testing::Values("asc", "log", "blf"));
 
 // ---------------------------------------------------------------------------
 // Without a bus library
