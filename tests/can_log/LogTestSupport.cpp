@@ -44,6 +44,19 @@ std::string ToHex(const void* bytes, std::size_t size)
     return out;
 }
 
+std::string Hex(const std::string& hex)
+{
+    std::string out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
+        if (hex[i] != ' ') out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    }
+    return out;
+}
+
+std::string U16(std::uint16_t v, bool big) { return big ? std::string{char(v >> 8), char(v)} : std::string{char(v), char(v >> 8)}; }
+std::string U32(std::uint32_t v, bool big) { return big ? U16(v >> 16, big) + U16(v, big) : U16(v, big) + U16(v >> 16, big); }
+std::string U64(std::uint64_t v, bool big) { return big ? U32(v >> 32, big) + U32(v, big) : U32(v, big) + U32(v >> 32, big); }
+
 std::string RunTool(const std::string& command)
 {
     std::string out;

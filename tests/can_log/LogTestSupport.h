@@ -86,6 +86,13 @@ std::vector<CanFrame> ParseFrames(const std::string& text);
 // block's date and are not touched by it. True for such a file.
 bool PythonCanCutItsDateLine(const std::string& path);
 
+// Bytes of files made by hand: "0a 0b" or "0a0b"; numbers in either byte
+// order.
+std::string Hex(const std::string& hex);
+std::string U16(std::uint16_t v, bool big = false);
+std::string U32(std::uint32_t v, bool big = false);
+std::string U64(std::uint64_t v, bool big = false);
+
 // Frame makers for the cases the tests write by hand.
 CanFrame Classic(std::int64_t timestamp, std::uint32_t id, std::initializer_list<std::uint8_t> data,
                  bool extended = false);

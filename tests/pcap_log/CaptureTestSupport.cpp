@@ -8,25 +8,11 @@
 #include <random>
 #include <sstream>
 
-
 using namespace veldor::pcaplog;
 using veldor::canlog::CanFrame;
 using veldor::canlog::Direction;
 
 namespace pcaplog_test {
-
-Bytes Hex(const std::string& hex)
-{
-    Bytes out;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
-        if (hex[i] != ' ') out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    }
-    return out;
-}
-
-Bytes U16(std::uint16_t v, bool big) { return big ? Bytes{char(v >> 8), char(v)} : Bytes{char(v), char(v >> 8)}; }
-Bytes U32(std::uint32_t v, bool big) { return big ? U16(v >> 16, big) + U16(v, big) : U16(v, big) + U16(v >> 16, big); }
-Bytes U64(std::uint64_t v, bool big) { return big ? U32(v >> 32, big) + U32(v, big) : U32(v, big) + U32(v >> 32, big); }
 
 static Bytes Padded(Bytes b)
 {

@@ -19,13 +19,12 @@ using Bytes = std::string;
 
 using canlog_test::Describe;
 using canlog_test::Have;
+using canlog_test::Hex;
 using canlog_test::RunTool;
 using canlog_test::ToHex;
-
-Bytes Hex(const std::string& hex);  // "0a 0b" or "0a0b"
-Bytes U16(std::uint16_t v, bool big = false);
-Bytes U32(std::uint32_t v, bool big = false);
-Bytes U64(std::uint64_t v, bool big = false);
+using canlog_test::U16;
+using canlog_test::U32;
+using canlog_test::U64;
 
 // A pcapng file in the making; a section header sets the byte order.
 struct Pcapng {
