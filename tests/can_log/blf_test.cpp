@@ -18,89 +18,62 @@ namespace {
 // 2023-11-14 22:13:20.123 UTC
 constexpr std::int64_t kStart = 1700000000123000;
 
-struct Bytes {
-    std::vector<std::uint8_t> b;
-    Bytes& u8(std::uint32_t v) { return b.push_back(static_cast<std::uint8_t>(v)), *this; }
-    Bytes& u16(std::uint32_t v) { return u8(v).u8(v >> 8); }
-    Bytes& u32(std::uint32_t v) { return u16(v).u16(v >> 16); }
-    Bytes& u64(std::uint64_t v) { return u32(static_cast<std::uint32_t>(v)).u32(static_cast<std::uint32_t>(v >> 32)); }
-    Bytes& raw(const std::vector<std::uint8_t>& v) { return b.insert(b.end(), v.begin(), v.end()), *this; }
-    Bytes& zeros(std::size_t n) { return b.resize(b.size() + n), *this; }
-};
+std::string U8(int v) { return std::string(1, static_cast<char>(v)); }
+std::string Zeros(std::size_t n) { return std::string(n, '\0'); }
+
+std::string Counting(int n, int first = 0)
+{
+    std::string v;
+    for (int i = 0; i < n; ++i) v += U8(first + i);
+    return v;
+}
 
 // An object with a version 1 header (times in ns) or a version 2 one (in
 // 10 us), padded with (size % 4) bytes, or as many as `padding` says.
-std::vector<std::uint8_t> Object(std::uint32_t type, const Bytes& body, std::uint64_t time, int version = 1,
-                                 int padding = -1)
+std::string Object(std::uint32_t type, const std::string& body, std::uint64_t time, int version = 1, int padding = -1)
 {
-    const std::size_t header = version == 1 ? 32 : 40;
-    const std::size_t size = header + body.b.size();
-    Bytes o;
-    o.raw({'L', 'O', 'B', 'J'}).u16(header).u16(version).u32(size).u32(type);
-    if (version == 1) o.u32(2).u32(0).u64(time);
-    if (version == 2) o.u32(1).u32(0).u64(time).u64(0);
-    return o.raw(body.b).zeros(padding < 0 ? size % 4 : padding).b;
+    const std::size_t size = (version == 1 ? 32 : 40) + body.size();
+    return "LOBJ" + U16(version == 1 ? 32 : 40) + U16(version) + U32(size) + U32(type) + U32(3 - version) + U32(0) +
+           U64(time) + (version == 2 ? U64(0) : "") + body + Zeros(padding < 0 ? size % 4 : padding);
 }
 
 // A log container of `data`, stored (method 0), compressed (2) or by an
 // unknown method; its last `cut` bytes cut off.
-std::vector<std::uint8_t> Container(const std::vector<std::uint8_t>& data, int method, std::size_t cut = 0)
+std::string Container(const std::string& data, int method, std::size_t cut = 0)
 {
-    std::vector<std::uint8_t> stored = data;
+    std::string stored = data;
     if (method == 2) {
         uLongf n = compressBound(static_cast<uLong>(data.size()));
         stored.resize(n);
-        compress(stored.data(), &n, data.data(), static_cast<uLong>(data.size()));
+        compress(reinterpret_cast<Bytef*>(stored.data()), &n, reinterpret_cast<const Bytef*>(data.data()),
+                 static_cast<uLong>(data.size()));
         stored.resize(n);
     }
-    Bytes o;
     const std::size_t size = 32 + stored.size();
-    o.raw({'L', 'O', 'B', 'J'}).u16(16).u16(1).u32(size).u32(10).u16(method).zeros(6).u32(data.size()).zeros(4);
-    o.raw(stored).zeros(size % 4);
-    o.b.resize(o.b.size() - cut);
-    return o.b;
+    const std::string o = "LOBJ" + U16(16) + U16(1) + U32(size) + U32(10) + U16(method) + Zeros(6) + U32(data.size()) +
+                          Zeros(4) + stored + Zeros(size % 4);
+    return o.substr(0, o.size() - cut);
 }
 
-std::string File(const std::vector<std::vector<std::uint8_t>>& parts)
+// Start 2023-11-14 22:13:20.123 (read as UTC here); stop unused.
+std::string File(const std::string& containers = "")
 {
-    Bytes h;
-    // Start 2023-11-14 22:13:20.123 (read as UTC here); stop unused.
-    h.raw({'L', 'O', 'G', 'G'}).u32(144).zeros(32);
-    h.u16(2023).u16(11).u16(2).u16(14).u16(22).u16(13).u16(20).u16(123).zeros(16 + 72);
-    for (const auto& p : parts) h.raw(p);
-    return std::string(h.b.begin(), h.b.end());
-}
-
-std::vector<std::uint8_t> Join(std::initializer_list<std::vector<std::uint8_t>> parts)
-{
-    std::vector<std::uint8_t> all;
-    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
+    return "LOGG" + U32(144) + Zeros(32) + U16(2023) + U16(11) + U16(2) + U16(14) + U16(22) + U16(13) + U16(20) +
+           U16(123) + Zeros(16 + 72) + containers;
 }
 
 // Body of a CAN message (type 1 or 86).
-Bytes Message(int channel, int flags, int dlc, std::uint32_t id, std::vector<std::uint8_t> data, bool newer = false)
+std::string Message(int channel, int flags, int dlc, std::uint32_t id, std::string data, bool newer = false)
 {
     data.resize(8);
-    Bytes b;
-    b.u16(channel).u8(flags).u8(dlc).u32(id).raw(data);
-    if (newer) b.zeros(8);
-    return b;
+    return U16(channel) + U8(flags) + U8(dlc) + U32(id) + data + Zeros(newer ? 8 : 0);
 }
 
 // Body of a CAN FD message 64 (type 101).
-Bytes Fd64(int channel, int dlc, std::uint32_t id, std::uint32_t flags, int direction, const std::vector<std::uint8_t>& data)
+std::string Fd64(int channel, int dlc, std::uint32_t id, std::uint32_t flags, int direction, const std::string& data)
 {
-    Bytes b;
-    b.u8(channel).u8(dlc).u8(data.size()).u8(0).u32(id).u32(0).u32(flags).zeros(16).u16(0).u8(direction).u8(0).u32(0);
-    return b.raw(data);
-}
-
-std::vector<std::uint8_t> Counting(int n, int first = 0)
-{
-    std::vector<std::uint8_t> v;
-    for (int i = 0; i < n; ++i) v.push_back(static_cast<std::uint8_t>(first + i));
-    return v;
+    return U8(channel) + U8(dlc) + U8(data.size()) + U8(0) + U32(id) + U32(0) + U32(flags) + Zeros(18) + U8(direction) +
+           U8(0) + U32(0) + data;
 }
 
 class BlfReading : public ::testing::Test {
@@ -121,24 +94,19 @@ TEST_F(BlfReading, ObjectsOfEveryFormAcrossContainers)
 {
     // An FD message 64 that begins in the first container and ends in the
     // second; and an object padded to a multiple of four, as some writers do.
-    const std::vector<std::uint8_t> across =
-        Object(101, Fd64(3, 9, 0x456, 0x7000, 1, Counting(12, 0x30)), 4000000);
-    const std::vector<std::uint8_t> first = Join({
-        Object(1, Message(1, 0, 2, 0x123, {0xAA, 0xBB}), 1000),
-        Object(86, Message(2, 0x81, 4, 0x80000000 | 0x1ABCDEF0, {}, true), 5, 2),
-        Object(96, Bytes().zeros(49), 0, 1, 3),  // a marker: another kind of object
+    const std::string across = Object(101, Fd64(3, 9, 0x456, 0x7000, 1, Counting(12, 0x30)), 4000000);
+    const std::string first =
+        Object(1, Message(1, 0, 2, 0x123, "\xAA\xBB"), 1000) + Object(86, Message(2, 0x81, 4, 0x80000000 | 0x1ABCDEF0, "", true), 5, 2) +
+        Object(96, Zeros(49), 0, 1, 3) +  // a marker: another kind of object
         // The older FD object without EDL: a classic frame on an FD channel.
-        Object(100, Bytes().u16(1).u8(0).u8(8).u32(0x100).zeros(5).u8(0).u8(8).zeros(5).raw(Counting(64)), 3000000),
-        std::vector<std::uint8_t>(across.begin(), across.begin() + 30),
-    });
-    const std::vector<std::uint8_t> second = Join({
-        std::vector<std::uint8_t>(across.begin() + 30, across.end()),
-        Object(2, Bytes().u16(4).u16(0), 5000000),
-        Object(73, Bytes().u16(1).u16(0).u32(0).u8(0).u8(0).u8(2).u8(0).u32(0).u32(0x80).u16(0).u16(0).raw({7, 8}).zeros(6),
-               6000000),
-        Object(65, Bytes().zeros(8), 7000000),
-    });
-    const ReadOutcome r = Read(File({Container(first, 0), Container(second, 2)}));
+        Object(100, U16(1) + U8(0) + U8(8) + U32(0x100) + Zeros(5) + U8(0) + U8(8) + Zeros(5) + Counting(64), 3000000) +
+        across.substr(0, 30);
+    const std::string second =
+        across.substr(30) + Object(2, U16(4) + U16(0), 5000000) +
+        Object(73, U16(1) + U16(0) + U32(0) + U8(0) + U8(0) + U8(2) + U8(0) + U32(0) + U32(0x80) + U32(0) + "\x07\x08" + Zeros(6),
+               6000000) +
+        Object(65, Zeros(8), 7000000);
+    const ReadOutcome r = Read(File(Container(first, 0) + Container(second, 2)));
 
     ExpectFrames(r, {Classic(kStart + 1, 0x123, {0xAA, 0xBB}), On(Remote(kStart + 50, 0x1ABCDEF0, 4, true), 1, Direction::Tx),
                      Classic(kStart + 3000, 0x100, {0, 1, 2, 3, 4, 5, 6, 7}),
@@ -150,16 +118,15 @@ TEST_F(BlfReading, ObjectsOfEveryFormAcrossContainers)
 
 TEST_F(BlfReading, DamageIsToldAndReadingGoesOn)
 {
-    auto frame = [](int k) { return Object(1, Message(1, 0, 1, 0x100 + k, {static_cast<std::uint8_t>(k)}), k * 1000000ull); };
-    const std::vector<std::uint8_t> good = Join({frame(0), {'j', 'u', 'n', 'k', 0, 0, 0, 0, 0}, frame(1),
-                                                 Object(1, Message(1, 0, 20, 0x1, {}), 0),   // DLC 20
-                                                 Object(1, Message(0, 0, 1, 0x1, {}), 0),    // channel 0
-                                                 Object(1, Message(1, 0, 1, 0x800, {}), 0)}); // 12 bits
+    auto frame = [](int k) { return Object(1, Message(1, 0, 1, 0x100 + k, U8(k)), k * 1000000ull); };
+    const std::string good = frame(0) + "junk" + Zeros(5) + frame(1) + Object(1, Message(1, 0, 20, 0x1, ""), 0) +  // DLC 20
+                             Object(1, Message(0, 0, 1, 0x1, ""), 0) +                                         // channel 0
+                             Object(1, Message(1, 0, 1, 0x800, ""), 0);                                        // 12 bits
     // A container whose data fails zlib's check: none of it is trusted.
-    std::vector<std::uint8_t> broken = Container(Join({frame(6), frame(7)}), 2);
+    std::string broken = Container(frame(6) + frame(7), 2);
     broken[40] ^= 0xFF;
-    const ReadOutcome r = Read(File({Container(good, 2), Container(frame(2), 7), broken, Container(frame(3), 2),
-                                     Container(Join({frame(4), frame(5)}), 2, 8)}));
+    const ReadOutcome r = Read(File(Container(good, 2) + Container(frame(2), 7) + broken + Container(frame(3), 2) +
+                                    Container(frame(4) + frame(5), 2, 8)));
     const std::vector<Issue> expected = {
         {IssueKind::Corrupt, 2},           {IssueKind::InvalidDlc, 3},      {IssueKind::InvalidChannel, 4},
         {IssueKind::InvalidIdentifier, 5}, {IssueKind::Corrupt, 6},         {IssueKind::Corrupt, 6},
@@ -180,11 +147,11 @@ TEST_F(BlfReading, FilesThatAreNoBlf)
     WriteText(m_dir.File("text.blf"), "(1.0) can0 123#01\n");
     EXPECT_FALSE(BlfReader::Open(m_dir.File("text.blf"), error));
     EXPECT_NE(error.find("is no BLF file"), std::string::npos) << error;
-    WriteText(m_dir.File("cut.blf"), File({}).substr(0, 60));
+    WriteText(m_dir.File("cut.blf"), File().substr(0, 60));
     EXPECT_FALSE(BlfReader::Open(m_dir.File("cut.blf"), error));
     EXPECT_NE(error.find("ends inside its header"), std::string::npos) << error;
     // An empty file, and a header without objects: no frames, nothing wrong.
-    for (const std::string& text : {std::string(), File({})}) {
+    for (const std::string& text : {std::string(), File()}) {
         const ReadOutcome r = Read(text);
         EXPECT_TRUE(r.openError.empty()) << r.openError;
         EXPECT_TRUE(r.frames.empty());

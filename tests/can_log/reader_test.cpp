@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
-#include "can_log/AscReader.h"
+#include "can_log/LogFiles.h"
 
 using namespace veldor::canlog;
 using namespace canlog_test;
@@ -170,90 +170,89 @@ TEST_F(Reading, AscHeaderDatesGiveTheMeasurementStart)
     }
 }
 
-TEST_F(Reading, MalformedAscLinesAreReportedWithTheirNumbersAndSkipped)
+TEST_F(Reading, MalformedLinesAreReportedWithTheirNumbersAndSkipped)
 {
-    const ReadOutcome r = Read(kHeader +
-        "   0.1 1  12G             Rx   d 1 00\n"                 // 7
-        "   0.1 1  800             Rx   d 1 00\n"                 // 8
-        "   0.1 1  20000000x       Rx   d 1 00\n"                 // 9
-        "   0.1 1  123             Rx   d G 00\n"                 // 10
-        "   0.1 1  123             Rx   d 10 00\n"                // 11
-        "   0.1 1  123             Rx   d 8 01 02\n"              // 12
-        "   0.1 1  123             Rx   d 8 01 02 Length = 100\n" // 13
-        "   0.1 1  123             Rx   d 2 01 XY\n"              // 14
-        "   0.1x 1  123            Rx   d 1 00\n"                 // 15
-        "   0.1 0  123             Rx   d 1 00\n"                 // 16
-        "   0.1 CANFD 1 Rx 123 0 0 9 13 00\n"                     // 17: no such length
-        // 18: 11 of 12 bytes; the first field after them is taken for the
-        // last byte, so the flags (0) say classic, whose DLC 9 means 8 bytes.
-        "   0.1 CANFD 1 Rx 123 0 0 9 12 01 02 03 04 05 06 07 08 09 0A 0B 0 0 1000 0 0 0 0 0\n"
-        "   0.1 CANFD 1 Rx 123 0 2 1 1 00\n"                      // 19
-        "   0.1 CANFD 1 Rx 123 0 0 1 1 00 0 0 10Z0 0 0 0 0 0\n"   // 20
-        "   abc CANFD 1 Rx 123 0 0 1 1 00\n"                      // 21
-        "   0.1 CANFD 1 Rx 123 0 0 9 16 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F\n"  // 22: DLC 9 is 12
-        "   0.2 1  321             Rx   d 1 77\n" + kEnd);        // 23
-    const std::vector<Issue> expected = {
-        {IssueKind::InvalidIdentifier, 7}, {IssueKind::InvalidIdentifier, 8}, {IssueKind::InvalidIdentifier, 9},
-        {IssueKind::InvalidDlc, 10},       {IssueKind::InvalidDlc, 11},       {IssueKind::MissingData, 12},
-        {IssueKind::MissingData, 13},      {IssueKind::InvalidData, 14},      {IssueKind::InvalidTimestamp, 15},
-        {IssueKind::InvalidChannel, 16},   {IssueKind::InvalidLength, 17},    {IssueKind::InvalidLength, 18},
-        {IssueKind::Syntax, 19},           {IssueKind::Syntax, 20},           {IssueKind::InvalidTimestamp, 21},
-        {IssueKind::InvalidLength, 22},
+    const struct {
+        const char* name;
+        std::string text;
+        std::vector<Issue> issues;
+        std::vector<std::pair<std::size_t, const char*>> messages;  // of some issues, by their index
+        CanFrame last;                                               // the good line after them
+    } cases[] = {
+        {"t.asc",
+         kHeader +
+             "   0.1 1  12G             Rx   d 1 00\n"                 // 7
+             "   0.1 1  800             Rx   d 1 00\n"                 // 8
+             "   0.1 1  20000000x       Rx   d 1 00\n"                 // 9
+             "   0.1 1  123             Rx   d G 00\n"                 // 10
+             "   0.1 1  123             Rx   d 10 00\n"                // 11
+             "   0.1 1  123             Rx   d 8 01 02\n"              // 12
+             "   0.1 1  123             Rx   d 8 01 02 Length = 100\n" // 13
+             "   0.1 1  123             Rx   d 2 01 XY\n"              // 14
+             "   0.1x 1  123            Rx   d 1 00\n"                 // 15
+             "   0.1 0  123             Rx   d 1 00\n"                 // 16
+             "   0.1 CANFD 1 Rx 123 0 0 9 13 00\n"                     // 17: no such length
+             // 18: 11 of 12 bytes; the first field after them is taken for the
+             // last byte, so the flags (0) say classic, whose DLC 9 means 8 bytes.
+             "   0.1 CANFD 1 Rx 123 0 0 9 12 01 02 03 04 05 06 07 08 09 0A 0B 0 0 1000 0 0 0 0 0\n"
+             "   0.1 CANFD 1 Rx 123 0 2 1 1 00\n"                      // 19
+             "   0.1 CANFD 1 Rx 123 0 0 1 1 00 0 0 10Z0 0 0 0 0 0\n"   // 20
+             "   abc CANFD 1 Rx 123 0 0 1 1 00\n"                      // 21
+             "   0.1 CANFD 1 Rx 123 0 0 9 16 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F\n"  // 22: DLC 9 is 12
+             "   0.2 1  321             Rx   d 1 77\n" + kEnd,
+         {{IssueKind::InvalidIdentifier, 7}, {IssueKind::InvalidIdentifier, 8}, {IssueKind::InvalidIdentifier, 9},
+          {IssueKind::InvalidDlc, 10},       {IssueKind::InvalidDlc, 11},       {IssueKind::MissingData, 12},
+          {IssueKind::MissingData, 13},      {IssueKind::InvalidData, 14},      {IssueKind::InvalidTimestamp, 15},
+          {IssueKind::InvalidChannel, 16},   {IssueKind::InvalidLength, 17},    {IssueKind::InvalidLength, 18},
+          {IssueKind::Syntax, 19},           {IssueKind::Syntax, 20},           {IssueKind::InvalidTimestamp, 21},
+          {IssueKind::InvalidLength, 22}},
+         {{0, "line 7: invalid identifier \"12G\""}, {5, "line 12: 2 data bytes where the length says 8"}},
+         Classic(kStart + 200000, 0x321, {0x77})},
+        {"t.log",
+         "(1.0) can0 1234#00\n"                   // 1: four digits
+         "(1.0) can0 12G#00\n"                    // 2
+         "(1.0) can0 FFF#00\n"                    // 3: above 0x7FF
+         "(1.0) can0 40000000#00\n"               // 4: above 29 bits
+         "(1.0) can0 123#001\n"                   // 5: odd digits
+         "(1.0) can0 123#0011223344556677AA\n"    // 6: 9 classic bytes
+         "(1.0) can0 123##1001122334455667788\n"  // 7: 9 FD bytes
+         "(1.0) can0 123#R9\n"                    // 8
+         "(1.0) can0 123#0G\n"                    // 9
+         "(1.0a) can0 123#00\n"                   // 10
+         "(1.0 can0 123#00\n"                     // 11
+         "(1.0) can0 12300\n"                     // 12
+         "1.0 can0 123#00\n"                      // 13
+         "(1.0) can300 123#00\n"                  // 14
+         "(1.0) can0 123##\n"                     // 15: no flags digit
+         "(1.0) can0\n"                           // 16
+         "(2.0) can0 321#77\n",                   // 17
+         {{IssueKind::InvalidIdentifier, 1}, {IssueKind::InvalidIdentifier, 2}, {IssueKind::InvalidIdentifier, 3},
+          {IssueKind::InvalidIdentifier, 4}, {IssueKind::InvalidData, 5},       {IssueKind::InvalidLength, 6},
+          {IssueKind::InvalidLength, 7},     {IssueKind::InvalidDlc, 8},        {IssueKind::InvalidData, 9},
+          {IssueKind::InvalidTimestamp, 10}, {IssueKind::InvalidTimestamp, 11}, {IssueKind::Syntax, 12},
+          {IssueKind::Syntax, 13},           {IssueKind::InvalidChannel, 14},   {IssueKind::Syntax, 15},
+          {IssueKind::Syntax, 16}},
+         {{4, "line 5: odd number of data digits \"001\""}}, Classic(2000000, 0x321, {0x77})},
     };
-    EXPECT_EQ(r.issues, expected);
-    EXPECT_EQ(r.messages[0], "line 7: invalid identifier \"12G\"");
-    EXPECT_EQ(r.messages[5], "line 12: 2 data bytes where the length says 8");
-    // Skipping went on to the good line after them.
-    EXPECT_EQ(r.frames, std::vector<CanFrame>{Classic(kStart + 200000, 0x321, {0x77})});
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const ReadOutcome r = Read(c.text, c.name);
+        EXPECT_EQ(r.issues, c.issues);
+        ASSERT_EQ(r.messages.size(), c.issues.size());
+        for (const auto& [index, text] : c.messages) EXPECT_EQ(r.messages[index], text);
+        EXPECT_EQ(r.frames, std::vector<CanFrame>{c.last});
+    }
 }
 
-TEST_F(Reading, MalformedCanUtilsLinesAreReportedWithTheirNumbersAndSkipped)
-{
-    const ReadOutcome r = Read(
-        "(1.0) can0 1234#00\n"                 // 1: four digits
-        "(1.0) can0 12G#00\n"                  // 2
-        "(1.0) can0 FFF#00\n"                  // 3: above 0x7FF
-        "(1.0) can0 40000000#00\n"             // 4: above 29 bits
-        "(1.0) can0 123#001\n"                 // 5: odd digits
-        "(1.0) can0 123#0011223344556677AA\n"  // 6: 9 classic bytes
-        "(1.0) can0 123##1001122334455667788\n"  // 7: 9 FD bytes
-        "(1.0) can0 123#R9\n"                  // 8
-        "(1.0) can0 123#0G\n"                  // 9
-        "(1.0a) can0 123#00\n"                 // 10
-        "(1.0 can0 123#00\n"                   // 11
-        "(1.0) can0 12300\n"                   // 12
-        "1.0 can0 123#00\n"                    // 13
-        "(1.0) can300 123#00\n"                // 14
-        "(1.0) can0 123##\n"                   // 15: no flags digit
-        "(1.0) can0\n"                         // 16
-        "(2.0) can0 321#77\n", "t.log");       // 17
-    const std::vector<Issue> expected = {
-        {IssueKind::InvalidIdentifier, 1}, {IssueKind::InvalidIdentifier, 2}, {IssueKind::InvalidIdentifier, 3},
-        {IssueKind::InvalidIdentifier, 4}, {IssueKind::InvalidData, 5},       {IssueKind::InvalidLength, 6},
-        {IssueKind::InvalidLength, 7},     {IssueKind::InvalidDlc, 8},        {IssueKind::InvalidData, 9},
-        {IssueKind::InvalidTimestamp, 10}, {IssueKind::InvalidTimestamp, 11}, {IssueKind::Syntax, 12},
-        {IssueKind::Syntax, 13},           {IssueKind::InvalidChannel, 14},   {IssueKind::Syntax, 15},
-        {IssueKind::Syntax, 16},
-    };
-    EXPECT_EQ(r.issues, expected);
-    EXPECT_EQ(r.messages[4], "line 5: odd number of data digits \"001\"");
-    EXPECT_EQ(r.frames, std::vector<CanFrame>{Classic(2000000, 0x321, {0x77})});
-}
-
+// An issue does not stop the reader: the caller chooses; and once at the
+// end, a reader stays there.
 TEST_F(Reading, EndStaysEndAndStopIsTheCallersChoice)
 {
-    const std::string path = m_dir.File("t.asc");
-    WriteText(path, kHeader + "   0.1 1  XYZ Rx d 0\n   0.2 1  1 Rx d 0\n" + kEnd);
+    WriteText(m_dir.File("t.asc"), kHeader + "   0.1 1  XYZ Rx d 0\n   0.2 1  1 Rx d 0\n" + kEnd);
     std::string error;
-    std::unique_ptr<AscReader> reader = AscReader::Open(path, error, UtcReading());
+    std::unique_ptr<FrameReader> reader = OpenFrameReader(m_dir.File("t.asc"), error, UtcReading());
     ASSERT_TRUE(reader) << error;
     CanFrame frame;
-    ASSERT_EQ(reader->Next(frame), ReadResult::Issue);
-    EXPECT_EQ(reader->Issue().place.number, 7u);
-    EXPECT_EQ(reader->Header().measurementStart, kStart);
-    EXPECT_TRUE(reader->Header().internalEventsLogged);
-    ASSERT_EQ(reader->Next(frame), ReadResult::Frame);
-    EXPECT_EQ(reader->Next(frame), ReadResult::End);
-    EXPECT_EQ(reader->Next(frame), ReadResult::End);
-    EXPECT_EQ(reader->FramesRead(), 1u);
+    for (ReadResult expected : {ReadResult::Issue, ReadResult::Frame, ReadResult::End, ReadResult::End})
+        EXPECT_EQ(reader->Next(frame), expected);
 }

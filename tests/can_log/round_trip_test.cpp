@@ -38,10 +38,7 @@ TEST_P(RoundTrip, EveryKindOfFrameReadsBackExactly)
     // Enough lines that the reader's buffer refills in the middle of one.
     const std::vector<CanFrame> frames = VariedFrames(kTime, 20000, 7);
     ASSERT_TRUE(WriteAll(Path(), frames, UtcWriting()));
-    const ReadOutcome r = ReadAll(Path(), UtcReading());
-    ASSERT_TRUE(r.issues.empty()) << r.messages.front();
-    ASSERT_EQ(r.frames.size(), frames.size());
-    for (std::size_t i = 0; i < frames.size(); ++i) ASSERT_EQ(r.frames[i], frames[i]) << "frame " << i;
+    ExpectFrames(ReadAll(Path(), UtcReading()), frames);
 }
 
 TEST_P(RoundTrip, TimesAroundTheEpochAndOutOfOrder)
@@ -99,68 +96,56 @@ TEST_P(RoundTrip, ErrorFramesKeepWhatTheFormatHolds)
 
 INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values("asc", "log", "blf"));
 
-TEST(AscWriting, ExactLines)
+TEST(Writing, ExactLines)
 {
+    WriterOptions relative = UtcWriting(), empty = UtcWriting(), vcan;
+    relative.relativeTimestamps = true;
+    relative.measurementStart = kTime + 50999;  // taken down to the millisecond: ...123456 + 50999 -> ...174000
+    empty.measurementStart = kTime;
+    vcan.interfacePrefix = "vcan";
+    std::vector<CanFrame> logFrames = FourKinds();
+    logFrames.push_back(Fd(1500000, 0x18DAF110, 0, false, true));
+    logFrames.back().extended = true;
+    const std::string head = "date Tue Nov 14 10:13:20.123 pm 2023\nbase hex  timestamps absolute\ninternal events logged\n"
+                             "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n   0.000000 Start of measurement\n";
+    const struct {
+        const char* name;
+        WriterOptions options;
+        std::vector<CanFrame> frames;
+        std::string text;
+    } cases[] = {
+        {"t.asc", UtcWriting(), FourKinds(),
+         head +
+             "   0.000456 1  123             Rx   d 8 01 02 03 04 05 06 07 08\n"
+             "   0.100456 2  1ABCDEF0x       Tx   d 2 AA BB\n"
+             "   0.200456 1  7FF             Rx   r 4\n"
+             "   0.300456 CANFD   1 Rx       456                                   1 0 9 12 00 01 02 03 04 05 06 07 08 "
+             "09 0A 0B        0    0     3000        0        0        0        0        0\n"
+             "End TriggerBlock\n"},
+        // Times before the given start are negative.
+        {"relative.asc", relative, {Classic(kTime, 1, {}), Classic(kTime + 250000, 2, {}), Classic(kTime + 250000, 3, {})},
+         "date Tue Nov 14 10:13:20.174 pm 2023\nbase hex  timestamps relative\ninternal events logged\n"
+         "Begin Triggerblock Tue Nov 14 10:13:20.174 pm 2023\n   0.000000 Start of measurement\n"
+         "  -0.050544 1  1               Rx   d 0\n"
+         "   0.250000 1  2               Rx   d 0\n"
+         "   0.000000 1  3               Rx   d 0\n"
+         "End TriggerBlock\n"},
+        // An empty recording is a whole file.
+        {"empty.asc", empty, {}, head + "End TriggerBlock\n"},
+        {"t.log", vcan, logFrames,
+         "(1700000000.123456) vcan0 123#0102030405060708 R\n"
+         "(1700000000.223456) vcan1 1ABCDEF0#AABB T\n"
+         "(1700000000.323456) vcan0 7FF#R4 R\n"
+         "(1700000000.423456) vcan0 456##1000102030405060708090A0B R\n"
+         "(0000000001.500000) vcan0 18DAF110##2 R\n"},
+    };
     ScratchDir dir;
-    ASSERT_TRUE(WriteAll(dir.File("t.asc"), FourKinds(), UtcWriting()));
-    EXPECT_EQ(ReadText(dir.File("t.asc")),
-              "date Tue Nov 14 10:13:20.123 pm 2023\n"
-              "base hex  timestamps absolute\n"
-              "internal events logged\n"
-              "Begin Triggerblock Tue Nov 14 10:13:20.123 pm 2023\n"
-              "   0.000000 Start of measurement\n"
-              "   0.000456 1  123             Rx   d 8 01 02 03 04 05 06 07 08\n"
-              "   0.100456 2  1ABCDEF0x       Tx   d 2 AA BB\n"
-              "   0.200456 1  7FF             Rx   r 4\n"
-              "   0.300456 CANFD   1 Rx       456                                   1 0 9 12 00 01 02 03 04 05 06 07 08 "
-              "09 0A 0B        0    0     3000        0        0        0        0        0\n"
-              "End TriggerBlock\n");
-}
-
-TEST(AscWriting, RelativeTimestampsAndAGivenStart)
-{
-    ScratchDir dir;
-    WriterOptions options = UtcWriting();
-    options.relativeTimestamps = true;
-    options.measurementStart = kTime + 50999;  // taken down to the millisecond: ...123456 + 50999 -> ...174000
-    const std::vector<CanFrame> frames = {Classic(kTime, 1, {}), Classic(kTime + 250000, 2, {}), Classic(kTime + 250000, 3, {})};
-    ASSERT_TRUE(WriteAll(dir.File("t.asc"), frames, options));
-    const std::string text = ReadText(dir.File("t.asc"));
-    EXPECT_NE(text.find("base hex  timestamps relative\n"), std::string::npos);
-    EXPECT_NE(text.find("Begin Triggerblock Tue Nov 14 10:13:20.174 pm 2023\n"), std::string::npos);
-    EXPECT_NE(text.find("  -0.050544 1  1 "), std::string::npos) << text;  // before the start
-    EXPECT_NE(text.find("   0.250000 1  2 "), std::string::npos) << text;
-    EXPECT_NE(text.find("   0.000000 1  3 "), std::string::npos) << text;
-    EXPECT_EQ(ReadAll(dir.File("t.asc"), UtcReading()).frames, frames);
-}
-
-TEST(AscWriting, AnEmptyRecordingIsAWholeFile)
-{
-    ScratchDir dir;
-    WriterOptions options = UtcWriting();
-    options.measurementStart = kTime;
-    ASSERT_TRUE(WriteAll(dir.File("t.asc"), {}, options));
-    const ReadOutcome r = ReadAll(dir.File("t.asc"), UtcReading());
-    EXPECT_TRUE(r.frames.empty());
-    EXPECT_TRUE(r.issues.empty());
-    EXPECT_NE(ReadText(dir.File("t.asc")).find("End TriggerBlock\n"), std::string::npos);
-}
-
-TEST(CanUtilsLogWriting, ExactLines)
-{
-    ScratchDir dir;
-    WriterOptions options;
-    options.interfacePrefix = "vcan";
-    std::vector<CanFrame> frames = FourKinds();
-    frames.push_back(Fd(1500000, 0x18DAF110, 0, false, true));
-    frames.back().extended = true;
-    ASSERT_TRUE(WriteAll(dir.File("t.log"), frames, options));
-    EXPECT_EQ(ReadText(dir.File("t.log")),
-              "(1700000000.123456) vcan0 123#0102030405060708 R\n"
-              "(1700000000.223456) vcan1 1ABCDEF0#AABB T\n"
-              "(1700000000.323456) vcan0 7FF#R4 R\n"
-              "(1700000000.423456) vcan0 456##1000102030405060708090A0B R\n"
-              "(0000000001.500000) vcan0 18DAF110##2 R\n");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(WriteAll(dir.File(c.name), c.frames, c.options));
+        EXPECT_EQ(ReadText(dir.File(c.name)), c.text);
+        ExpectFrames(ReadAll(dir.File(c.name), UtcReading()), c.frames);
+    }
 }
 
 TEST(Writing, FailuresAreReportedNotSwallowed)

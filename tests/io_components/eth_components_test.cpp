@@ -62,14 +62,12 @@ TEST_P(EthTraffic, EveryFrameArrivesOnceInOrderAndEveryMessageWhole)
 {
     const TrafficCase& c = GetParam();
     Make("EthGenerator", "gen");
-    Set("gen.traffic", c.traffic);
-    Set("gen.frame_size", std::to_string(c.frameSize));
-    Set("gen.frame_size_max", std::to_string(c.frameSizeMax));
-    Set("gen.message_size", std::to_string(c.messageSize));
-    Set("gen.frames_per_element", std::to_string(c.perElement));
-    Set("gen.count", std::to_string(c.count));
-    Set("gen.rate", "0");
-    Set("gen.first_timestamp", std::to_string(kFirst));
+    for (const auto& [property, value] : std::vector<std::pair<const char*, std::string>>{
+             {"traffic", c.traffic}, {"frame_size", std::to_string(c.frameSize)},
+             {"frame_size_max", std::to_string(c.frameSizeMax)}, {"message_size", std::to_string(c.messageSize)},
+             {"frames_per_element", std::to_string(c.perElement)}, {"count", std::to_string(c.count)}, {"rate", "0"},
+             {"first_timestamp", std::to_string(kFirst)}})
+        Set(std::string("gen.") + property, value);
     Make("EthFrameStats", "stats");
     Make("EthPrinter", "printer");
     const std::string printed = m_folder + "/printed.txt";
@@ -81,12 +79,10 @@ TEST_P(EthTraffic, EveryFrameArrivesOnceInOrderAndEveryMessageWhole)
     ASSERT_TRUE(Eventually([&] { return Figure("stats.frames") >= c.frames && Figure("printer.printed") >= c.frames; }));
     Shutdown();
 
-    EXPECT_EQ(Figure("gen.sent"), c.frames);
-    EXPECT_EQ(Figure("stats.frames"), c.frames);
-    EXPECT_EQ(Figure("stats.lost"), 0);
-    EXPECT_EQ(Figure("stats.disordered"), 0);
-    EXPECT_EQ(Figure("stats.messages"), c.messages);
-    EXPECT_EQ(Figure("stats.broken_messages"), 0);
+    for (const auto& [figure, value] : {std::pair<const char*, int>{"gen.sent", c.frames}, {"stats.frames", c.frames},
+                                        {"stats.lost", 0}, {"stats.disordered", 0}, {"stats.messages", c.messages},
+                                        {"stats.broken_messages", 0}})
+        EXPECT_EQ(Figure(figure), value) << figure;
 
     const std::vector<PrintedEthFrame> frames = ReadPrintedEthFrames(printed);
     ASSERT_EQ(frames.size(), static_cast<std::size_t>(c.frames));

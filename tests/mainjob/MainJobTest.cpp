@@ -13,7 +13,6 @@
 #include <sstream>
 #include <thread>
 
-#include "can_log/LogFiles.h"
 
 namespace mainjob {
 
@@ -31,28 +30,12 @@ std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std:
     return frames;
 }
 
-void WriteLog(const std::string& path, const std::vector<CanFrame>& frames)
-{
-    std::string error;
-    auto writer = veldor::canlog::OpenFrameWriter(path, error);
-    ASSERT_TRUE(writer) << error;
-    for (const CanFrame& f : frames) ASSERT_EQ(writer->Write(f), veldor::canlog::WriteResult::Written) << writer->Error();
-    ASSERT_TRUE(writer->Close()) << writer->Error();
-}
-
 std::vector<CanFrame> ReadLog(const std::string& path)
 {
-    std::vector<CanFrame> frames;
-    std::string error;
-    auto reader = veldor::canlog::OpenFrameReader(path, error);
-    EXPECT_TRUE(reader) << error;
-    if (!reader) return frames;
-    CanFrame f;
-    for (veldor::canlog::ReadResult r; (r = reader->Next(f)) != veldor::canlog::ReadResult::End;) {
-        EXPECT_EQ(r, veldor::canlog::ReadResult::Frame) << path << ": " << reader->Issue().Describe();
-        if (r == veldor::canlog::ReadResult::Frame) frames.push_back(f);
-    }
-    return frames;
+    const canlog_test::ReadOutcome r = canlog_test::ReadAll(path);
+    EXPECT_EQ(r.openError, "");
+    EXPECT_EQ(r.messages, std::vector<std::string>()) << path;
+    return r.frames;
 }
 
 std::vector<Arrival> ReadArrivals(const std::string& path)

@@ -1,6 +1,7 @@
-// What the tests of the file player, the file recorder and the bus commands
-// share: log files of counted frames, the veldor command run as a user runs
-// it, and the frames a CanFrameStats wrote into its csv file.
+// What the tests of the file players, the file recorders and the bus
+// commands share: log files of counted frames, components made with their
+// settings, the veldor command run as a user runs it, and the frames a
+// CanFrameStats wrote into its csv file.
 #ifndef VELDOR_TESTS_MAIN_JOB_TEST_H
 #define VELDOR_TESTS_MAIN_JOB_TEST_H
 
@@ -12,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "can_log/CanFrame.h"
-#include "scratch.h"
+#include "ComponentTest.h"
+#include "LogTestSupport.h"
 
 namespace mainjob {
 
@@ -25,8 +26,21 @@ using veldtest::WriteText;
 // `count` classic frames `period` apart from `start`, frame k carrying k in
 // its first four bytes (what CanFrameStats counts).
 std::vector<CanFrame> CountedFrames(std::size_t count, std::int64_t period, std::int64_t start = 1700000000000000);
-void WriteLog(const std::string& path, const std::vector<CanFrame>& frames);
+inline void WriteLog(const std::string& path, const std::vector<CanFrame>& frames) { canlog_test::WriteAll(path, frames); }
+// The frames of a log that must have no issue.
 std::vector<CanFrame> ReadLog(const std::string& path);
+
+class FileComponentTest : public bus_components::ComponentTest {
+protected:
+    using ComponentTest::Make;
+    // A component and its settings ("property", "value").
+    void Make(const std::string& model, const std::string& name,
+              const std::vector<std::pair<std::string, std::string>>& settings)
+    {
+        Make(model, name);
+        for (const auto& [property, value] : settings) Set(name + "." + property, value);
+    }
+};
 
 // One line of a CanFrameStats csv file.
 struct Arrival {

@@ -4,21 +4,17 @@
 // the frames a synchronised replay holds back (a pause and a jump are the
 // pacing every file player shares: file_components_test); bad files and bad
 // recordings told with one message while the rest goes on.
-#include <cstring>
 #include <sstream>
 
 #include "CaptureTestSupport.h"
-#include "ComponentTest.h"
 #include "MainJobTest.h"
 
 namespace mainjob {
 namespace {
 
-using bus_components::ComponentTest;
 using pcaplog_test::Drive;
 using pcaplog_test::ReadAll;
 using pcaplog_test::ReadOutcome;
-using veldor::pcaplog::Interface;
 using veldor::pcaplog::kLinkTypeSocketCan;
 using veldor::pcaplog::LinkKind;
 using veldor::pcaplog::Packet;
@@ -58,7 +54,7 @@ std::vector<std::vector<std::string>> PerInterface(const ReadOutcome& r)
     return lines;
 }
 
-class Captures : public ComponentTest {
+class Captures : public FileComponentTest {
 protected:
     // A player of `file` into a recorder of every interface it plays; the
     // recording's path. The player's outputs are connected by what
@@ -67,13 +63,9 @@ protected:
     {
         // The reader first, so that it hears everything.
         const std::string path = m_folder + "/" + recording;
-        Make("CaptureFileRecorder", "rec");
-        Set("rec.file", path);
-        Set("rec.time_base", "Engine time");
-        Make("CaptureFilePlayer", "player");
-        Set("player.file", file);
-        Set("player.replay_lead", "0");
-        Set("player.vectorize_frames", vectorise ? "true" : "false");
+        Make("CaptureFileRecorder", "rec", {{"file", path}, {"time_base", "Engine time"}});
+        Make("CaptureFilePlayer", "player",
+             {{"file", file}, {"replay_lead", "0"}, {"vectorize_frames", vectorise ? "true" : "false"}});
         // "<output>=<name>:<kind>": a channel of that name (of the output's
         // without one) and kind.
         std::string channels;
@@ -141,8 +133,7 @@ TEST_F(Captures, SkippedInterfacesHaveNoOutputAndTheirFramesAreLeftOutAndToldOnc
 {
     const std::string file = Ours(m_folder, true);
     const ReadOutcome source = ReadAll(file);
-    Make("CaptureFilePlayer", "player");
-    Set("player.file", file);
+    Make("CaptureFilePlayer", "player", {{"file", file}});
     EXPECT_EQ(Text("player.interfaces"), "oeth0=eth0:eth,ocan0=can0:can,oeth1=eth1:eth,ocan1=can1:can");
     // By the interface's name or by its output's.
     Set("player.skip", "can1, oeth1");
@@ -168,30 +159,23 @@ TEST_F(Captures, SkippedInterfacesHaveNoOutputAndTheirFramesAreLeftOutAndToldOnc
 // with their counter), for 1.2 s.
 std::string PacedFile(const std::string& folder)
 {
-    const std::string path = folder + "/paced.pcapng";
-    Interface can, eth;
-    can.name = "can0";
-    can.linkType = kLinkTypeSocketCan;
-    eth.name = "eth0";
-    std::string error;
-    auto writer = veldor::pcaplog::OpenPacketWriter(path, {can, eth}, error);
-    EXPECT_TRUE(writer) << error;
+    Drive d;
+    d.interfaces = {pcaplog_test::Named("can0", kLinkTypeSocketCan), pcaplog_test::Named("eth0")};
     const std::vector<CanFrame> frames = CountedFrames(120, 10000, kStart);
     for (std::uint32_t k = 0; k < 120; ++k) {
-        EXPECT_EQ(writer->Write(0, frames[k]), veldor::pcaplog::WriteResult::Written);
-        if (k % 10 != 0) continue;
-        std::uint8_t bytes[60] = {0x02, 0, 0, 0, 0, 2, 0x02, 0, 0, 0, 0, 1, 0x88, 0xB5};
-        const std::uint32_t counter = k / 10;
-        std::memcpy(bytes + 56, &counter, 4);
         Packet p;
-        p.interface = 1;
         p.time = frames[k].timestamp * 1000;
-        p.capturedLength = p.originalLength = sizeof bytes;
-        p.data = bytes;
-        EXPECT_EQ(writer->Write(p), veldor::pcaplog::WriteResult::Written);
+        p.canFrame = frames[k];
+        d.packets.push_back(p);
+        d.data.emplace_back();
+        if (k % 10 != 0) continue;
+        d.data.push_back(pcaplog_test::Hex("020000000002 020000000001 88b5") + std::string(42, '\0') + pcaplog_test::U32(k / 10));
+        p.interface = 1;
+        p.capturedLength = p.originalLength = 60;
+        d.packets.push_back(p);
     }
-    EXPECT_TRUE(writer->Close());
-    return path;
+    pcaplog_test::WriteDriveFile(folder + "/paced.pcapng", d);
+    return folder + "/paced.pcapng";
 }
 
 TEST_F(Captures, PaceEveryOutputOnTheEnginesClockTheEthernetOnesAheadByTheFramesHeldBack)
@@ -199,14 +183,10 @@ TEST_F(Captures, PaceEveryOutputOnTheEnginesClockTheEthernetOnesAheadByTheFrames
     for (const long long ahead : {0LL, 200000LL}) {
         SCOPED_TRACE(ahead);
         engine.Graph().Clear();
-        Make("CanFrameStats", "can");
-        Set("can.csv", m_folder + "/can.csv");
-        Make("EthFrameStats", "eth");
-        Set("eth.csv", m_folder + "/eth.csv");
-        Make("CaptureFilePlayer", "player");
-        Set("player.file", PacedFile(m_folder));
-        Set("player.replay_lead", "300000");
-        Set("player.send_ahead", std::to_string(ahead));
+        Make("CanFrameStats", "can", {{"csv", m_folder + "/can.csv"}});
+        Make("EthFrameStats", "eth", {{"csv", m_folder + "/eth.csv"}});
+        Make("CaptureFilePlayer", "player",
+             {{"file", PacedFile(m_folder)}, {"replay_lead", "300000"}, {"send_ahead", std::to_string(ahead)}});
         Connect("player.ocan0", "can.iCAN");
         Connect("player.oeth0", "eth.iEth");
         Run();
@@ -239,84 +219,57 @@ TEST_F(Captures, PaceEveryOutputOnTheEnginesClockTheEthernetOnesAheadByTheFrames
 // ---------------------------------------------------------------------------
 // Bad input
 
-struct BadCase {
-    const char* name;
-    pcaplog_test::Bytes bytes;  // none: the file does not exist
-    bool missing;
-    const char* told;  // in the one message
-    bool dies;
-    int played;
-};
-
-void PrintTo(const BadCase& c, std::ostream* os) { *os << c.name; }
-
-pcaplog_test::Bytes Frame(int k) { return pcaplog_test::Bytes(59, 'e') + static_cast<char>(k); }
-
-pcaplog_test::Bytes ThreeFrames()
+TEST_F(Captures, BadFilesAreToldOnceAndTheRestOfTheDiagramGoesOn)
 {
-    pcaplog_test::Pcapng f;
-    f.Section().Interface(1);
-    for (int k = 0; k < 3; ++k) f.Packet(0, kStart + 1000 * k, Frame(k));
-    return f.bytes;
-}
-
-pcaplog_test::Bytes WithOtherLinkType()
-{
-    pcaplog_test::Pcapng f;
-    f.Section().Interface(1).Interface(147);
-    for (int k = 0; k < 3; ++k) f.Packet(0, kStart + 1000 * k, Frame(k)).Packet(1, kStart + 1000 * k, "x");
-    return f.bytes;
-}
-
-pcaplog_test::Bytes WrongLength()
-{
-    pcaplog_test::Bytes bytes = ThreeFrames();
-    bytes[bytes.size() - 4] = 0x7C;  // the last block's length at its end
-    return bytes;
-}
-
-class CapturesBadInput : public Captures, public ::testing::WithParamInterface<BadCase> {};
-
-TEST_P(CapturesBadInput, IsToldOnceAndTheRestOfTheDiagramGoesOn)
-{
-    const BadCase& c = GetParam();
-    const std::string file = m_folder + "/bad.pcapng";
-    if (!c.missing) pcaplog_test::WriteFile(file, c.bytes);
-    // Beside it, a good file played into a recorder.
-    const std::string good = m_folder + "/good.pcapng";
-    pcaplog_test::WriteFile(good, ThreeFrames());
-    const std::string recording = PlayIntoRecorder(good, "rec.pcapng");
-    Make("CaptureFilePlayer", "bad");
-    Set("bad.file", file);
-    Make("CaptureFileRecorder", "badrec");
-    Set("badrec.file", m_folder + "/badrec.pcapng");
-    Set("badrec.channels", "e:eth");
-    if (!c.dies) Connect("bad.oIf0", "badrec.iEth0");
-    std::string error;
-    engine.Graph().Run(&error);
-    ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == 3; }));
-    if (c.dies) {
-        ASSERT_TRUE(Eventually([&] { return engine.Graph().IsDead("bad"); }));
-    } else {
-        ASSERT_TRUE(Eventually([&] { return Figure("bad.finished") == 1 && Figure("badrec.recorded") == c.played; }));
+    pcaplog_test::Pcapng three, beside;
+    three.Section().Interface(1);
+    beside.Section().Interface(1).Interface(147);
+    for (int k = 0; k < 3; ++k) {
+        const std::string frame = std::string(59, 'e') + static_cast<char>(k);
+        three.Packet(0, kStart + 1000 * k, frame);
+        beside.Packet(0, kStart + 1000 * k, frame).Packet(1, kStart + 1000 * k, "x");
     }
-    Shutdown();
-    EXPECT_EQ(engine.GetConsole().CountContaining(file), 1u) << engine.GetConsole().LastError();
-    EXPECT_TRUE(engine.GetConsole().Contains(c.told, c.dies ? VELD::Error : VELD::Warning)) << c.told;
-    EXPECT_EQ(ReadAll(recording).packets.size(), 3u);
+    std::string wrongLength = three.bytes;
+    wrongLength[wrongLength.size() - 4] = 0x7C;  // the last block's length at its end
+    const struct {
+        const char* told;  // in the one message
+        std::string bytes;  // "-": no file
+        bool dies;
+        int played;
+    } cases[] = {
+        // Files the reader refuses at the start take the path of the missing
+        // one (their messages: pcap_log_tests).
+        {"No such file or directory", "-", true, 0},
+        {"holds no frame to play", pcaplog_test::Pcapng().Section().Interface(1).bytes, true, 0},
+        {"the file ends inside", three.bytes.substr(0, three.bytes.size() - 30), false, 2},
+        {"at its end; the frames before it are played", wrongLength, false, 2},
+        {"is link type 147, which is not played", beside.bytes, false, 3},
+    };
+    const std::string good = m_folder + "/good.pcapng";
+    pcaplog_test::WriteFile(good, three.bytes);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.told);
+        engine.Graph().Clear();
+        engine.GetConsole().ClearCaptured();
+        const std::string file = m_folder + "/bad" + std::to_string(&c - cases) + ".pcapng";
+        if (c.bytes != "-") pcaplog_test::WriteFile(file, c.bytes);
+        // Beside it, a good file played into a recorder.
+        const std::string recording = PlayIntoRecorder(good, "rec.pcapng");
+        Make("CaptureFilePlayer", "bad", {{"file", file}});
+        Make("CaptureFileRecorder", "badrec", {{"file", m_folder + "/badrec.pcapng"}, {"channels", "e:eth"}});
+        if (!c.dies) Connect("bad.oIf0", "badrec.iEth0");
+        std::string error;
+        engine.Graph().Run(&error);
+        ASSERT_TRUE(Eventually([&] { return Figure("player.finished") == 1 && Figure("rec.recorded") == 3; }));
+        ASSERT_TRUE(Eventually([&] {
+            return c.dies ? engine.Graph().IsDead("bad") : Figure("bad.finished") == 1 && Figure("badrec.recorded") == c.played;
+        }));
+        Shutdown();
+        EXPECT_EQ(engine.GetConsole().CountContaining(file), 1u) << engine.GetConsole().LastError();
+        EXPECT_TRUE(engine.GetConsole().Contains(c.told, c.dies ? VELD::Error : VELD::Warning));
+        EXPECT_EQ(ReadAll(recording).packets.size(), 3u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, CapturesBadInput,
-    ::testing::Values(
-        BadCase{"missing", {}, true, "No such file or directory", true, 0},
-        BadCase{"empty", {}, false, " is empty", true, 0},
-        BadCase{"another link type only", pcaplog_test::PcapFile(147, {{0, "x"}}), false, "no interface to play", true, 0},
-        BadCase{"no frame", pcaplog_test::Pcapng().Section().Interface(1).bytes, false, "holds no frame to play", true, 0},
-        BadCase{"truncated", ThreeFrames().substr(0, ThreeFrames().size() - 30), false, "the file ends inside", false, 2},
-        BadCase{"wrong block length", WrongLength(), false, "at its end; the frames before it are played", false, 2},
-        BadCase{"another link type beside", WithOtherLinkType(), false, "is link type 147, which is not played", false,
-                3}));
 
 // ---------------------------------------------------------------------------
 // The recorder
@@ -339,9 +292,7 @@ TEST_F(Captures, TheRecorderRefusesWhatItCanNotWriteWithOneMessage)
         SCOPED_TRACE(c.told);
         engine.Graph().Clear();
         engine.GetConsole().ClearCaptured();
-        Make("CaptureFileRecorder", "rec");
-        Set("rec.file", m_folder + "/" + c.file);
-        Set("rec.channels", c.channels);
+        Make("CaptureFileRecorder", "rec", {{"file", m_folder + "/" + c.file}, {"channels", c.channels}});
         std::string error;
         engine.Graph().Run(&error);
         ASSERT_TRUE(Eventually([&] { return engine.Graph().IsDead("rec"); }));
@@ -352,17 +303,11 @@ TEST_F(Captures, TheRecorderRefusesWhatItCanNotWriteWithOneMessage)
 
 TEST_F(Captures, TheRecorderFlushesWhileItWaitsAndLosesNothingOnStop)
 {
-    Make("CanGenerator", "can");
-    Set("can.count", "40");
-    Set("can.period", "1000");
-    Make("EthGenerator", "eth");
-    Set("eth.count", "60");
-    Set("eth.frames_per_element", "7");
+    Make("CanGenerator", "can", {{"count", "40"}, {"period", "1000"}});
+    Make("EthGenerator", "eth", {{"count", "60"}, {"frames_per_element", "7"}});
     const std::string file = m_folder + "/r.pcapng";
-    Make("CaptureFileRecorder", "rec");
-    Set("rec.file", file);
-    Set("rec.channels", "NVX-CAN-2:can,NVX-ETH-2:eth");
-    Set("rec.flush_period", "200000");
+    Make("CaptureFileRecorder", "rec",
+         {{"file", file}, {"channels", "NVX-CAN-2:can,NVX-ETH-2:eth"}, {"flush_period", "200000"}});
     Connect("can.oCAN", "rec.iCan0");
     Connect("eth.oEth", "rec.iEth0");
     Run();

@@ -1,31 +1,22 @@
 // The element file recorder and player through the engine, without a bus:
 // what one diagram records another plays back element for element, paced
 // by the recorded times; what can't be recorded or played is told.
-#include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "ComponentTest.h"
 #include "MainJobTest.h"
 
 namespace mainjob {
 namespace {
 
-using bus_components::ComponentTest;
 using Record = std::vector<unsigned char>;
+using Settings = std::vector<std::pair<std::string, std::string>>;
 
-const std::size_t kFileHead = 16;
-
+// The records after the file's 16-byte head, each after its 32-bit size.
 std::vector<Record> ReadRecords(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string bytes = ReadText(path);
     std::vector<Record> records;
-    for (std::size_t at = kFileHead; at + 4 <= bytes.size();) {
+    for (std::size_t at = 16; at + 4 <= bytes.size();) {
         std::uint32_t size = 0;
         std::memcpy(&size, bytes.data() + at, 4);
         at += 4;
@@ -55,19 +46,18 @@ std::int64_t TimestampOf(const Record& record)
 struct StreamCase {
     const char* name;
     const char* model;  // of the source "src"
-    std::vector<std::pair<const char*, const char*>> settings;
+    Settings settings;
     const char* output;
     int elements;
 };
 
-class EltFiles : public ComponentTest {
+class EltFiles : public FileComponentTest {
 protected:
     // What the source "src" writes on `output`, recorded into `file`; the
     // diagram cleared after.
     void RecordInto(const std::string& file, const std::string& output, long long elements)
     {
-        Make("EltFileRecorder", "rec");
-        Set("rec.file", file);
+        Make("EltFileRecorder", "rec", {{"file", file}});
         Connect("src." + output, "rec.iElt");
         Run();
         ASSERT_TRUE(Eventually([&] { return Figure("rec.recorded") == elements; }, 10)) << Figure("rec.recorded");
@@ -82,15 +72,11 @@ TEST_P(EltFileRecorderAndPlayer, GiveEveryElementBackWithItsTimestampAndPayload)
 {
     const StreamCase& c = GetParam();
     const std::string recorded = m_folder + "/a.velt", replayed = m_folder + "/b.velt";
-    Make(c.model, "src");
-    for (const auto& setting : c.settings) Set(std::string("src.") + setting.first, setting.second);
+    Make(c.model, "src", c.settings);
     RecordInto(recorded, c.output, c.elements);
 
-    Make("EltFilePlayer", "play");
-    Set("play.file", recorded);
-    Set("play.paced", "false");
-    Make("EltFileRecorder", "again");
-    Set("again.file", replayed);
+    Make("EltFilePlayer", "play", {{"file", recorded}, {"paced", "false"}});
+    Make("EltFileRecorder", "again", {{"file", replayed}});
     Connect("play.oElt", "again.iElt");
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("again.recorded") == c.elements; }, 10)) << Figure("again.recorded");
@@ -106,12 +92,9 @@ TEST_P(EltFileRecorderAndPlayer, GiveEveryElementBackWithItsTimestampAndPayload)
     EXPECT_EQ(Figure("play.played"), c.elements);
 }
 
-const std::vector<std::pair<const char*, const char*>> kFrames = {
-    {"count", "60"}, {"period", "1000"}, {"paced", "false"}, {"first_timestamp", "1700000000000000"}};
-
-std::vector<std::pair<const char*, const char*>> With(std::vector<std::pair<const char*, const char*>> more)
+Settings With(Settings more)
 {
-    more.insert(more.begin(), kFrames.begin(), kFrames.end());
+    more.insert(more.begin(), {{"count", "60"}, {"period", "1000"}, {"paced", "false"}, {"first_timestamp", "1700000000000000"}});
     return more;
 }
 
@@ -131,18 +114,11 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(EltFiles, ThePlayerHandsNoElementOnBeforeItIsDue)
 {
     const std::string file = m_folder + "/frames.velt", csv = m_folder + "/arrivals.csv";
-    Make("CanGenerator", "src");
-    Set("src.count", "40");
-    Set("src.period", "5000");
-    Set("src.paced", "false");
-    Set("src.first_timestamp", "1700000000000000");
+    Make("CanGenerator", "src", {{"count", "40"}, {"period", "5000"}, {"paced", "false"}, {"first_timestamp", "1700000000000000"}});
     RecordInto(file, "oCAN", 40);
 
-    Make("EltFilePlayer", "play");
-    Set("play.file", file);
-    Set("play.replay_lead", "20000");
-    Make("CanFrameStats", "stats");
-    Set("stats.csv", csv);
+    Make("EltFilePlayer", "play", {{"file", file}, {"replay_lead", "20000"}});
+    Make("CanFrameStats", "stats", {{"csv", csv}});
     Connect("play.oElt", "stats.iCAN");
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("stats.frames") == 40; }, 10)) << Figure("stats.frames");
@@ -162,8 +138,7 @@ TEST_F(EltFiles, ThePlayerHandsNoElementOnBeforeItIsDue)
 TEST_F(EltFiles, TheRecorderRefusesThePcapStreamRecordWithOneMessage)
 {
     Make("PcapSource", "src");
-    Make("EltFileRecorder", "rec");
-    Set("rec.file", m_folder + "/pcap.velt");
+    Make("EltFileRecorder", "rec", {{"file", m_folder + "/pcap.velt"}});
     Connect("src.oEth", "rec.iElt");
     Run();
     const std::string message = "cannot record VELDpcap_data_t elements: their payload holds addresses that mean "
@@ -175,38 +150,27 @@ TEST_F(EltFiles, TheRecorderRefusesThePcapStreamRecordWithOneMessage)
     EXPECT_TRUE(ReadRecords(m_folder + "/pcap.velt").empty());
 }
 
-struct BadFile {
-    const char* name;
-    std::string bytes;  // none: no file at all
-    const char* message;
-};
-
-class EltFilePlayerFiles : public ComponentTest, public ::testing::WithParamInterface<BadFile> {};
-
-TEST_P(EltFilePlayerFiles, ThatCanNotBePlayedAreToldAtBirth)
+TEST_F(EltFiles, FilesThePlayerCanNotPlayAreToldAtBirth)
 {
-    const std::string path = m_folder + "/bad.velt";
-    if (!GetParam().bytes.empty()) WriteText(path, GetParam().bytes);
-    Make("EltFilePlayer", "play");
-    Set("play.file", path);
-    EXPECT_FALSE(HasProperty("play", "oElt"));
-    std::string error;
-    engine.Graph().Run(&error);
-    EXPECT_TRUE(Eventually([&] { return Reported(path + GetParam().message); }, 5))
-        << engine.GetConsole().LastError();
-    Shutdown();
+    const std::string head("VELT\x01\0\0\0\x04\x03\x02\x01\0\0\0\0", 16), path = m_folder + "/bad.velt";
+    const std::pair<std::string, const char*> cases[] = {
+        {"", ": No such file or directory"},  // no file at all
+        {"(1.0) can0 123#00\n", " is not an element file"},
+        {head, " holds no element"},
+        {head + std::string("\x50\0\0\0\x66\0\0\0", 8), " ends inside an element (the recording was cut off)"},
+    };
+    for (const auto& [bytes, message] : cases) {
+        SCOPED_TRACE(message);
+        engine.Graph().Clear();
+        if (!bytes.empty()) WriteText(path, bytes);
+        Make("EltFilePlayer", "play", {{"file", path}});
+        EXPECT_FALSE(HasProperty("play", "oElt"));
+        std::string error;
+        engine.Graph().Run(&error);
+        EXPECT_TRUE(Eventually([&] { return Reported(path + message); }, 5)) << engine.GetConsole().LastError();
+        Shutdown();
+    }
 }
-
-const std::string kHead("VELT\x01\0\0\0\x04\x03\x02\x01\0\0\0\0", 16);
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, EltFilePlayerFiles,
-    ::testing::Values(BadFile{"Missing", "", ": No such file or directory"},
-                      BadFile{"NotAnElementFile", "(1.0) can0 123#00\n", " is not an element file"},
-                      BadFile{"Empty", kHead, " holds no element"},
-                      BadFile{"CutOff", kHead + std::string("\x50\0\0\0\x66\0\0\0", 8),
-                              " ends inside an element (the recording was cut off)"}),
-    [](const ::testing::TestParamInfo<BadFile>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace mainjob

@@ -8,38 +8,11 @@
 #include <random>
 #include <sstream>
 
-#include "LogTestSupport.h"
-
 using namespace veldor::pcaplog;
 using veldor::canlog::CanFrame;
 using veldor::canlog::Direction;
 
 namespace pcaplog_test {
-
-Bytes Hex(const std::string& hex)
-{
-    Bytes out;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
-        if (hex[i] != ' ') out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    }
-    return out;
-}
-
-std::string ToHex(const void* bytes, std::size_t size)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string out(2 * size, '0');
-    for (std::size_t i = 0; i < size; ++i) {
-        const std::uint8_t b = static_cast<const std::uint8_t*>(bytes)[i];
-        out[2 * i] = digits[b >> 4];
-        out[2 * i + 1] = digits[b & 15];
-    }
-    return out;
-}
-
-Bytes U16(std::uint16_t v, bool big) { return big ? Bytes{char(v >> 8), char(v)} : Bytes{char(v), char(v >> 8)}; }
-Bytes U32(std::uint32_t v, bool big) { return big ? U16(v >> 16, big) + U16(v, big) : U16(v, big) + U16(v >> 16, big); }
-Bytes U64(std::uint64_t v, bool big) { return big ? U32(v >> 32, big) + U32(v, big) : U32(v, big) + U32(v >> 32, big); }
 
 static Bytes Padded(Bytes b)
 {
@@ -91,16 +64,6 @@ Bytes PcapFile(std::uint32_t linkType, const std::vector<std::pair<std::uint64_t
         out += U32(time / 1000000000, big) + U32(fraction, big) + U32(data.size(), big) + U32(data.size(), big) + data;
     }
     return out;
-}
-
-std::string Describe(const veldor::canlog::CanFrame& f)
-{
-    std::ostringstream out;
-    out << "can " << f.timestamp << "us id=" << std::hex << f.id << std::dec << (f.extended ? "x" : "")
-        << (f.remote ? " remote" : "") << (f.fd ? " fd" : "") << (f.bitRateSwitch ? " brs" : "")
-        << (f.errorStateIndicator ? " esi" : "") << (f.error ? " error" : "") << " len=" << int(f.length) << " ch=" << int(f.channel);
-    if (!f.remote) out << " " << ToHex(f.data.data(), f.length);
-    return out.str();
 }
 
 namespace {
@@ -230,25 +193,6 @@ void WriteDriveFile(const std::string& path, const Drive& drive, const WriterOpt
     ASSERT_TRUE(writer) << error;
     WriteDrive(*writer, drive);
     ASSERT_TRUE(writer->Close()) << writer->Error();
-}
-
-std::string RunTool(const std::string& command)
-{
-    std::string out;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "cannot run " << command;
-        return out;
-    }
-    char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
-    EXPECT_EQ(pclose(pipe), 0) << command << " printed:\n" << out;
-    return out;
-}
-
-bool Have(const std::string& program)
-{
-    return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 }  // namespace pcaplog_test

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "LogTestSupport.h"
 #include "pcap_log/PacketReader.h"
 #include "pcap_log/PacketWriter.h"
 
@@ -16,11 +17,14 @@ namespace pcaplog_test {
 
 using Bytes = std::string;
 
-Bytes Hex(const std::string& hex);  // "0a 0b" or "0a0b"
-std::string ToHex(const void* bytes, std::size_t size);
-Bytes U16(std::uint16_t v, bool big = false);
-Bytes U32(std::uint32_t v, bool big = false);
-Bytes U64(std::uint64_t v, bool big = false);
+using canlog_test::Describe;
+using canlog_test::Have;
+using canlog_test::Hex;
+using canlog_test::RunTool;
+using canlog_test::ToHex;
+using canlog_test::U16;
+using canlog_test::U32;
+using canlog_test::U64;
 
 // A pcapng file in the making; a section header sets the byte order.
 struct Pcapng {
@@ -42,9 +46,6 @@ struct Pcapng {
 // A pcap file: micro- or nanoseconds, either byte order.
 Bytes PcapFile(std::uint32_t linkType, const std::vector<std::pair<std::uint64_t, Bytes>>& packets,
                bool nanoseconds = false, bool bigEndian = false);
-
-// "can <us>us id=123[x][ remote][ fd][ brs][ esi] len=<n> ch=<n> <hex>"
-std::string Describe(const veldor::canlog::CanFrame& frame);
 
 // What a reader gives for a file: a line per packet
 //   "<interface> <name or -> <ns> <Rx|Tx> <captured>/<original> <hex>[ <Describe(CAN frame)>]"
@@ -80,11 +81,6 @@ Drive MakeDrive(bool multiBus, std::size_t count);
 void WriteDrive(veldor::pcaplog::PacketWriter& writer, const Drive& drive);
 void WriteDriveFile(const std::string& path, const Drive& drive,
                     const veldor::pcaplog::WriterOptions& options = veldor::pcaplog::WriterOptions());
-
-// A shell command's standard output (its errors go to the test's log); the
-// test fails when it ends badly.
-std::string RunTool(const std::string& command);
-bool Have(const std::string& program);
 
 }  // namespace pcaplog_test
 

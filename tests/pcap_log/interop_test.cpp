@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "CaptureTestSupport.h"
-#include "LogTestSupport.h"
 
 using namespace veldor::pcaplog;
 using namespace pcaplog_test;
@@ -135,12 +134,8 @@ TEST_F(ToolInterop, TsharkReadsOurMultiBusFilesAndDecodesCan)
     }
     EXPECT_EQ(i, drive.packets.size());
 
-    // An error frame of ours is one to it too.
-    veldor::canlog::CanFrame error;
-    error.error = true;
-    error.id = 0x24;  // controller problems, no acknowledgement
-    error.length = 8;
-    error.timestamp = 1700000000000000;
+    // An error frame of ours is one to it too (0x24: controller problems, no acknowledgement).
+    const auto error = canlog_test::AsError(canlog_test::Classic(1700000000000000, 0x24, {0, 0, 0, 0, 0, 0, 0, 0}));
     std::string why;
     std::unique_ptr<PacketWriter> writer = OpenPacketWriter(File("error.pcapng"), {Named("can0", kLinkTypeSocketCan)}, why);
     ASSERT_TRUE(writer && writer->Write(0, error) == WriteResult::Written && writer->Close()) << why;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "CaptureTestSupport.h"
-#include "LogTestSupport.h"
 
 using namespace veldor::pcaplog;
 using namespace pcaplog_test;

@@ -4,9 +4,7 @@
 
 #include <unistd.h>
 
-
 #include "CaptureTestSupport.h"
-#include "LogTestSupport.h"
 
 using namespace veldor::pcaplog;
 using namespace pcaplog_test;
@@ -113,15 +111,9 @@ TEST(CaptureWriting, RefusedPacketsAndFiles)
 TEST(CaptureWriting, CanErrorFramesAreReadBackWhenAskedForAndCountedElse)
 {
     canlog_test::ScratchDir dir;
-    CanFrame error;
-    error.timestamp = 1700000000123456;
-    error.error = true;
+    const CanFrame frame = canlog_test::Classic(1700000000123456, 0x123, {0, 0, 0x08, 0x02, 0, 0, 0, 0});
+    CanFrame error = canlog_test::AsError(frame);
     error.id = 0x24;  // bus error, protocol violation
-    error.length = 8;
-    error.data = {0, 0, 0x08, 0x02};
-    CanFrame frame = error;
-    frame.error = false;
-    frame.id = 0x123;
     for (const char* name : {"e.pcap", "e.pcapng"}) {
         const std::string path = dir.File(name);
         std::string why;
