@@ -89,7 +89,10 @@ TEST(Event, MultiWaitNeverMissesARacingSet)
                 else if (draw < 40)
                     std::this_thread::sleep_for(std::chrono::microseconds(draw * 5));
                 (random() & 1 ? first[w] : second[w]).Set();
-                if (done[w].Wait(5000000) == VELD::TimeOut) return void(++lost);
+                if (done[w].Wait(5000000) == VELD::TimeOut) {
+                    ++lost;
+                    return;
+                }
                 done[w].Reset();
             }
         });
@@ -119,7 +122,10 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
             });
         for (std::thread& t : armers) t.join();
         if (Now() < start) break;
-        for (VELDEvent& event : events) engine.Events().ResetTrigger(&event), event.Reset();
+        for (VELDEvent& event : events) {
+            engine.Events().ResetTrigger(&event);
+            event.Reset();
+        }
     }
 
     // At every poll the events that fired form a prefix of the deadline

@@ -239,8 +239,8 @@ public:
 class TestClock : public VELDBaseClock {
 public:
     explicit TestClock(const char* name) : VELDBaseClock(name) {}
-    void Register() override { ++registrations, VELDBaseClock::Register(); }
-    void Unregister() override { ++unregistrations, VELDBaseClock::Unregister(); }
+    void Register() override { ++registrations; VELDBaseClock::Register(); }
+    void Unregister() override { ++unregistrations; VELDBaseClock::Unregister(); }
     VELDTimestamp ClockCurrentTime() override { return 0; }
     void ClockSetCurrentTime(VELDTimestamp) override {}
     int ClockSpeed() override { return 1000; }
@@ -280,7 +280,7 @@ TEST_F(ClockWaits, TheClockStartsOnTheMonotonicClockAndFollowsChanges)
 TEST_F(ClockWaits, ListenersHearEveryChangeOnTheTimeThread)
 {
     struct Throwing : QuietListener {
-        void CallbackTimeSpeedChanged(int) override { ++calls, throw VELD::ModuleDied; }
+        void CallbackTimeSpeedChanged(int) override { ++calls; throw VELD::ModuleDied; }
     } dying;
     dying.Register();
     RecordingListener listener;
