@@ -47,23 +47,25 @@ TEST_F(Properties, RefusalsComeInTheirOrderAndEndTheCaller)
 {
     component->m_state |= VELD::LivingState;
     P("mode").SetMutable(false);
-    const std::string failure = "Failure while trying to set value of property c.";
-    // Not modifiable after start wins over read-only.
-    EXPECT_TRUE(Refused([&] { component->Set(P("componentModelVersion"), VELDString("2")); },
-                        (failure + "componentModelVersion. This property can't be modified after start.").c_str()));
-    EXPECT_TRUE(Refused([&] { component->Set(P("label"), VELDString("x")); },
-                        (failure + "label. This property is read only.").c_str()));
-    EXPECT_TRUE(Refused([&] { component->Set(P("mode"), VELDInt64(1)); },
-                        (failure + "mode. This property is not mutable.").c_str()));
     const struct {
         std::function<void()> set;
-        const char* type;
-    } wrongTypes[] = {{[&] { component->Set(P("autoStart"), VELDInt64(1)); }, "integer value for property c.autoStart"},
-                      {[&] { component->Set(P("priority"), true); }, "boolean value for property c.priority"},
-                      {[&] { component->Set(P("priority"), VELDFloat64(1)); }, "float value for property c.priority"},
-                      {[&] { component->Set(P("priority"), VELDString("1")); }, "string value for property c.priority"},
-                      {[&] { component->Set(P("priority"), VELDEnumStruct()); }, "enum values for property c.priority"}};
-    for (const auto& c : wrongTypes) EXPECT_TRUE(Refused(c.set, ("Can't set " + std::string(c.type)).c_str())) << c.type;
+        const char* report;
+    } cases[] = {
+        // Not modifiable after start wins over read-only.
+        {[&] { component->Set(P("componentModelVersion"), VELDString("2")); },
+         "Failure while trying to set value of property c.componentModelVersion. This property can't be modified "
+         "after start."},
+        {[&] { component->Set(P("label"), VELDString("x")); },
+         "Failure while trying to set value of property c.label. This property is read only."},
+        {[&] { component->Set(P("mode"), VELDInt64(1)); },
+         "Failure while trying to set value of property c.mode. This property is not mutable."},
+        {[&] { component->Set(P("autoStart"), VELDInt64(1)); }, "Can't set integer value for property c.autoStart"},
+        {[&] { component->Set(P("priority"), true); }, "Can't set boolean value for property c.priority"},
+        {[&] { component->Set(P("priority"), VELDFloat64(1)); }, "Can't set float value for property c.priority"},
+        {[&] { component->Set(P("priority"), VELDString("1")); }, "Can't set string value for property c.priority"},
+        {[&] { component->Set(P("priority"), VELDEnumStruct()); }, "Can't set enum values for property c.priority"},
+    };
+    for (const auto& c : cases) EXPECT_TRUE(Refused(c.set, c.report)) << c.report;
     EXPECT_TRUE(component->State() & VELD::ErrorState);
     component->m_state &= ~VELD::LivingState;
 }

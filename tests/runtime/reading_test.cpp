@@ -90,15 +90,8 @@ TEST_F(Reading, EachReaderTypeGetsWhatItPromises)
     for (int v = 3; v <= 40; ++v) values.push_back(Read(never));
     writer.join();
     for (size_t i = 0; i < values.size(); ++i) EXPECT_EQ(values[i], static_cast<int>(i) + 2);
-    // The plain FIFO reader lost what was overwritten, and it was counted.
-    EXPECT_GT(out.NbFIFOOverflows(), 0);
-    int last = 0;
-    while (fifo.DataAvailableInFIFO(fifo.Input("iIn"))) {
-        const int v = Read(fifo);
-        EXPECT_GT(v, last);
-        last = v;
-    }
-    EXPECT_EQ(last, 40);
+    // What the plain reader beside it lost, and its count: data/fifo_test
+    // and graph/diagram_test.
 }
 
 TEST_F(Reading, InputSubsamplingHandsOverEveryThirdElement)
