@@ -23,8 +23,7 @@ std::vector<uint8_t> Frame(uint32_t id, uint32_t length = 60)
 std::vector<uint8_t> Record(uint32_t id, uint64_t time, uint32_t length = 60)
 {
     std::vector<uint8_t> block;
-    const std::vector<uint8_t> frame = Frame(id, length);
-    AppendRecord(block, frame.data(), length, time);
+    AppendRecord(block, Frame(id, length).data(), length, time);
     return block;
 }
 
@@ -33,6 +32,12 @@ std::vector<uint8_t> Closing()
     std::vector<uint8_t> block;
     AppendClosing(block);
     return block;
+}
+
+std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
 uint32_t IdOf(const RecordView& record)
@@ -51,9 +56,12 @@ std::string Ids(const std::vector<uint8_t>& block)
     return text;
 }
 
-uint64_t Dropped(const NxDRPPStatistics& s)
+// The figures in their order, and last the records dropped.
+std::vector<uint64_t> Figures(const NxDRPPStatistics& s)
 {
-    return s.numOfTotalFrames - s.numOfProcessedFrames - s.numOfFramesInOutputQueue;
+    return {s.numOfTotalFrames,         s.numOfProcessedFrames,    s.numOfProcessedBytes,
+            s.numOfFramesInOutputQueue, s.numOfBytesInOutputQueue, s.numOfFramesReadyToRead,
+            s.numOfTotalFrames - s.numOfProcessedFrames - s.numOfFramesInOutputQueue};
 }
 
 }  // namespace
@@ -150,9 +158,7 @@ TEST(DrppRecords, BrokenRecordsAreRefusedAtTheirStart)
     };
     for (const auto& c : cases) {
         StageHandle stage(1, 10, NXDRPP_UDP);
-        std::vector<uint8_t> block = first;
-        const std::vector<uint8_t> next = Record(2, 2, 60);
-        block.insert(block.end(), next.begin(), next.end());
+        std::vector<uint8_t> block = first + Record(2, 2, 60);
         c.spoil(block);
         uint64_t consumed = 0;
         EXPECT_EQ(stage.Insert(block, &consumed), c.code) << c.what;
@@ -211,11 +217,7 @@ TEST(DrppWindow, FillLevelDepthAndClosingRecord)
             EXPECT_EQ(consumed, code == NXDRPP_NO_ERROR ? (s.action == Insert ? 112u : 56u) : 0u) << "step " << step;
         }
     }
-    const NxDRPPStatistics s = stage.Statistics();
-    EXPECT_EQ(s.numOfTotalFrames, 12u);
-    EXPECT_EQ(s.numOfProcessedFrames, 12u);
-    EXPECT_EQ(s.numOfProcessedBytes, 10 * 112u + 2 * 56u);
-    EXPECT_EQ(s.numOfFramesInOutputQueue, 0u);
+    EXPECT_EQ(Figures(stage.Statistics()), (std::vector<uint64_t>{12, 12, 10 * 112 + 2 * 56, 0, 0, 0, 0}));
 }
 
 // Times in, times out; ids are the arrival order.
@@ -254,64 +256,40 @@ TEST(DrppWindow, RecordsLeaveInTimestampOrderWithinTheWindow)
 
 TEST(DrppWindow, EndOfStreamDrainAndRoom)
 {
-    // The flag ends the stream without a closing record: all leaves, none is made up.
-    {
+    // The flag ends the stream without a closing record: all leaves, none
+    // is made up. A drain does not wait for the fill level either.
+    for (const bool drain : {false, true}) {
         StageHandle stage(10, 100, NXDRPP_GENERIC);
-        std::vector<uint8_t> block = Record(1, 2);
-        const std::vector<uint8_t> second = Record(2, 1);
-        block.insert(block.end(), second.begin(), second.end());
-        ASSERT_EQ(stage.Insert(block, nullptr, true), NXDRPP_NO_ERROR);
+        ASSERT_EQ(stage.Insert(Record(1, 2) + Record(2, 1), nullptr, !drain), NXDRPP_NO_ERROR);
         std::vector<uint8_t> out;
-        EXPECT_EQ(stage.Get(out), NXDRPP_NO_ERROR);
-        EXPECT_EQ(Ids(out), "2 1");
-    }
-    // drain: the fill level is not waited for.
-    {
-        StageHandle stage(10, 100, NXDRPP_GENERIC);
-        stage.Insert(Record(1, 5));
-        stage.Insert(Record(2, 4));
-        std::vector<uint8_t> out;
-        EXPECT_EQ(stage.Get(out, 1 << 20, true), NXDRPP_NO_ERROR);
-        EXPECT_EQ(Ids(out), "2 1");
+        EXPECT_EQ(stage.Get(out, 1 << 20, drain), NXDRPP_NO_ERROR);
+        EXPECT_EQ(Ids(out), "2 1") << "drain " << drain;
     }
     // Whole records only: a record that does not fit waits.
-    {
-        StageHandle stage(1, 100, NXDRPP_GENERIC);
-        stage.Insert(Record(1, 1, 100));  // 152 bytes
-        stage.Insert(Record(2, 2, 100));
-        std::vector<uint8_t> out;
-        EXPECT_EQ(stage.Get(out, 151), NXDRPP_NO_ERROR);
-        EXPECT_EQ(out.size(), 0u);
-        EXPECT_EQ(stage.Statistics().numOfFramesReadyToRead, 2u);
-        EXPECT_EQ(stage.Get(out, 303), NXDRPP_NO_ERROR);
-        EXPECT_EQ(Ids(out), "1");
-        EXPECT_EQ(stage.Get(out), NXDRPP_NO_ERROR);
-        EXPECT_EQ(Ids(out), "1 2");
-    }
+    StageHandle stage(1, 100, NXDRPP_GENERIC);
+    stage.Insert(Record(1, 1, 100));  // 152 bytes
+    stage.Insert(Record(2, 2, 100));
+    std::vector<uint8_t> out;
+    EXPECT_EQ(stage.Get(out, 151), NXDRPP_NO_ERROR);
+    EXPECT_EQ(out.size(), 0u);
+    EXPECT_EQ(stage.Statistics().numOfFramesReadyToRead, 2u);
+    EXPECT_EQ(stage.Get(out, 303), NXDRPP_NO_ERROR);
+    EXPECT_EQ(Ids(out), "1");
+    EXPECT_EQ(stage.Get(out), NXDRPP_NO_ERROR);
+    EXPECT_EQ(Ids(out), "1 2");
 }
 
 TEST(DrppStatistics, EveryRecordIsHeldGivenOutOrDropped)
 {
     StageHandle stage(4, 100, NXDRPP_GENERIC);
-    for (uint32_t id = 1; id <= 6; ++id)
-        stage.Insert(Record(id, id));
+    for (uint32_t id = 1; id <= 6; ++id) stage.Insert(Record(id, id));
     std::vector<uint8_t> out;
     stage.Get(out);
-    NxDRPPStatistics s = stage.Statistics();
-    EXPECT_EQ(s.numOfTotalFrames, 6u);
-    EXPECT_EQ(s.numOfProcessedFrames, 3u);
-    EXPECT_EQ(s.numOfProcessedBytes, out.size());
-    EXPECT_EQ(s.numOfFramesInOutputQueue, 3u);
-    EXPECT_EQ(s.numOfBytesInOutputQueue, 3 * 112u);
-    EXPECT_EQ(s.numOfFramesReadyToRead, 0u);
-    EXPECT_EQ(Dropped(s), 0u);
+    EXPECT_EQ(Figures(stage.Statistics()), (std::vector<uint64_t>{6, 3, out.size(), 3, 3 * 112, 0, 0}));
     stage.Insert(Record(7, 7));
     EXPECT_EQ(stage.Statistics().numOfFramesReadyToRead, 1u);
-
     ASSERT_EQ(NxDRPP_FlushBuffers(stage.handle), NXDRPP_NO_ERROR);
-    s = stage.Statistics();
-    EXPECT_EQ(s.numOfFramesInOutputQueue, 0u);
-    EXPECT_EQ(s.numOfBytesInOutputQueue, 0u);
-    EXPECT_EQ(Dropped(s), 4u);
+    const std::vector<uint64_t> flushed = Figures(stage.Statistics());
+    EXPECT_EQ(std::vector<uint64_t>(flushed.begin() + 3, flushed.end()), (std::vector<uint64_t>{0, 0, 0, 4}));
     EXPECT_EQ(stage.Get(out), NXDRPP_NOT_REACHED_MIN_FILL_LEVEL);
 }

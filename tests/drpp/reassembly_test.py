@@ -2,17 +2,13 @@
 """The pre-processing library on its own, against tshark as the reference.
 
 Streams of fragmented UDP datagrams, SOME/IP TP messages and TCP segments
-come from scapy: out of order within the window, duplicated, with a part
-missing, overlapping. They go through libNxDRPreProcessing.so (loaded with
-ctypes, fed one record per call as the replay wrapper feeds it) and what
-leaves is written as a pcap that tshark reassembles:
-
-    tshark -r out.pcap -o ip.defragment:TRUE -o someip.reassemble_tp:TRUE
-           -d udp.port==30501,someip -o tcp.analyze_sequence_numbers:TRUE
-
-Every message that leaves must come out of tshark byte for byte, no part of
-a message that could not complete may leave, the statistics must count
-every drop, and everything else must leave unchanged and in time order.
+from scapy (out of order within the window, duplicated, with a part missing,
+overlapping) go through the library (ctypes, one record per call, as the
+replay wrapper feeds it); what leaves is written as a pcap that tshark
+reassembles. Every message that leaves must come out of tshark byte for
+byte, no part of a message that could not complete may leave, the
+statistics must count every drop, and everything else must leave unchanged
+and in time order.
 
     reassembly_test.py <libNxDRPreProcessing.so> [unittest options]
     reassembly_test.py --fuzz-seeds <folder>    (the fuzz target's seed corpus)
@@ -71,15 +67,8 @@ class Stage:
     """One handle, fed as the replay wrapper feeds it."""
 
     def __init__(self, protocol, fill=FILL, depth=DEPTH):
-        lib = LIBRARY
-        u64, pointer = ctypes.c_uint64, ctypes.c_void_p
-        lib.NxDRPP_CreateHandle.argtypes = [pointer, u64, u64, ctypes.c_uint32]
-        lib.NxDRPP_DestroyHandle.argtypes = [pointer]
-        lib.NxDRPP_InsertFrames.argtypes = [pointer, pointer, u64, pointer, pointer]
-        lib.NxDRPP_GetFrames.argtypes = [pointer, pointer, u64, ctypes.c_bool, pointer]
-        lib.NxDRPP_GetStatistics.argtypes = [pointer, pointer]
-        self.lib, self.handle = lib, ctypes.c_void_p()
-        assert lib.NxDRPP_CreateHandle(ctypes.byref(self.handle), fill, depth, protocol) == NO_ERROR
+        self.lib, self.handle = LIBRARY, ctypes.c_void_p()
+        assert self.lib.NxDRPP_CreateHandle(ctypes.byref(self.handle), fill, depth, protocol) == NO_ERROR
         self.out = bytearray()
         self.room = ctypes.create_string_buffer(1 << 21)
 
@@ -203,10 +192,10 @@ class Reassembly(unittest.TestCase):
         random.seed(self.id())
 
     def pass_through(self, protocol, stream, **numbers):
-        """Runs the stream; checks what every stream must keep: records
-        unchanged but for a time of their own input, in time order, the
-        closing record last, nothing held for ever. Returns the frames that
-        left, as (time, frame), and the statistics."""
+        """Runs the stream and checks what every stream must keep: records
+        as given, in time order, the closing record last, nothing held for
+        ever. Returns the frames that left as (time, frame), the statistics
+        and the most records held."""
         stage = Stage(protocol, **numbers)
         try:
             records, most = stage.run(stream)
@@ -231,9 +220,7 @@ class Reassembly(unittest.TestCase):
 
     def assertReassembled(self, rows, whole, lost):
         """rows: (key, message, offset, reassembled length, data, problems)
-        of each frame as tshark saw it. Every message that could complete
-        comes out byte for byte, its parts in offset order; no part of one
-        that could not leaves; tshark sees no overlap and no error."""
+        of each frame as tshark saw it."""
         reassembled, offsets = {}, collections.defaultdict(list)
         for key, message, offset, length, data, problems in rows:
             self.assertEqual(problems, ("", ""), f"message {key}: tshark saw no overlap and no error")
@@ -453,4 +440,10 @@ if __name__ == "__main__":
         write_fuzz_seeds(sys.argv[2])
         sys.exit(0)
     LIBRARY = ctypes.CDLL(sys.argv[1])
+    u64, pointer = ctypes.c_uint64, ctypes.c_void_p
+    for name, argtypes in (("CreateHandle", [pointer, u64, u64, ctypes.c_uint32]), ("DestroyHandle", [pointer]),
+                           ("InsertFrames", [pointer, pointer, u64, pointer, pointer]),
+                           ("GetFrames", [pointer, pointer, u64, ctypes.c_bool, pointer]),
+                           ("GetStatistics", [pointer, pointer])):
+        getattr(LIBRARY, "NxDRPP_" + name).argtypes = argtypes
     unittest.main(argv=sys.argv[:1] + sys.argv[2:])

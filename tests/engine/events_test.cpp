@@ -61,27 +61,19 @@ TEST(Event, MultiWaitNeverMissesARacingSet)
 {
     veldor::Engine engine(Quiet());
     const int kWaiters = 4, kRounds = 400;
-    std::vector<std::unique_ptr<VELDEvent>> first, second, done;
-    for (int i = 0; i < kWaiters; ++i) {
-        first.emplace_back(new VELDEvent());
-        second.emplace_back(new VELDEvent());
-        done.emplace_back(new VELDEvent());
-    }
+    std::vector<VELDEvent> first(kWaiters), second(kWaiters), done(kWaiters);
     VELDEvent stop;
     std::atomic<int> lost(0);
     std::vector<std::thread> threads;
     for (int w = 0; w < kWaiters; ++w) {
         threads.emplace_back([&, w] {
-            VELDEvent* events[3] = {first[w].get(), second[w].get(), &stop};
+            VELDEvent* events[3] = {&first[w], &second[w], &stop};
             for (int round = 0; round < kRounds; ++round) {
-                int r = VELDEvent::Wait(3, events, 5000000);
-                if (r == VELD::TimeOut) {
-                    ++lost;
-                    return;
-                }
-                if (r == 2) return;
+                const int r = VELDEvent::Wait(3, events, 5000000);
+                if (r == VELD::TimeOut) ++lost;
+                if (r == VELD::TimeOut || r == 2) return;
                 events[r]->Reset();
-                done[w]->Set();
+                done[w].Set();
             }
         });
     }
@@ -96,12 +88,12 @@ TEST(Event, MultiWaitNeverMissesARacingSet)
                     for (unsigned i = 0; i < draw; ++i) std::this_thread::yield();
                 else if (draw < 40)
                     std::this_thread::sleep_for(std::chrono::microseconds(draw * 5));
-                (random() & 1 ? first[w] : second[w])->Set();
-                if (done[w]->Wait(5000000) == VELD::TimeOut) {
+                (random() & 1 ? first[w] : second[w]).Set();
+                if (done[w].Wait(5000000) == VELD::TimeOut) {
                     ++lost;
                     return;
                 }
-                done[w]->Reset();
+                done[w].Reset();
             }
         });
     }
@@ -113,9 +105,8 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
 {
     veldor::Engine engine(Quiet());
     const int kEvents = 120;
-    std::vector<std::unique_ptr<VELDEvent>> events;
+    std::vector<VELDEvent> events(kEvents);
     std::vector<VELDTimestamp> deadlines(kEvents);
-    for (int i = 0; i < kEvents; ++i) events.emplace_back(new VELDEvent());
     // Armed from several threads, in no particular order, all before the
     // first is due: a machine too busy to arm them in time gets a longer
     // lead.
@@ -127,13 +118,13 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
         for (int t = 0; t < 4; ++t)
             armers.emplace_back([&, t] {
                 for (int i = kEvents - 1 - t; i >= 0; i -= 4)
-                    engine.Events().SetTrigger(events[i].get(), deadlines[i]);
+                    engine.Events().SetTrigger(&events[i], deadlines[i]);
             });
         for (std::thread& t : armers) t.join();
         if (Now() < start) break;
-        for (auto& event : events) {
-            engine.Events().ResetTrigger(event.get());
-            event->Reset();
+        for (VELDEvent& event : events) {
+            engine.Events().ResetTrigger(&event);
+            event.Reset();
         }
     }
 
@@ -145,16 +136,12 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
     VELDTimestamp give_up = start + kEvents * 300 + 5000000;
     while (fired < kEvents && Now() < give_up) {
         std::vector<bool> set(kEvents);
-        for (int i = kEvents - 1; i >= 0; --i) set[i] = events[i]->IsSet();
-        VELDTimestamp seen = Now();
+        for (int i = kEvents - 1; i >= 0; --i) set[i] = events[i].IsSet();
+        const VELDTimestamp seen = Now();
         int count = 0;
         while (count < kEvents && set[count]) ++count;
-        for (int i = count; i < kEvents; ++i) {
-            ASSERT_FALSE(set[i]) << "event " << i << " before " << count;
-        }
-        if (count > 0) {
-            ASSERT_LE(deadlines[count - 1], seen);
-        }
+        for (int i = count; i < kEvents; ++i) ASSERT_FALSE(set[i]) << "event " << i << " before " << count;
+        if (count > 0) ASSERT_LE(deadlines[count - 1], seen);
         fired = count;
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
@@ -165,14 +152,11 @@ TEST(Triggers, FireInTimeOrderAndNeverEarly)
 TEST(Triggers, ACancelledTriggerNeverFires)
 {
     veldor::Engine engine(Quiet());
-    std::vector<std::unique_ptr<VELDEvent>> events;
-    for (int i = 0; i < 40; ++i) {
-        events.emplace_back(new VELDEvent());
-        ASSERT_TRUE(events.back()->SetTrigger(15000));
-    }
-    for (int i = 0; i < 40; i += 2) events[i]->ResetTrigger();
+    std::vector<VELDEvent> events(40);
+    for (VELDEvent& event : events) ASSERT_TRUE(event.SetTrigger(15000));
+    for (int i = 0; i < 40; i += 2) events[i].ResetTrigger();
     std::this_thread::sleep_for(std::chrono::milliseconds(60));
-    for (int i = 0; i < 40; ++i) EXPECT_EQ(events[i]->IsSet(), i % 2 == 1) << i;
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(events[i].IsSet(), i % 2 == 1) << i;
     // A trigger armed again replaces the pending one.
     VELDEvent again;
     again.SetTrigger(10000000);
@@ -207,23 +191,18 @@ TEST(Condition2, OneEventPerReader)
     EXPECT_EQ(condition.events[3], nullptr);
     EXPECT_EQ(condition.Subscribe(), 6);
 
-    std::atomic<bool> woken(false);
     std::thread reader([&] {
         mutex.Lock();
         condition.Wait(5);
-        woken = true;
         mutex.Release();
     });
-    while (true) {  // until the reader waits
-        mutex.Lock();
-        bool waiting = condition.waiting[5];
-        if (waiting) condition.Signal();
-        mutex.Release();
-        if (waiting) break;
+    for (bool waiting = false; !waiting;) {  // signals once the reader waits
         std::this_thread::sleep_for(std::chrono::microseconds(100));
+        mutex.Lock();
+        if ((waiting = condition.waiting[5])) condition.Signal();
+        mutex.Release();
     }
-    reader.join();
-    EXPECT_TRUE(woken);
+    reader.join();  // a lost signal hangs here
     EXPECT_FALSE(condition.waiting[5]);
 
     // The split form's outcomes, as a FIFO's readers meet them: data/fifo_test.
@@ -301,26 +280,22 @@ TEST(Mutex, ExcludesAndWakesEverySleeper)
 TEST(Mutex2, IsReentrantForItsOwnerOnly)
 {
     VELDMutex2 lock;
+    auto otherTakes = [&] {
+        bool taken = false;
+        std::thread([&] {
+            if ((taken = lock.TryLock())) lock.Release();
+        }).join();
+        return taken;
+    };
     lock.Lock();
     lock.Lock();
     EXPECT_TRUE(lock.IsLockedByCurrentThread());
-    std::atomic<bool> other(false);
-    std::thread t([&] {
-        other = lock.TryLock();
-        if (other) lock.Release();
-    });
-    t.join();
-    EXPECT_FALSE(other);
+    EXPECT_FALSE(otherTakes());
     lock.Release();
     EXPECT_TRUE(lock.IsLockedByCurrentThread());
     lock.Release();
     EXPECT_FALSE(lock.IsLockedByCurrentThread());
-    std::thread u([&] {
-        other = lock.TryLock();
-        if (other) lock.Release();
-    });
-    u.join();
-    EXPECT_TRUE(other);
+    EXPECT_TRUE(otherTakes());
 }
 
 TEST(MutexGuard, UnlockAndRelockReportChanges)
