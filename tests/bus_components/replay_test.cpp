@@ -3,8 +3,9 @@
 // L + P, L + 2P...), a ReplayTimeSource gives the replay start S a lead after
 // the run's start, and the library emits frame k at S + kP. A monitor on the
 // other channel stamps each frame with hardware time (the engine's clock
-// here); a probe reads the injector's replay state records. Or tcpdump captures the other end of the
-// link and tshark puts the fragmented messages back together.
+// here); a probe reads the injector's replay state records. Or tcpdump
+// captures the other end of the link and tshark puts the fragmented messages
+// back together.
 #include <signal.h>
 
 #include <string>
@@ -13,7 +14,6 @@
 
 #include "ChildProcess.h"
 #include "EthComponentTest.h"
-#include "pcap_file.h"
 
 namespace bus_components {
 namespace {
@@ -40,14 +40,9 @@ protected:
         MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
         SetTsBehaviour("rx", 1);
         m_printed = MakePrinter("print", "rx.oCAN");
-        Make("CanGenerator", "gen");
-        Set("gen.output_type", "Universal CAN");
-        Set("gen.identifier", "0x321");
-        Set("gen.count", std::to_string(kFrames));
-        Set("gen.period", std::to_string(kPeriod));
-        Set("gen.first_timestamp", std::to_string(kLogStart));
-        Set("gen.paced", "false");
-        Set("gen.frames_per_element", "10");
+        Make("CanGenerator", "gen",
+             {{"output_type", "Universal CAN"}, {"identifier", "0x321"}, {"count", kFrames}, {"period", kPeriod},
+              {"first_timestamp", kLogStart}, {"paced", false}, {"frames_per_element", 10}});
         MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", true);
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
         Connect("gen.oCAN", "tx.iCAN");
@@ -60,15 +55,10 @@ protected:
     void BuildEth(const std::string& traffic, int count, int perElement, const std::string& protocol,
                   long long stopAfter, long long eofDelay, bool reverse = false)
     {
-        Make("EthGenerator", "gen");
-        Set("gen.traffic", traffic);
-        Set("gen.message_size", "4000");
-        Set("gen.count", std::to_string(count));
-        Set("gen.rate", std::to_string(kRate));
-        Set("gen.frames_per_element", std::to_string(perElement));
-        Set("gen.first_timestamp", std::to_string(kLogStart));
-        Make("EthMangler", "mangle");
-        Set("mangle.reverse", reverse ? "true" : "false");
+        Make("EthGenerator", "gen",
+             {{"traffic", traffic}, {"message_size", 4000}, {"count", count}, {"rate", kRate},
+              {"frames_per_element", perElement}, {"first_timestamp", kLogStart}});
+        Make("EthMangler", "mangle", {{"reverse", reverse}});
         Connect("gen.oEth", "mangle.iEth");
         MakeOnInterface("NxEthInject", "tx", "NVX-ETH-1");
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
