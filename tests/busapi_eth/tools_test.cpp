@@ -32,16 +32,14 @@ std::vector<Bytes> Frames()
 std::vector<Bytes> Payloads(const std::vector<Frame>& frames)
 {
     std::vector<Bytes> payloads;
-    for (const Frame& f : frames)
-        payloads.push_back(Payload(f));
+    for (const Frame& f : frames) payloads.push_back(Payload(f));
     return payloads;
 }
 
 TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
 {
-    if (!Installed("/usr/bin/tcpdump"))
-        GTEST_SKIP() << "tcpdump is not installed";
-    TempFolder folder;
+    if (!Installed("/usr/bin/tcpdump")) GTEST_SKIP() << "tcpdump is not installed";
+    veldtest::ScratchDir folder;
     const std::vector<Bytes> frames = Frames();
     nxtest::ChildProcess tcpdump("/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p -U -Z root -c " +
                                                        std::to_string(frames.size()) + " -w " + (folder / "got.pcap") +
@@ -61,7 +59,7 @@ TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
 
 TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
 {
-    TempFolder folder;
+    veldtest::ScratchDir folder;
     const NXTEthHandle rx = Open("NVX-ETH-2-RAW");
     if (Shell("/usr/bin/python3 -c 'import scapy' 2>/dev/null") == 0) {
         // scapy builds its own frames and keeps a copy of what it sent.
