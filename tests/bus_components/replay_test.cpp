@@ -137,26 +137,6 @@ INSTANTIATE_TEST_SUITE_P(Buses, ReplaySchedule,
                                            ScheduleCase{"EthernetStopped", true, true}),
                          [](const ::testing::TestParamInfo<ScheduleCase>& info) { return info.param.name; });
 
-// tcpdump on the other end of the link, in this process's network
-// namespace, into `file` until Stop; in immediate mode, so that it holds
-// nothing back when it stops.
-class Capture {
-public:
-    explicit Capture(const std::string& file)
-        : m_tcpdump("/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p --immediate-mode -U -Z root -w " + file + " 2>&1"})
-    {
-        EXPECT_NE(m_tcpdump.Line().find("listening on nvxeth2"), std::string::npos) << "tcpdump did not start";
-    }
-    void Stop()
-    {
-        kill(m_tcpdump.Pid(), SIGINT);
-        m_tcpdump.Reap();
-    }
-
-private:
-    nxtest::ChildProcess m_tcpdump;
-};
-
 // The first lines of tshark's listing of a capture, for a failure's message.
 std::string Listing(const std::string& file)
 {
@@ -184,15 +164,21 @@ TEST_P(EthReassemblyTest, AShuffledFragmentedStreamReachesTheWireWholeAndInOrder
 {
     const FragmentCase& c = GetParam();
     const int kMessages = 12, kPieces = 3;  // of a 4000-byte message
+    // tcpdump on the other end of the link, in this process's network
+    // namespace; in immediate mode, so that it holds nothing back when it
+    // stops.
     const std::string file = m_folder + "/wire.pcap";
-    Capture capture(file);
+    nxtest::ChildProcess tcpdump(
+        "/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p --immediate-mode -U -Z root -w " + file + " 2>&1"});
+    ASSERT_NE(tcpdump.Line().find("listening on nvxeth2"), std::string::npos) << "tcpdump did not start";
     // Each message's pieces recorded backwards: its own element, reversed.
     BuildEth(c.traffic, kMessages * kPieces, kPieces, c.protocol, 0, 300000, true);
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("probe.state") == End; }, 15)) << Figure("probe.state");
     EXPECT_EQ(Figure("probe.sent"), kMessages * kPieces);
     Shutdown();
-    capture.Stop();
+    kill(tcpdump.Pid(), SIGINT);
+    tcpdump.Reap();
 
     const std::vector<std::string> rows =
         Tshark("-r " + file + " " + c.decode + " -Y '" + c.filter + "' -T fields -e " + c.dataField);
