@@ -120,6 +120,14 @@ inline Bytes TestFrame(size_t length, uint32_t sequence)
     return frame;
 }
 
+// Test frames of these lengths, counted from 0.
+inline std::vector<Bytes> Frames(const std::vector<size_t>& lengths)
+{
+    std::vector<Bytes> frames;
+    for (size_t length : lengths) frames.push_back(TestFrame(length, static_cast<uint32_t>(frames.size())));
+    return frames;
+}
+
 inline uint32_t SequenceOf(const Bytes& f)
 {
     return f.size() < 18 ? 0xFFFFFFFFu : uint32_t{f[14]} << 24 | uint32_t{f[15]} << 16 | uint32_t{f[16]} << 8 | f[17];

@@ -7,15 +7,6 @@
 namespace eth_test {
 namespace {
 
-const size_t kLengths[] = {60, 61, 64, 100, 511, 1000, 1513, 1514};
-
-std::vector<Bytes> Frames(const std::vector<size_t>& lengths, uint32_t first = 0)
-{
-    std::vector<Bytes> frames;
-    for (size_t length : lengths) frames.push_back(TestFrame(length, first + static_cast<uint32_t>(frames.size())));
-    return frames;
-}
-
 NXTEthError Send(NXTEthHandle handle, const std::vector<Bytes>& frames, uint32_t type, uint32_t* sent = nullptr)
 {
     Bytes block = RawBlock(frames, type);
@@ -29,7 +20,7 @@ TEST(EthTraffic, FramesArriveByteForByteInBothCheckSequenceModesOnTheSharedClock
     const NXTEthHandle tx = Open("NVX-ETH-1");
     const NXTEthHandle withFcs = Open("NVX-ETH-2");
     const NXTEthHandle withoutFcs = Open("NVX-ETH-2-RAW");
-    const std::vector<Bytes> frames = Frames({std::begin(kLengths), std::end(kLengths)});
+    const std::vector<Bytes> frames = Frames({60, 61, 64, 100, 511, 1000, 1513, 1514});
     const uint64_t perMs = TicksPerSecond(tx) / 1000;
     // The kernel stamps a frame on a veth inside the sending call; the stated
     // tolerance covers the conversion from its clock and a busy machine.
