@@ -161,8 +161,8 @@ protected:
         const long long seen = Figure("probe.states_seen");
         EXPECT_EQ(seen & (1 << Scheduled | 1 << Started), 1 << Scheduled | 1 << Started) << seen;
     }
-    // A CanPrinter (an EthPrinter that dumps every byte) of `source` with
-    // element_info, into a file of this test; returns the path.
+    // A CanPrinter (with `eth`, an EthPrinter that dumps every byte) of
+    // `source` with element_info, into a file of this test; returns the path.
     std::string MakePrinter(const std::string& name, const std::string& source, bool eth = false)
     {
         const std::string path = m_folder + "/" + name + ".txt";
@@ -170,10 +170,6 @@ protected:
         if (eth) Set(name + ".dump_bytes", -1);
         Connect(source, name + (eth ? ".iEth" : ".iCAN"));
         return path;
-    }
-    std::string MakeEthPrinter(const std::string& name, const std::string& source)
-    {
-        return MakePrinter(name, source, true);
     }
 
     long long Figure(const std::string& property)

@@ -31,7 +31,7 @@ protected:
         MakeOnInterface("NxEthMonitoring", "rx", "NVX-ETH-2");
         SetTsBehaviour("rx", tsBehavior);
         Set("rx.vectorize_frames", vectorize);
-        return MakeEthPrinter("got", "rx.oEth");
+        return MakePrinter("got", "rx.oEth", true);
     }
     // `count` plain frames whose lengths sweep from `from` to `to`,
     // `perElement` to an element, as fast as the injector takes them; the
@@ -43,7 +43,7 @@ protected:
               {"rate", 0}});
         MakeOnInterface("NxEthInject", "tx", "NVX-ETH-1", replayMode);
         Connect("gen.oEth", "tx.iEth");
-        return MakeEthPrinter("sent", "gen.oEth");
+        return MakePrinter("sent", "gen.oEth", true);
     }
 };
 

@@ -89,6 +89,8 @@ struct ScheduleCase {
     bool stops;  // at a stop time between frames 15 and 16; else at the end of data
 };
 
+void PrintTo(const ScheduleCase& c, std::ostream* os) { *os << c.name; }
+
 class ReplaySchedule : public ReplayTest, public ::testing::WithParamInterface<ScheduleCase> {};
 
 TEST_P(ReplaySchedule, EmitsOnScheduleAndNothingAfterTheStopTimeAndClosesTheStreamAtTheEndOfData)
