@@ -1,8 +1,9 @@
 // Faults on the bus side, injected by the simulator (faults.conf): a
 // transmission that fails on ORV-CAN-1 and NVX-ETH-1, a replay stream on
-// NVX-ETH-2, a channel, NVX-VIRT-1, that can't be registered. The component concerned stops with the library's
-// words; the rest of the diagram runs on. A hardware clock that can't be read
-// (NVX-ZIRA-1) ends a monitor's reader, which needs it to convert times.
+// NVX-ETH-2, a channel, NVX-VIRT-1, that can't be registered. The component
+// concerned stops with the library's words; the rest of the diagram runs on.
+// A hardware clock that can't be read (NVX-ZIRA-1) ends a monitor's reader,
+// which needs it to convert times.
 #include <string>
 
 #include "ComponentTest.h"
@@ -17,8 +18,7 @@ protected:
     void MakeBystander()
     {
         Make("CanFrameStats", "stats");
-        Make("CanGenerator", "other");
-        Set("other.period", "1000");
+        Make("CanGenerator", "other", {{"period", 1000}});
         Connect("other.oCAN", "stats.iCAN");
     }
     bool IsDead(const std::string& name) { return engine.Graph().IsDead(name); }
@@ -49,13 +49,12 @@ TEST_P(BusFaultsStop, TheComponentConcernedOnly)
         MakeOnChannel(f.model, name, f.channel, false, f.replayMode);
     if (*f.replayMode) {
         Make(eth ? "EthGenerator" : "CanGenerator", "gen");
-        if (eth) Set("gen.rate", "500");
+        if (eth) Set("gen.rate", 500);
         Connect(eth ? "gen.oEth" : "gen.oCAN", eth ? "tx.iEth" : "tx.iCAN");
     }
     if (std::string(f.replayMode) == "Synchronized") {
         Make("ReplayTimeSource", "times");
-        Connect("times.oLogStartTime", "tx.iLogStartTime");
-        Connect("times.oReplayStartTime", "tx.iReplayStartTime");
+        for (const std::string time : {"LogStartTime", "ReplayStartTime"}) Connect("times.o" + time, "tx.i" + time);
     }
     Run();
     ASSERT_TRUE(Eventually([&] { return IsDead(name); }, 10));

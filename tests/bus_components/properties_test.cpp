@@ -5,11 +5,8 @@
 #include <vector>
 
 #include "ComponentTest.h"
-#include "veld_component.h"
 #include "veld_object_types.h"
 #include "veld_output.h"
-#include "veld_property.h"
-#include "veld_property_value.h"
 
 namespace bus_components {
 namespace {
@@ -23,16 +20,7 @@ protected:
         for (int i = 0; i < channels->Count(); ++i) items.push_back(channels->Item(i).Beginning());
         return items;
     }
-    bool HasInput(const std::string& component, const std::string& input)
-    {
-        return Component(component)->HasInput(input.c_str());
-    }
-    bool HasOutput(const std::string& component, const std::string& output)
-    {
-        return Component(component)->HasOutput(output.c_str());
-    }
-    bool Flag(const std::string& property) { return engine.Property(property.c_str())->BoolValue(); }
-    bool IsMutable(const std::string& property) { return engine.Property(property.c_str())->IsMutable(); }
+    VELDProperty& Property(const std::string& name) { return *engine.Property(name.c_str()); }
 };
 
 const std::vector<std::string> kAllChannels = {"NVX-CAN-1", "NVX-CAN-2", "NVX-VIRT-1", "ORV-CAN-1", "NVX-ZIRA-1",
@@ -124,38 +112,42 @@ TEST_F(BusPropertiesTest, VirtualChannelWarnsAndClassicRatesAreClampedToOneMegab
 TEST_F(BusPropertiesTest, ModesDecideWhichPropertiesInputsAndOutputsExist)
 {
     Make("NxCanMonitoring", "rx");
+    VELDComponent& rx = *Component("rx");
     EXPECT_FALSE(HasProperty("rx", "sampling_period"));
     EXPECT_FALSE(HasProperty("rx", "replay_mode"));
-    EXPECT_FALSE(HasOutput("rx", "oSimTime"));
+    EXPECT_FALSE(rx.HasOutput("oSimTime"));
     Set("rx.sampling_mode", "Polling");
     EXPECT_TRUE(HasProperty("rx", "sampling_period"));
     Set("rx.sampling_mode", "Event based");
     EXPECT_FALSE(HasProperty("rx", "sampling_period"));
-    Set("rx.sim_time_output", "true");
-    EXPECT_TRUE(HasOutput("rx", "oSimTime"));
-    EXPECT_EQ(Component("rx")->Output("oCAN").Type().value & 0xFFFFFFFF, 0x80u);
-    Set("rx.can_fd", "true");
-    EXPECT_EQ(Component("rx")->Output("oCAN").Type().value & 0xFFFFFFFF, 0x80000u);
-    Set("rx.output_type", "Universal CAN");
-    EXPECT_EQ(Component("rx")->Output("oCAN").Type().value & 0xFFFFFFFF, 0x1000000u);
-    Set("rx.can_fd", "false");
-    EXPECT_EQ(Component("rx")->Output("oCAN").Type().value & 0xFFFFFFFF, 0x1000000u);
+    Set("rx.sim_time_output", true);
+    EXPECT_TRUE(rx.HasOutput("oSimTime"));
+    // The record of oCAN: classic, CAN FD, and universal whatever can_fd.
+    EXPECT_EQ(rx.Output("oCAN").Type().value & 0xFFFFFFFF, 0x80u);
+    const struct {
+        const char* property;
+        Value value;
+        unsigned type;
+    } records[] = {{"can_fd", true, 0x80000}, {"output_type", "Universal CAN", 0x1000000}, {"can_fd", false, 0x1000000}};
+    for (const auto& r : records) {
+        Set(std::string("rx.") + r.property, r.value);
+        EXPECT_EQ(rx.Output("oCAN").Type().value & 0xFFFFFFFF, r.type) << r.property << " " << r.value;
+    }
 
     // Synchronized (the default) has the replay group, the time inputs and
     // the state output; Unsynchronized keeps only the mode.
     Make("NxCanInject", "tx");
-    for (const char* p : {"replay_mode", "replay_period", "high_speed"}) EXPECT_TRUE(HasProperty("tx", p)) << p;
-    for (const char* i : {"iLogStartTime", "iReplayStartTime", "iReplayStopTime", "iReplayEofTime", "iCAN"})
-        EXPECT_TRUE(HasInput("tx", i)) << i;
-    EXPECT_TRUE(HasOutput("tx", "oReplayStateInfo"));
-    Set("tx.replay_mode", "Unsynchronized");
-    EXPECT_TRUE(HasProperty("tx", "replay_mode"));
-    EXPECT_FALSE(HasProperty("tx", "replay_period"));
-    EXPECT_FALSE(HasProperty("tx", "high_speed"));
-    for (const char* i : {"iLogStartTime", "iReplayStartTime", "iReplayStopTime", "iReplayEofTime"})
-        EXPECT_FALSE(HasInput("tx", i)) << i;
-    EXPECT_TRUE(HasInput("tx", "iCAN"));
-    EXPECT_FALSE(HasOutput("tx", "oReplayStateInfo"));
+    VELDComponent& tx = *Component("tx");
+    for (const bool synchronized : {true, false}) {
+        SCOPED_TRACE(synchronized ? "Synchronized" : "Unsynchronized");
+        if (!synchronized) Set("tx.replay_mode", "Unsynchronized");
+        EXPECT_TRUE(HasProperty("tx", "replay_mode"));
+        EXPECT_TRUE(tx.HasInput("iCAN"));
+        for (const char* p : {"replay_period", "high_speed"}) EXPECT_EQ(HasProperty("tx", p), synchronized) << p;
+        for (const char* i : {"iLogStartTime", "iReplayStartTime", "iReplayStopTime", "iReplayEofTime"})
+            EXPECT_EQ(tx.HasInput(i), synchronized) << i;
+        EXPECT_EQ(tx.HasOutput("oReplayStateInfo"), synchronized);
+    }
 }
 
 TEST_F(BusPropertiesTest, ZiraChannelLocksHighSpeedOff)
@@ -164,15 +156,15 @@ TEST_F(BusPropertiesTest, ZiraChannelLocksHighSpeedOff)
     Trigger("tx.Refresh_Devices");
     Set("tx.high_speed", "true");
     Set("tx.channel", "NVX-ZIRA-1");
-    EXPECT_FALSE(Flag("tx.high_speed"));
-    EXPECT_FALSE(IsMutable("tx.high_speed"));
+    EXPECT_FALSE(Property("tx.high_speed").BoolValue());
+    EXPECT_FALSE(Property("tx.high_speed").IsMutable());
     EXPECT_TRUE(Reported("The Data Replay property \"high_speed\" is not supported with ZIRA application and is "
                          "deselected!"));
     EXPECT_FALSE(Refusal("tx.high_speed", "true").empty());
     Set("tx.channel", "NVX-CAN-1");
-    EXPECT_TRUE(IsMutable("tx.high_speed"));
-    Set("tx.high_speed", "true");
-    EXPECT_TRUE(Flag("tx.high_speed"));
+    EXPECT_TRUE(Property("tx.high_speed").IsMutable());
+    Set("tx.high_speed", true);
+    EXPECT_TRUE(Property("tx.high_speed").BoolValue());
 }
 
 TEST_F(BusPropertiesTest, BirthNeedsAChannelAndTellsTheCustomOne)

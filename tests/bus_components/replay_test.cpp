@@ -3,8 +3,9 @@
 // L + P, L + 2P...), a ReplayTimeSource gives the replay start S a lead after
 // the run's start, and the library emits frame k at S + kP. A monitor on the
 // other channel stamps each frame with hardware time (the engine's clock
-// here); a probe reads the injector's replay state records. Or tcpdump captures the other end of the
-// link and tshark puts the fragmented messages back together.
+// here); a probe reads the injector's replay state records. Or tcpdump
+// captures the other end of the link and tshark puts the fragmented messages
+// back together.
 #include <signal.h>
 
 #include <string>
@@ -13,7 +14,6 @@
 
 #include "ChildProcess.h"
 #include "EthComponentTest.h"
-#include "pcap_file.h"
 
 namespace bus_components {
 namespace {
@@ -40,14 +40,9 @@ protected:
         MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
         SetTsBehaviour("rx", 1);
         m_printed = MakePrinter("print", "rx.oCAN");
-        Make("CanGenerator", "gen");
-        Set("gen.output_type", "Universal CAN");
-        Set("gen.identifier", "0x321");
-        Set("gen.count", std::to_string(kFrames));
-        Set("gen.period", std::to_string(kPeriod));
-        Set("gen.first_timestamp", std::to_string(kLogStart));
-        Set("gen.paced", "false");
-        Set("gen.frames_per_element", "10");
+        Make("CanGenerator", "gen",
+             {{"output_type", "Universal CAN"}, {"identifier", "0x321"}, {"count", kFrames}, {"period", kPeriod},
+              {"first_timestamp", kLogStart}, {"paced", false}, {"frames_per_element", 10}});
         MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", true);
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
         Connect("gen.oCAN", "tx.iCAN");
@@ -60,15 +55,10 @@ protected:
     void BuildEth(const std::string& traffic, int count, int perElement, const std::string& protocol,
                   long long stopAfter, long long eofDelay, bool reverse = false)
     {
-        Make("EthGenerator", "gen");
-        Set("gen.traffic", traffic);
-        Set("gen.message_size", "4000");
-        Set("gen.count", std::to_string(count));
-        Set("gen.rate", std::to_string(kRate));
-        Set("gen.frames_per_element", std::to_string(perElement));
-        Set("gen.first_timestamp", std::to_string(kLogStart));
-        Make("EthMangler", "mangle");
-        Set("mangle.reverse", reverse ? "true" : "false");
+        Make("EthGenerator", "gen",
+             {{"traffic", traffic}, {"message_size", 4000}, {"count", count}, {"rate", kRate},
+              {"frames_per_element", perElement}, {"first_timestamp", kLogStart}});
+        Make("EthMangler", "mangle", {{"reverse", reverse}});
         Connect("gen.oEth", "mangle.iEth");
         MakeOnInterface("NxEthInject", "tx", "NVX-ETH-1");
         EXPECT_EQ(Text("tx.replay_mode"), "Synchronized");
@@ -98,6 +88,8 @@ struct ScheduleCase {
     bool eth;
     bool stops;  // at a stop time between frames 15 and 16; else at the end of data
 };
+
+void PrintTo(const ScheduleCase& c, std::ostream* os) { *os << c.name; }
 
 class ReplaySchedule : public ReplayTest, public ::testing::WithParamInterface<ScheduleCase> {};
 
@@ -147,26 +139,6 @@ INSTANTIATE_TEST_SUITE_P(Buses, ReplaySchedule,
                                            ScheduleCase{"EthernetStopped", true, true}),
                          [](const ::testing::TestParamInfo<ScheduleCase>& info) { return info.param.name; });
 
-// tcpdump on the other end of the link, in this process's network
-// namespace, into `file` until Stop; in immediate mode, so that it holds
-// nothing back when it stops.
-class Capture {
-public:
-    explicit Capture(const std::string& file)
-        : m_tcpdump("/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p --immediate-mode -U -Z root -w " + file + " 2>&1"})
-    {
-        EXPECT_NE(m_tcpdump.Line().find("listening on nvxeth2"), std::string::npos) << "tcpdump did not start";
-    }
-    void Stop()
-    {
-        kill(m_tcpdump.Pid(), SIGINT);
-        m_tcpdump.Reap();
-    }
-
-private:
-    nxtest::ChildProcess m_tcpdump;
-};
-
 // The first lines of tshark's listing of a capture, for a failure's message.
 std::string Listing(const std::string& file)
 {
@@ -194,15 +166,21 @@ TEST_P(EthReassemblyTest, AShuffledFragmentedStreamReachesTheWireWholeAndInOrder
 {
     const FragmentCase& c = GetParam();
     const int kMessages = 12, kPieces = 3;  // of a 4000-byte message
+    // tcpdump on the other end of the link, in this process's network
+    // namespace; in immediate mode, so that it holds nothing back when it
+    // stops.
     const std::string file = m_folder + "/wire.pcap";
-    Capture capture(file);
+    nxtest::ChildProcess tcpdump(
+        "/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p --immediate-mode -U -Z root -w " + file + " 2>&1"});
+    ASSERT_NE(tcpdump.Line().find("listening on nvxeth2"), std::string::npos) << "tcpdump did not start";
     // Each message's pieces recorded backwards: its own element, reversed.
     BuildEth(c.traffic, kMessages * kPieces, kPieces, c.protocol, 0, 300000, true);
     Run();
     ASSERT_TRUE(Eventually([&] { return Figure("probe.state") == End; }, 15)) << Figure("probe.state");
     EXPECT_EQ(Figure("probe.sent"), kMessages * kPieces);
     Shutdown();
-    capture.Stop();
+    kill(tcpdump.Pid(), SIGINT);
+    tcpdump.Reap();
 
     const std::vector<std::string> rows =
         Tshark("-r " + file + " " + c.decode + " -Y '" + c.filter + "' -T fields -e " + c.dataField);

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "EthComponentTest.h"
-#include "pcap_file.h"
 
 namespace bus_components {
 namespace {
@@ -39,27 +38,28 @@ void ExpectStamps(int behaviour, const std::vector<Stamp>& stamps, long long bef
     }
 }
 
-class ClockOffsetTest : public EthComponentTest {};
+using ClockOffsetTest = EthComponentTest;
 
 TEST_F(ClockOffsetTest, TimestampsFollowTheSelectedBehaviour)
 {
     // One monitor per ts_behavior, on the same frames.
     const int kFrames = 24;
-    const char* channels[] = {"NVX-CAN-2", "NVX-ZIRA-1", "ORV-CAN-1"};
-    const bool vectorize[] = {false, true, true};
-    const char* sampling[] = {"Event based", "Polling", "Event based"};
+    const struct {
+        const char* channel;
+        bool vectorize;
+        const char* sampling;
+    } monitors[] = {
+        {"NVX-CAN-2", false, "Event based"}, {"NVX-ZIRA-1", true, "Polling"}, {"ORV-CAN-1", true, "Event based"}};
     std::vector<std::string> files;
     for (int i = 0; i < 3; ++i) {
         const std::string rx = "rx" + std::to_string(i);
-        MakeOnChannel("NxCanMonitoring", rx, channels[i], false);
+        MakeOnChannel("NxCanMonitoring", rx, monitors[i].channel, false);
         SetTsBehaviour(rx, i);
-        Set(rx + ".vectorize_frames", vectorize[i] ? "true" : "false");
-        Set(rx + ".sampling_mode", sampling[i]);
+        Set(rx + ".vectorize_frames", monitors[i].vectorize);
+        Set(rx + ".sampling_mode", monitors[i].sampling);
         files.push_back(MakePrinter("print" + std::to_string(i), rx + ".oCAN"));
     }
-    Make("CanGenerator", "gen");
-    Set("gen.count", std::to_string(kFrames));
-    Set("gen.period", "2000");
+    Make("CanGenerator", "gen", {{"count", kFrames}, {"period", 2000}});
     MakeOnChannel("NxCanInject", "tx", "NVX-CAN-1", false, "Unsynchronized");
     Connect("gen.oCAN", "tx.iCAN");
 
@@ -112,12 +112,9 @@ TEST_F(ClockOffsetTest, EthernetTimestampsFollowTheSelectedBehaviour)
 
 TEST_F(ClockOffsetTest, SimulationTimeIsTheHardwareClockStampedWithTheEngines)
 {
-    Make("NxCanMonitoring", "rx");
-    Trigger("rx.Refresh_Devices");
-    Set("rx.channel", "NVX-CAN-2");
-    Set("rx.data_baudrate", "500");
-    Set("rx.sim_time_output", "true");
-    Set("rx.polling_period", "2000");
+    MakeOnChannel("NxCanMonitoring", "rx", "NVX-CAN-2", false);
+    Set("rx.sim_time_output", true);
+    Set("rx.polling_period", 2000);
     Make("TimeProbe", "time");
     Connect("rx.oSimTime", "time.iTime");
     Run();

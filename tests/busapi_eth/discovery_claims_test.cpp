@@ -1,6 +1,4 @@
 // Discovery, claims across processes, errors and injected faults.
-#include <signal.h>
-
 #include <cstring>
 
 #include "ChildProcess.h"
@@ -9,13 +7,10 @@
 namespace eth_test {
 namespace {
 
-using veldtest::Eventually;
-
 std::vector<std::string> Identifiers(const std::vector<NXSEthInterfaceInfo>& infos)
 {
     std::vector<std::string> ids;
-    for (const auto& info : infos)
-        ids.push_back(info.szInterfaceIdentifier);
+    for (const auto& info : infos) ids.push_back(info.szInterfaceIdentifier);
     return ids;
 }
 
@@ -69,12 +64,8 @@ TEST(EthClaims, AnInterfaceBelongsToOneRegistrationAcrossProcesses)
     NXTEthHandle again = NXETH_INVALID_HANDLE;
     EXPECT_EQ(Register("NVX-ETH-2", &again), NXETH_ERR_INTERFACE_IN_USE) << "in this process too";
     EXPECT_EQ(Lib().UnregisterInterface(other), NXETH_SUCCESS);
-
-    holder.Kill();  // not reaped yet: a zombie holds nothing either
-    NXTEthError rc = NXETH_ERR_INTERFACE_IN_USE;
-    EXPECT_TRUE(Eventually([&] { return (rc = Register("NVX-ETH-1", &h)) != NXETH_ERR_INTERFACE_IN_USE; }, 5));
-    ASSERT_EQ(rc, NXETH_SUCCESS) << ErrorText(rc);
-    EXPECT_EQ(Lib().UnregisterInterface(h), NXETH_SUCCESS);
+    // A dead holder's claims go as the CAN library's do (the claims live in
+    // the same shared segment code): busapi_sim's ProcessTest.
 }
 
 TEST(EthLifecycle, CallsOutOfOrderAndFaultsAreRefusedWithTheirCodes)

@@ -23,12 +23,10 @@ int main(int argc, char** argv)
         unsetenv("NXBUSAPI_SIM_CONFIG");
     else
         setenv("NXBUSAPI_SIM_CONFIG", BUSAPI_ETH_TEST_CONFIG, 1);
-    if (access(NX_BUSAPI_ETH_LIBRARY_PATH, R_OK) != 0 || access("/sys/class/net", R_OK) != 0) {
-        std::fprintf(stderr, "busapi_eth_tests: no Ethernet library at %s; run the tests through tools/with-sim-bus\n",
-                     NX_BUSAPI_ETH_LIBRARY_PATH);
-        return 1;
-    }
-    const std::string error = eth_test::Load(NX_BUSAPI_ETH_LIBRARY_PATH);
+    const std::string error = access(NX_BUSAPI_ETH_LIBRARY_PATH, R_OK) != 0 || access("/sys/class/net", R_OK) != 0
+                                  ? std::string("no Ethernet library at ") + NX_BUSAPI_ETH_LIBRARY_PATH +
+                                        "; run the tests through tools/with-sim-bus"
+                                  : eth_test::LoadApi(NX_BUSAPI_ETH_LIBRARY_PATH, &eth_test::g_api);
     if (!error.empty()) {
         std::fprintf(stderr, "busapi_eth_tests: %s\n", error.c_str());
         return 1;
@@ -38,11 +36,11 @@ int main(int argc, char** argv)
         const NXTEthError rc = eth_test::Register(argv[2], &handle);
         std::printf("%s\n", rc == NXETH_SUCCESS ? "ready" : eth_test::ErrorText(rc).c_str());
         std::fflush(stdout);
-        for (;;)
-            pause();
+        for (;;) pause();
     }
     ::testing::InitGoogleTest(&argc, argv);
     const std::string filter = ::testing::GTEST_FLAG(filter);
-    ::testing::GTEST_FLAG(filter) = defaultTopology ? "EthDefault*" : filter + (filter.find('-') == std::string::npos ? "-" : ":") + "EthDefault*";
+    ::testing::GTEST_FLAG(filter) =
+        defaultTopology ? "EthDefault*" : filter + (filter.find('-') == std::string::npos ? "-" : ":") + "EthDefault*";
     return RUN_ALL_TESTS();
 }

@@ -61,7 +61,7 @@ TEST(EthReplay, TheHeadOfARecordFollowsTheFramesLength)
     }
 }
 
-TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
+TEST(EthReplay, FramesOfBothTypesLeaveInOrderOnScheduleFromAStreamOfferedInParts)
 {
     const NXTEthHandle tx = Open("NVX-ETH-1", true);
     const NXTEthHandle rx = Open("NVX-ETH-2-RAW");
@@ -78,8 +78,7 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
         const bool withFcs = i % 2 == 1;
         records.push_back({logBase + i * 5 * perMs, withFcs ? 1u : 3u, withFcs ? WithCheckSequence(frame) : frame});
         Append(stream, records.back());
-        if (i == 10)
-            Append(stream, {logBase + 52 * perMs, NXETH_FRAME_TYPE_LOOPBACK_FRAME, TestFrame(60, 99)});
+        if (i == 10) Append(stream, {logBase + 52 * perMs, NXETH_FRAME_TYPE_LOOPBACK_FRAME, TestFrame(60, 99)});
     }
     Append(stream, {0, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS, {}}, true);
 
@@ -115,26 +114,10 @@ TEST(EthReplay, FramesLeaveInOrderOnScheduleUntilTheStopTime)
     EXPECT_EQ(info.ui64ErrorData, 1u);
     EXPECT_EQ(info.ui64Dropped + info.ui64SendFailed, 0u);
     EXPECT_EQ(info.ui64Timestamp, records.back().timestamp);
+    // This library's code for a rule of the replay engine, whose rules of
+    // start, stop and counters the CAN library's tests cover.
     EXPECT_EQ(Lib().SetReplayStartTime(tx, start, logBase, NXETH_REPLAY_OPTION_NONE, 0),
               NXETH_ERR_REPLAY_ALREADY_STARTED);
-
-    // Again from a new start, with a stop time after the fifth frame.
-    const uint64_t again = Now(tx) + 50 * perMs;
-    ASSERT_EQ(Lib().SetReplayStartTime(tx, again, 0, NXETH_REPLAY_OPTION_FORCE_APPLY, 0), NXETH_SUCCESS);
-    ASSERT_EQ(Lib().SetReplayStopTime(tx, again + 22 * perMs), NXETH_SUCCESS);
-    stream.clear();
-    for (uint32_t i = 0; i < 10; ++i)
-        Append(stream, {i * 5 * perMs, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS, TestFrame(100, 100 + i)});
-    size = static_cast<uint32_t>(stream.size());
-    ASSERT_EQ(Lib().ReplayStreamData(tx, &size, stream.data()), NXETH_SUCCESS);
-    EXPECT_TRUE(Reaches(tx, NXETH_REPLAY_STATE_STOP));
-    const std::vector<Frame> second = Receive(rx, 10, std::chrono::milliseconds(300));
-    ASSERT_EQ(second.size(), 5u);
-    for (uint32_t i = 0; i < 5; ++i)
-        EXPECT_EQ(SequenceOf(second[i].data), 100 + i);
-    info = Status(tx);
-    EXPECT_EQ(info.ui64SentFrames, 25u);
-    EXPECT_EQ(info.ui64Dropped, 5u);
 
     // A record that is not one stops the stream before it.
     stream.clear();

@@ -21,28 +21,18 @@ int Shell(const std::string& command)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::vector<Bytes> Frames()
-{
-    std::vector<Bytes> frames;
-    for (size_t length : {60, 64, 128, 600, 1514, 61})
-        frames.push_back(TestFrame(length, static_cast<uint32_t>(frames.size())));
-    return frames;
-}
-
 std::vector<Bytes> Payloads(const std::vector<Frame>& frames)
 {
     std::vector<Bytes> payloads;
-    for (const Frame& f : frames)
-        payloads.push_back(Payload(f));
+    for (const Frame& f : frames) payloads.push_back(Payload(f));
     return payloads;
 }
 
 TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
 {
-    if (!Installed("/usr/bin/tcpdump"))
-        GTEST_SKIP() << "tcpdump is not installed";
-    TempFolder folder;
-    const std::vector<Bytes> frames = Frames();
+    if (!Installed("/usr/bin/tcpdump")) GTEST_SKIP() << "tcpdump is not installed";
+    veldtest::ScratchDir folder;
+    const std::vector<Bytes> frames = Frames({60, 64, 128, 600, 1514, 61});
     nxtest::ChildProcess tcpdump("/bin/sh", {"-c", "exec /usr/bin/tcpdump -i nvxeth2 -p -U -Z root -c " +
                                                        std::to_string(frames.size()) + " -w " + (folder / "got.pcap") +
                                                        " 2>&1"});
@@ -61,7 +51,7 @@ TEST(EthTools, TcpdumpCapturesWhatTheLibrarySends)
 
 TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
 {
-    TempFolder folder;
+    veldtest::ScratchDir folder;
     const NXTEthHandle rx = Open("NVX-ETH-2-RAW");
     if (Shell("/usr/bin/python3 -c 'import scapy' 2>/dev/null") == 0) {
         // scapy builds its own frames and keeps a copy of what it sent.
@@ -77,7 +67,7 @@ TEST(EthTools, TheLibraryReadsWhatScapyAndTcpreplaySend)
         EXPECT_EQ(Payloads(Receive(rx, sent.size())), sent);
     }
     if (Installed("/usr/bin/tcpreplay")) {
-        const std::vector<Bytes> frames = Frames();
+        const std::vector<Bytes> frames = Frames({60, 64, 128, 600, 1514, 61});
         std::vector<CapturedFrame> capture;
         for (const Bytes& f : frames) capture.push_back({0, f});
         ASSERT_TRUE(WritePcap(folder / "ours.pcap", capture));

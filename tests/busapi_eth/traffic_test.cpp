@@ -7,16 +7,6 @@
 namespace eth_test {
 namespace {
 
-const size_t kLengths[] = {60, 61, 64, 100, 511, 1000, 1513, 1514};
-
-std::vector<Bytes> Frames(const std::vector<size_t>& lengths, uint32_t first = 0)
-{
-    std::vector<Bytes> frames;
-    for (size_t length : lengths)
-        frames.push_back(TestFrame(length, first + static_cast<uint32_t>(frames.size())));
-    return frames;
-}
-
 NXTEthError Send(NXTEthHandle handle, const std::vector<Bytes>& frames, uint32_t type, uint32_t* sent = nullptr)
 {
     Bytes block = RawBlock(frames, type);
@@ -30,7 +20,7 @@ TEST(EthTraffic, FramesArriveByteForByteInBothCheckSequenceModesOnTheSharedClock
     const NXTEthHandle tx = Open("NVX-ETH-1");
     const NXTEthHandle withFcs = Open("NVX-ETH-2");
     const NXTEthHandle withoutFcs = Open("NVX-ETH-2-RAW");
-    const std::vector<Bytes> frames = Frames({std::begin(kLengths), std::end(kLengths)});
+    const std::vector<Bytes> frames = Frames({60, 61, 64, 100, 511, 1000, 1513, 1514});
     const uint64_t perMs = TicksPerSecond(tx) / 1000;
     // The kernel stamps a frame on a veth inside the sending call; the stated
     // tolerance covers the conversion from its clock and a busy machine.
@@ -73,8 +63,7 @@ TEST(EthTraffic, FramesArriveByteForByteInBothCheckSequenceModesOnTheSharedClock
         {{TestFrame(1519, 0)}, NXETH_FRAME_TYPE_ETHERNET_FRAME_WITHOUT_FCS, NXETH_ERR_INVALID_FRAME},
         {{TestFrame(60, 0), TestFrame(60, 1)}, NXETH_FRAME_TYPE_LOOPBACK_FRAME, NXETH_ERR_INVALID_FRAME},
     };
-    for (const auto& r : refused)
-        EXPECT_EQ(Send(tx, r.frames, r.type), r.rc);
+    for (const auto& r : refused) EXPECT_EQ(Send(tx, r.frames, r.type), r.rc);
     // The count is of frames: none sends nothing.
     Bytes one = RawBlock({TestFrame(60, 0)}, NXETH_FRAME_TYPE_ETHERNET_FRAME);
     EXPECT_EQ(Lib().TransmitFrames(tx, 0, one.data(), &n), NXETH_SUCCESS);
@@ -109,12 +98,10 @@ TEST(EthTraffic, AReadTooSmallTakesWholeFramesFlagsTheRestAndLosesNothing)
                 << "frame " << got.size() + i;
         }
         got.insert(got.end(), part.begin(), part.end());
-        if (n == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (n == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     ASSERT_EQ(got.size(), frames.size());
-    for (size_t i = 0; i < frames.size(); ++i)
-        EXPECT_EQ(Payload(got[i]), frames[i]) << i;
+    for (size_t i = 0; i < frames.size(); ++i) EXPECT_EQ(Payload(got[i]), frames[i]) << i;
     Close({tx, rx});
 }
 
@@ -153,8 +140,7 @@ TEST(EthTraffic, AFilterKeepsWhatItSelects)
     ASSERT_EQ(Send(tx, Frames(std::vector<size_t>(6, 80)), NXETH_FRAME_TYPE_ETHERNET_FRAME), NXETH_SUCCESS);
     const std::vector<Frame> got = Receive(rx, 3);
     ASSERT_EQ(got.size(), 3u);
-    for (size_t i = 0; i < got.size(); ++i)
-        EXPECT_EQ(SequenceOf(got[i].data), 2 * i);
+    for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(SequenceOf(got[i].data), 2 * i);
     char wrong[] = "ether nonsense";
     EXPECT_EQ(Lib().SetFilter(rx, wrong), NXETH_ERR_INVALID_FILTER);
     EXPECT_NE(ErrorText(NXETH_ERR_INVALID_FILTER).find("nonsense"), std::string::npos);
@@ -167,8 +153,7 @@ TEST(EthTraffic, ALineRateHoldsTheDeviceToItsPace)
         "ip link add nvxrate1 type veth peer name nvxrate2 2>/dev/null && "
         "echo 1 >/proc/sys/net/ipv6/conf/nvxrate1/disable_ipv6 && echo 1 >/proc/sys/net/ipv6/conf/nvxrate2/disable_ipv6 "
         "&& ip link set nvxrate1 up && ip link set nvxrate2 up";
-    if (std::system(make) != 0)
-        GTEST_SKIP() << "no veth pair of its own here";
+    if (std::system(make) != 0) GTEST_SKIP() << "no veth pair of its own here";
     const NXTEthHandle tx = Open("NVX-RATE-1");
     const NXTEthHandle rx = Open("NVX-RATE-2");
     uint32_t size = 0;
@@ -182,8 +167,7 @@ TEST(EthTraffic, ALineRateHoldsTheDeviceToItsPace)
     sender.join();
     ASSERT_EQ(sent, NXETH_SUCCESS) << ErrorText(sent);
     ASSERT_EQ(got.size(), frames.size()) << "the device's queue waits, it does not drop";
-    for (size_t i = 0; i < got.size(); ++i)
-        EXPECT_EQ(got[i].data, frames[i]) << i;
+    for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i].data, frames[i]) << i;
     // Never faster than the line: 1538 bytes on the wire a frame, a burst of
     // a millisecond at the start.
     const double seconds = static_cast<double>(got.back().ticks - got.front().ticks) / TicksPerSecond(rx);

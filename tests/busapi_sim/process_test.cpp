@@ -1,49 +1,26 @@
-// Several processes on one bus: traffic across them, channel claims, and a
-// process that dies while it holds the bus. This program is also the other
-// process (the environment selects the namespace and configuration, as for
-// any user of the library); each mode prints "ready" once it is in place:
-//   busapi_sim_tests receive CHANNEL COUNT TIMEOUT_MS  then a line per frame
-//   busapi_sim_tests hold CHANNEL                      claims it and waits
-//   busapi_sim_tests hold-lock BUS                     holds its lock and waits
-#include <sys/wait.h>
+// Several processes on one bus: channel claims, and a process that dies
+// while it holds the bus. (Traffic across processes is the business of the
+// veldor commands' tests: a replay recorded by another process.) This
+// program is also the other process (the environment selects the namespace
+// and configuration, as for any user of the library); each mode prints
+// "ready" once it is in place, then waits:
+//   busapi_sim_tests hold CHANNEL     claims it
+//   busapi_sim_tests hold-lock BUS    holds its lock
 #include <unistd.h>
 
 #include <cstdio>
-#include <thread>
 
 #include "ChildProcess.h"
-#include "scratch.h"
 #include "sim_test_support.h"
-#include "simulator.h"
 
 namespace nxsim_test {
 namespace {
 
-class Peer : public nxtest::ChildProcess {
-public:
-    explicit Peer(std::vector<std::string> args) : ChildProcess("/proc/self/exe", std::move(args)) {}
-};
-
 using ProcessTest = SimTest;
-
-TEST_F(ProcessTest, AnotherProcessReceivesWhatThisOneSends)
-{
-    Peer peer({"receive", "NVX-CAN-2", "3", "5000"});
-    ASSERT_EQ(peer.Line(), "ready");
-    const NXTCanHandle tx = Open("NVX-CAN-1");
-    NXSCanMessage frames[] = {DataFrame(0x321, 2, false, 0, 0x10), DataFrame(0x1234567, 8, true, 0, 0x20),
-                              DataFrame(0x7, 9, false, NXCAN_FLAG_TX_FD | NXCAN_FLAG_TX_BRS, 0x30)};
-    ASSERT_EQ(NXCAN_TransmitMessages(tx, 3, frames), NXCAN_SUCCESS);
-    EXPECT_EQ(peer.Line(), "321 1 2 0 10 17 00 00 00 00 00 00");
-    EXPECT_EQ(peer.Line(), "1234567 2 8 0 20 27 2e 35 3c 43 4a 51");
-    EXPECT_EQ(peer.Line(), "7 1 9 300 30 37 3e 45 4c 53 5a 61");
-    const int status = peer.Reap();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-}
 
 TEST_F(ProcessTest, ChannelOfALiveProcessIsRefusedAndOfADeadOneReleased)
 {
-    Peer holder({"hold", "NVX-CAN-1"});
+    nxtest::ChildProcess holder("/proc/self/exe", {"hold", "NVX-CAN-1"});
     ASSERT_EQ(holder.Line(), "ready");
     NXTCanHandle h = NXCAN_INVALID_HANDLE;
     EXPECT_EQ(Register("NVX-CAN-1", &h), NXCAN_ERR_CHANNEL_IN_USE);
@@ -60,7 +37,7 @@ TEST_F(ProcessTest, ChannelOfALiveProcessIsRefusedAndOfADeadOneReleased)
 
 TEST_F(ProcessTest, ProcessKilledHoldingTheBusLockDoesNotWedgeIt)
 {
-    Peer locker({"hold-lock", "CAN1"});
+    nxtest::ChildProcess locker("/proc/self/exe", {"hold-lock", "CAN1"});
     ASSERT_EQ(locker.Line(), "ready");
     locker.Kill();
     locker.Reap();
@@ -79,49 +56,22 @@ TEST_F(ProcessTest, ProcessKilledHoldingTheBusLockDoesNotWedgeIt)
 
 namespace {
 
-int RunPeer(const std::string& mode, char** argv)
+int RunPeer(const std::string& mode, const char* what)
 {
-    using namespace nxsim_test;
     NXTCanHandle h = NXCAN_INVALID_HANDLE;
-    bool fd = false;
     if (mode == "hold-lock") {
         nxsim::Simulator& sim = nxsim::Simulator::Instance();
-        nxsim::Bus* bus = sim.Ready() == NXCAN_SUCCESS ? sim.FindBus(argv[2]) : nullptr;
+        nxsim::Bus* bus = sim.Ready() == NXCAN_SUCCESS ? sim.FindBus(what) : nullptr;
         std::string error;
         if (bus == nullptr || bus->EnsureAttached(&error) != NXCAN_SUCCESS)
-            return std::fprintf(stderr, "bus %s: %s\n", argv[2], error.c_str()), 2;
+            return std::fprintf(stderr, "bus %s: %s\n", what, error.c_str()), 2;
         bus->SegmentForTests()->Lock();
-    } else if (Register(argv[2], &h) != NXCAN_SUCCESS ||
-               (mode == "receive" && (NXCAN_InitChannel(h, NXCAN_IDENTIFIER_TYPE_STD_XTD, 32768, true, &fd) != NXCAN_SUCCESS ||
-                                      NXCAN_ActivateChannel(h) != NXCAN_SUCCESS))) {
-        return std::fprintf(stderr, "cannot open %s\n", argv[2]), 2;
+    } else if (nxsim_test::Register(what, &h) != NXCAN_SUCCESS) {
+        return std::fprintf(stderr, "cannot open %s\n", what), 2;
     }
     std::printf("ready\n");
     std::fflush(stdout);
-    if (mode != "receive")
-        for (;;)
-            pause();
-    std::vector<NXSCanMessage> buffer(256);
-    size_t got = 0;
-    const size_t wanted = std::strtoul(argv[3], nullptr, 10);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[4]));
-    while (got < wanted && std::chrono::steady_clock::now() < deadline) {
-        uint32_t n = static_cast<uint32_t>(buffer.size());
-        if (NXCAN_ReadReceiveQueue(h, &n, buffer.data()) != NXCAN_SUCCESS)
-            return 4;
-        for (const NXSCanMessage& m : std::vector<NXSCanMessage>(buffer.begin(), buffer.begin() + n)) {
-            std::printf("%x %u %u %x", m.ulCanIdentifier, m.tCanIdentifierType, m.usDLC, m.ulFlags);
-            for (int b = 0; b < 8; ++b)
-                std::printf(" %02x", m.ucData[b]);
-            std::printf("\n");
-        }
-        std::fflush(stdout);
-        got += n;
-        if (n == 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    NXCAN_UnregisterChannel(h);
-    return got >= wanted ? 0 : 3;
+    for (;;) pause();
 }
 
 }  // namespace
@@ -129,8 +79,7 @@ int RunPeer(const std::string& mode, char** argv)
 int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
-    if ((mode == "receive" && argc == 5) || ((mode == "hold" || mode == "hold-lock") && argc == 3))
-        return RunPeer(mode, argv);
+    if ((mode == "hold" || mode == "hold-lock") && argc == 3) return RunPeer(mode, argv[2]);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

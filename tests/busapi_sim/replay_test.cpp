@@ -3,7 +3,6 @@
 #include <cstring>
 #include <thread>
 
-#include "scratch.h"
 #include "sim_test_support.h"
 
 namespace nxsim_test {
@@ -98,8 +97,7 @@ TEST_F(ReplayTest, StopTimeEndsTheReplay)
 {
     OpenPair();
     std::vector<uint8_t> stream;
-    for (uint64_t i = 0; i < 10; ++i)
-        AppendRecord(stream, Ms(50 * i), 0x200 + i, 1);
+    for (uint64_t i = 0; i < 10; ++i) AppendRecord(stream, Ms(50 * i), 0x200 + i, 1);
     Stream(stream);
     const uint64_t start = HardwareTime(m_replay) + Ms(30);
     ASSERT_EQ(NXCAN_SetReplayStopTime(m_replay, start + Ms(225)), NXCAN_SUCCESS);
@@ -143,8 +141,7 @@ TEST_F(ReplayTest, PassedFramesGoOutAtOnceAndCountAsLate)
     OpenPair();
     const uint64_t now = HardwareTime(m_replay);
     std::vector<uint8_t> stream;
-    for (uint64_t i = 0; i < 3; ++i)
-        AppendRecord(stream, Ms(i), 0x10 + i, 2);
+    for (uint64_t i = 0; i < 3; ++i) AppendRecord(stream, Ms(i), 0x10 + i, 2);
     AppendRecord(stream, Ms(1000) + Ms(300), 0x20, 2);  // 300 ms after the call
     Stream(stream);
     ASSERT_EQ(NXCAN_SetReplayStartTime(m_replay, now, Ms(1000), NXCAN_REPLAY_OPTION_NONE, 0), NXCAN_SUCCESS);
@@ -237,8 +234,7 @@ TEST_F(ReplayTest, FlushDiscardsTheQueue)
 {
     OpenPair();
     std::vector<uint8_t> stream;
-    for (int i = 0; i < 4; ++i)
-        AppendRecord(stream, Ms(i), 0x60 + i, 0);
+    for (int i = 0; i < 4; ++i) AppendRecord(stream, Ms(i), 0x60 + i, 0);
     Stream(stream);
     ASSERT_EQ(NXCAN_FlushTransmitQueue(m_replay), NXCAN_SUCCESS);
     NXSCanReplayStatusInfo info = ReplayStatus(m_replay);

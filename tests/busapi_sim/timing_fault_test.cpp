@@ -12,13 +12,7 @@ using FaultTest = SimTest;
 
 nxsim::FrameShape Shape(unsigned length, bool extended = false, bool fd = false, bool brs = false, bool remote = false)
 {
-    nxsim::FrameShape shape;
-    shape.length = length;
-    shape.extended = extended;
-    shape.fd = fd;
-    shape.brs = brs;
-    shape.remote = remote;
-    return shape;
+    return {extended, fd, brs, remote, length};
 }
 
 TEST(FrameArithmetic, WorstCaseBitCountsAndDlcLengths)
@@ -139,8 +133,7 @@ TEST_F(FaultTest, OperationFailsAfterNCallsForMTimes)
     const NXTCanHandle h = Open("NVX-VIRT-1");
     NXSCanMessage m = DataFrame(1, 1);
     std::vector<NXTCanError> results;
-    for (int i = 0; i < 5; ++i)
-        results.push_back(NXCAN_TransmitMessages(h, 1, &m));
+    for (int i = 0; i < 5; ++i) results.push_back(NXCAN_TransmitMessages(h, 1, &m));
     EXPECT_EQ(results, (std::vector<NXTCanError>{0, 0, 7, 7, 0}));
 }
 
