@@ -46,14 +46,16 @@ struct RecordSettings {
 
 const long long kCanReadPeriod = 1000;  // microseconds
 const int kCanMonitorFifo = 256;        // elements
-// A monitor has a read's 256 frames of margin (30 ms of a full classic bus,
-// 10 ms of CAN FD), the recorder a FIFO's 256 elements behind it. On a
-// loaded machine a time-sharing thread, even at nice -9, waits that long
-// for a processor: a full bus then loses frames at the monitor. So the
-// monitors run in real time where the system allows it (at its lowest
-// level: they wake often and work briefly), and the recorder, which writes
-// files and may take longer, at the highest priority short of it.
-const int kMonitorPriority = 250;
+// A monitor has a read's 256 frames of margin (10 ms of a full CAN FD bus),
+// the recorder a FIFO's 256 elements: the recording threads come first when
+// the machine is busy, at the highest priority short of real time (nice -9,
+// where the system lets the process raise it). The recorder is among them:
+// a monitor that waits for the FIFO's lock waits for the recorder to run
+// again if that lost its processor while holding it. Real time was tried
+// for the monitors: 16 of them on 16 full buses then lost frames, below the
+// simulated hardware's real-time threads and the system's cap on real-time
+// use.
+const int kMonitorPriority = 249;
 const int kRecorderPriority = 249;
 
 std::string MonitorName(std::size_t k);
