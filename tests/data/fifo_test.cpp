@@ -24,9 +24,22 @@ protected:
             if (t.joinable()) t.join();
     }
 
+    // A writer held where it should not be fails the test in seconds, with
+    // the value it was about to write, rather than hanging it.
+    VELDOutputImplementation& Make(int fifoSize, int subsampling = 1)
+    {
+        OutputTest::Make(fifoSize, subsampling).monitor->writeTimeout = 5000000;
+        return *output;
+    }
     void Write(long value, VELDOutputImplementation* to = nullptr)
     {
-        VELDIOElt* element = VELDOutputWriting::StartWriting(module.owner, to ? *to : *output);
+        VELDOutputImplementation& out = to ? *to : *output;
+        VELDIOElt* element = nullptr;
+        try {
+            element = VELDOutputWriting::StartWriting(module.owner, out);
+        } catch (int) {
+        }
+        ASSERT_TRUE(element) << "the writer was held at " << value << ": " << module.LastError();
         *element->Integer64(0) = value;
         VELDOutputWriting::StopWriting(module.owner, element, false);
     }
