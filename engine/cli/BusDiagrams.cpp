@@ -33,7 +33,7 @@ std::vector<std::pair<std::string, std::string>> MonitorSettings(const RecordSet
     const bool can = kind == BusKind::Can;
     if (can) set.emplace_back("output_type", settings.outputType == "universal" ? "Universal CAN" : "CAN/CAN FD");
     set.emplace_back("vectorize_frames", settings.vectorize ? "true" : "false");
-    set.emplace_back("priority", std::to_string(kMonitorPriority));
+    set.emplace_back("priority", std::to_string(kRecordingPriority));
     if (can) {
         set.emplace_back("oCAN.fifosize", std::to_string(kCanMonitorFifo));
         if (!settings.canEvents) set.emplace_back("sampling_mode", "Polling");
@@ -51,7 +51,7 @@ bool AddRecording(BusSession& s, const RecordSettings& settings, std::vector<std
         return false;
     }
     if (!s.Make(file->recorder, "recorder", error) || !s.Set("recorder.file", settings.file, error) ||
-        !s.Set("recorder.priority", std::to_string(kRecorderPriority), error))
+        !s.Set("recorder.priority", std::to_string(kRecordingPriority), error))
         return false;
     inputs->clear();
     if (file->kind == FileKind::CanLog) {

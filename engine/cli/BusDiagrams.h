@@ -47,16 +47,14 @@ struct RecordSettings {
 const long long kCanReadPeriod = 1000;  // microseconds
 const int kCanMonitorFifo = 256;        // elements
 // A monitor has a read's 256 frames of margin (10 ms of a full CAN FD bus),
-// the recorder a FIFO's 256 elements: the recording threads come first when
-// the machine is busy, at the highest priority short of real time (nice -9,
-// where the system lets the process raise it). The recorder is among them:
-// a monitor that waits for the FIFO's lock waits for the recorder to run
-// again if that lost its processor while holding it. Real time was tried
-// for the monitors: 16 of them on 16 full buses then lost frames, below the
-// simulated hardware's real-time threads and the system's cap on real-time
-// use.
-const int kMonitorPriority = 249;
-const int kRecorderPriority = 249;
+// the recorder a FIFO's 256 elements: the threads of a recording, monitors
+// and recorder alike, come first when the machine is busy, at the highest
+// priority short of real time (nice -9, where the system lets the process
+// raise it). Alike, since a monitor that waits for the FIFO's lock waits for
+// the recorder to run again if that lost its processor holding it. Real-time
+// monitors lost frames with 16 full buses: they sit below the simulated
+// hardware's real-time threads and under the system's cap on real time.
+const int kRecordingPriority = 249;
 
 std::string MonitorName(std::size_t k);
 // The properties, beyond its channel, that a recording gives a monitor of a
