@@ -123,7 +123,8 @@ void RecordQueue::Clear()
 ReplayEngine::ReplayEngine(ReplayBus& bus, const HardwareClock& clock, const ReplaySettings& settings)
     : m_bus(bus), m_clock(clock), m_settings(settings), m_queue(settings.byteLimit)
 {
-    m_emitting.reserve(kEmittingRoom);
+    m_emitting.resize(kEmittingRoom);  // touched now, not at the first frame
+    m_emitting.clear();
     m_thread = std::thread([this] { Run(); });
 }
 

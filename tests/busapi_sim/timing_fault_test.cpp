@@ -1,6 +1,8 @@
 // Bit timing, frame lengths, the hardware clock, and injected faults.
 #include <ctime>
 
+#include "deadline_pacer.h"
+#include "hardware_clock.h"
 #include "sim_frame.h"
 #include "sim_test_support.h"
 
@@ -125,6 +127,37 @@ TEST_F(TimingTest, HardwareClockFollowsTheMonotonicClockWithItsResolutionAndOffs
         EXPECT_LT(ticks, expected + 100000 * c.ticksPerUs) << "generous: 100 ms";
         NXCAN_UnregisterChannel(h);
     }
+}
+
+// The pacer's lead, on a made-up timeline of wake-ups 2 ms apart: how long
+// before a deadline it would stop sleeping, given the wake-ups so far.
+TEST(DeadlinePacer, TheLeadCoversAllButTheRarestLateWakeUpsWithinItsBound)
+{
+    using nxsim::DeadlinePacer;
+    DeadlinePacer pacer;
+    const int64_t ms = 1000000, us = 1000;
+    int64_t now = nxsim::MonotonicNs();
+    const auto lead = [&] { return 20 * ms - (pacer.WakeFor(now + 20 * ms, now) - now); };
+    const auto wakeUps = [&](int count, int everyNth, int64_t usualLate, int64_t rareLate) {
+        for (int i = 1; i <= count; ++i, now += 2 * ms)
+            pacer.NoteWake(now, now + (i % everyNth == 0 ? rareLate : usualLate));
+    };
+    EXPECT_EQ(lead(), DeadlinePacer::kFirstLeadNs) << "before the first deadline";
+    pacer.SpinUntil(0);
+
+    wakeUps(1000, 50, 20 * us, 200 * us);   // one in fifty 200 us late
+    now += 1000 * ms;                       // a late one's own raise is long gone
+    EXPECT_GE(lead(), 200 * us);
+    EXPECT_LE(lead(), 250 * us);
+
+    wakeUps(2000, 100000, 20 * us, 0);      // then only prompt ones: the late ones fade
+    now += 1000 * ms;
+    EXPECT_GE(lead(), 20 * us);
+    EXPECT_LE(lead(), 50 * us);
+
+    wakeUps(1000, 1, 0, 5 * ms);            // a machine that always wakes 5 ms late
+    now += 1000 * ms;
+    EXPECT_EQ(lead(), DeadlinePacer::kMaxLeadNs) << "the bound";
 }
 
 TEST_F(FaultTest, OperationFailsAfterNCallsForMTimes)
